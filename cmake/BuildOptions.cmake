@@ -1,0 +1,26 @@
+# How LUMlog's own code is compiled. What users of the package see is not affected.
+
+add_library(lumlog_build_options INTERFACE)
+target_compile_options(
+    lumlog_build_options
+    INTERFACE
+        $<$<COMPILE_LANGUAGE:C,CXX>:-Wall;-Wextra;-Wpedantic;-Wshadow;-Wconversion;-Wsign-conversion>
+        $<$<COMPILE_LANGUAGE:C,CXX>:-Wcast-align;-Wformat=2;-Wundef;-Werror>
+        $<$<COMPILE_LANGUAGE:C,CXX>:-ffunction-sections;-fdata-sections>)
+
+if(WIN32)
+    # The C++ run time inside, so that the Windows system DLLs are all that is needed.
+    target_link_options(
+        lumlog_build_options INTERFACE -static -static-libgcc -static-libstdc++ -Wl,--gc-sections)
+    # Symbols would be two thirds of the DLL; builds for debugging keep them.
+    target_link_options(lumlog_build_options INTERFACE $<$<CONFIG:Release>:-s>)
+    # msvcrt heads the list of what Windows programs run on: no universal run time to install.
+    target_compile_definitions(lumlog_build_options INTERFACE _WIN32_WINNT=0x0602)
+    # A program for Windows runs through this wherever CMake or CTest has to run one.
+    set(CMAKE_CROSSCOMPILING_EMULATOR
+        ${PROJECT_SOURCE_DIR}/scripts/lib/wine-run.sh ${PROJECT_BINARY_DIR}/wine)
+endif()
+
+
+set(CMAKE_C_VISIBILITY_PRESET hidden)
+set(CMAKE_CXX_VISIBILITY_PRESET hidden)

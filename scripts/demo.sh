@@ -1,0 +1,239 @@
+#!/usr/bin/env bash
+# Shows LUMlog at work: two hosts that share one configuration, and a change of it while they run.
+# Builds the library and the example programs first, and sets up what that needs.
+#
+# The exit status is 0 when the change reached the host it was meant for, and no other.
+
+. "$(dirname "${BASH_SOURCE[0]}")/lib/setup.sh"
+
+tree=$build_dir/mingw-release
+demo_dir=$build_dir/demo
+logs=$demo_dir/log
+
+# Addresses that are reserved for examples.
+declare -A client=([viewer]=192.0.2.7 [archive]=198.51.100.9)
+declare -A session=([viewer]=3 [archive]=8)
+declare -A process=()
+
+bold='' green='' red='' cyan='' plain=''
+if [ -t 1 ] && [ -z "${NO_COLOR:-}" ] && [ "${TERM:-dumb}" != dumb ]; then
+    bold=$'\e[1m' green=$'\e[32m' red=$'\e[31m' cyan=$'\e[36m' plain=$'\e[0m'
+fi
+
+title()
+{
+    printf '\n%s%s%s\n' "$bold" "$*" "$plain"
+}
+
+# Lines of a log as a person reads them, debug lines in a colour.
+show_lines()
+{
+    tr -d '\r' | sed -e "s/^.* DEBUG .*\$/$cyan&$plain/" -e 's/^/    /'
+}
+
+# The machine's files are drive Z of its Windows programs.
+windows_path()
+{
+    printf 'Z:%s\n' "${1//\//\\}"
+}
+
+# in_wine PROGRAM [ARGUMENT...]: an example program, in place of the calling shell. Not through
+# wine-run.sh, which keeps PRISMATE_LOG_DIR from the programs it starts.
+in_wine()
+{
+    local program=$1
+    shift
+    exec env WINEPREFIX="$demo_dir/wine" WINEDEBUG=-all WINEDLLOVERRIDES='mscoree,mshtml,winedbg.exe=' \
+        PRISMATE_LOG_DIR="$(windows_path "$logs")" wine "$tree/bin/$program.exe" "$@"
+}
+
+start_host()
+{
+    # The host ends by itself after two minutes, whatever becomes of this script.
+    (in_wine example_host "$1" "${client[$1]}" "${session[$1]}" "$(windows_path "$text")" 120) \
+        >"$demo_dir/$1.out" 2>&1 &
+    process[$1]=$!
+}
+
+# control ARGUMENT...: what an operator does; done within a second.
+control()
+{
+    (in_wine example_control "$@") >>"$demo_dir/control.out" 2>&1 &
+    local operator=$!
+    if ! wait_until 30 has_ended "$operator" || ! wait "$operator"; then
+        fail "example_control $1 did not work; it says:
+$(cat "$demo_dir/control.out")"
+    fi
+}
+
+stop_host()
+{
+    local status=0
+    control stop "$1"
+    wait_until 30 has_ended "${process[$1]}" || fail "The host $1 was told to stop and did not."
+    wait "${process[$1]}" || status=$?
+    unset "process[$1]"
+    [ "$status" -eq 0 ] || fail "The host $1 ended with status $status; see $demo_dir/$1.out"
+}
+
+has_ended()
+{
+    ! kill -0 "$1" 2>/dev/null
+}
+
+# wait_until SECONDS COMMAND...: false when the command has not succeeded by then.
+wait_until()
+{
+    local end=$((SECONDS + $1))
+    shift
+    until "$@"; do
+        [ "$SECONDS" -le "$end" ] || return 1
+        sleep 0.05
+    done
+}
+
+# lines HOST: how many its log has.
+lines()
+{
+    wc -l 2>/dev/null <"$logs/$1.log" || echo 0
+}
+
+has_lines()
+{
+    [ "$(lines "$1")" -ge "$2" ]
+}
+
+# debug_lines HOST [PACKAGE]
+debug_lines()
+{
+    grep -Ec "^[0-9].{28} DEBUG +\(${2:-[0-9]+}\)" "$logs/$1.log" || true
+}
+
+has_debug_lines()
+{
+    [ "$(debug_lines "$1" "$2")" -ge "$3" ]
+}
+
+has_end_banner()
+{
+    tail -n 1 "$logs/$1.log" | grep -q "^===== $1 ([0-9]*) End Session at "
+}
+
+milliseconds()
+{
+    echo $((${EPOCHREALTIME/[.,]/} / 1000))
+}
+
+# The text that both hosts replay.
+choose_text()
+{
+    for text in /var/log/dpkg.log /var/log/apt/history.log "$project_dir/examples/host/sample.txt"; do
+        [ ! -s "$text" ] || [ ! -r "$text" ] || return 0
+    done
+}
+
+finish()
+{
+    local status=$? host
+    trap - EXIT
+    stop_wine_servers # ends what still runs under them
+    for host in "${!process[@]}"; do
+        wait "${process[$host]}" || true
+    done
+    exit "$status"
+}
+
+ensure_packages "${base_packages[@]}"
+ensure_dependencies ace xerces-c googletest
+configure_preset mingw-release || fail "The build could not be set up."
+build_preset mingw-release LUMlog examples || fail "LUMlog could not be built."
+
+# A prefix of the demo's own: programs of other scripts would share the configuration otherwise.
+trap finish EXIT
+ensure_wine_prefix "$demo_dir/wine"
+rm -rf "$logs"
+mkdir -p "$logs"
+: >"$demo_dir/control.out"
+cp "$project_dir/examples/host/logger" "$logs/logger"
+choose_text
+
+title "1. Two hosts run, each for one client, both under the same logger file"
+say "    Each replays $text as its messages."
+printf '\n    %-9s %-14s %-9s %s\n' host client session log
+for host in viewer archive; do
+    printf '    %-9s %-14s %-9s %s\n' "$host" "${client[$host]}" "${session[$host]}" "$logs/$host.log"
+done
+say
+say "    The logger file: where lines go, then package, number, level, rules."
+grep -v '^[#!]' "$logs/logger" | show_lines
+for host in viewer archive; do
+    start_host "$host"
+done
+for host in viewer archive; do
+    wait_until 60 has_lines "$host" 12 || fail "The host $host does not write its log; it says:
+$(cat "$demo_dir/$host.out")"
+    say
+    say "    The first lines of $host.log:"
+    head -n 5 "$logs/$host.log" | show_lines
+done
+say
+say "    archive has a line more than viewer: package 330 has a rule for that application."
+
+title "2. The client ${client[viewer]} has a problem: package 320 gets a rule that raises it to debug for that client"
+sed -E "s|^(Replay +320 +6) {20}|\1  [(7;${client[viewer]})]   |" "$project_dir/examples/host/logger" >"$logs/logger"
+{ diff "$project_dir/examples/host/logger" "$logs/logger" || true; } | sed -n -e 's/^</-/p' -e 's/^>/+/p' | show_lines
+declare -A debug_before lines_before
+for host in viewer archive; do
+    debug_before[$host]=$(debug_lines "$host")
+    lines_before[$host]=$(lines "$host")
+done
+say
+say "    example_control publish $(windows_path "$logs/logger")"
+began=$(milliseconds)
+control publish "$(windows_path "$logs/logger")"
+reached=
+if wait_until 20 has_debug_lines viewer 320 1; then
+    reached=$(($(milliseconds) - began))
+fi
+# Both go on long enough for debug lines to show where they should not.
+for host in viewer archive; do
+    wait_until 30 has_lines "$host" $((lines_before[$host] + 25)) || fail "The host $host has stopped writing."
+done
+say
+say "    Both hosts were running all the while. The first debug lines of viewer.log:"
+grep -E '^[0-9].{28} DEBUG' "$logs/viewer.log" | head -n 3 | show_lines || true
+
+for host in viewer archive; do
+    stop_host "$host"
+done
+
+title "3. What came of it"
+printf '    %-34s %8s %8s\n' '' viewer archive
+printf '    %-34s %8d %8d\n' 'debug lines before the change' "${debug_before[viewer]}" "${debug_before[archive]}"
+printf '    %-34s %8d %8d\n' \
+    'after it, of package 320' "$(debug_lines viewer 320)" "$(debug_lines archive 320)" \
+    'after it, of all packages' "$(debug_lines viewer)" "$(debug_lines archive)" \
+    'lines in all' "$(lines viewer)" "$(lines archive)"
+say
+
+wrong=()
+[ "${debug_before[viewer]}" -eq 0 ] && [ "${debug_before[archive]}" -eq 0 ] ||
+    wrong+=("There were debug lines before anybody asked for them.")
+[ -n "$reached" ] || wrong+=("The change did not reach the host viewer within 20 seconds.")
+[ "$(debug_lines viewer)" -eq "$(debug_lines viewer 320)" ] ||
+    wrong+=("Debug lines of other packages than 320 appeared in viewer.log.")
+[ "$(debug_lines archive)" -eq 0 ] || wrong+=("Debug lines appeared in archive.log, which serves another client.")
+for host in viewer archive; do
+    has_end_banner "$host" || wrong+=("The log $host.log does not end with its end banner.")
+done
+if [ ${#wrong[@]} -eq 0 ]; then
+    say "${green}As it should be:$plain the change reached the running host viewer within $reached ms,"
+    say "and not one debug line appeared in the log of archive, which serves another client."
+else
+    say "${red}Not as it should be.$plain ${wrong[*]}"
+fi
+title "The logs, to read at leisure"
+for file in viewer.log archive.log control.log logger; do
+    say "    $logs/$file"
+done
+[ ${#wrong[@]} -eq 0 ] || exit 1

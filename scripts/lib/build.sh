@@ -1,0 +1,31 @@
+# shellcheck shell=bash
+# Configuring and building the trees under build/, one for each preset.
+
+# configure_preset PRESET: only where that was not done yet, or differently; a build re-runs
+# CMake by itself when a list of sources changed.
+configure_preset()
+{
+    local preset=$1 tree=$build_dir/$1 prefix_path=$dependency_path wanted
+    case $preset in
+        native-*) prefix_path= ;; # what it needs are packages of this machine
+        *) ensure_wine_prefix "$tree/wine" ;;
+    esac
+    wanted=$(cat "$project_dir/CMakePresets.json" "$project_dir"/cmake/toolchains/*.cmake && echo "$prefix_path")
+    if [ -f "$tree/build.ninja" ] && [ "$wanted" = "$(cat "$tree/configured-as" 2>/dev/null)" ]; then
+        return 0
+    fi
+    run_logged "Configuring $preset" "$preset-configure" \
+        cmake -S "$project_dir" --preset "$preset" --fresh -D "CMAKE_PREFIX_PATH=$prefix_path" || return
+    printf '%s\n' "$wanted" >"$tree/configured-as"
+}
+
+# build_preset PRESET [TARGET...]: all of it, or some targets; goes on after an error, so that
+# one run shows all there are.
+build_preset()
+{
+    local preset=$1 targets=()
+    shift
+    [ $# -eq 0 ] || targets=(--target "$@")
+    run_logged "Building $preset${*:+: $*}" "$preset-build" \
+        cmake --build "$build_dir/$preset" "${targets[@]}" -- -k 0
+}

@@ -1,0 +1,50 @@
+# shellcheck shell=bash
+# The distribution's packages, by name.
+
+# What every script needs: the cross compiler, the build tools and Wine.
+base_packages=(
+    cmake ninja-build make perl dpkg-dev
+    g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64
+    wine wine64 googletest
+)
+# What the tests need on top: the second compiler with its linker, sanitizers and symbolizer,
+# the formatter, GoogleTest for this machine, and Python to read CTest's results.
+test_packages=(clang-14 lld-14 llvm-14 libclang-rt-14-dev clang-format-14 libgtest-dev python3)
+bench_packages=(libspdlog-dev libfmt-dev)
+
+is_installed()
+{
+    [ "$(dpkg-query -W -f '${db:Status-Status}' "$1" 2>/dev/null)" = installed ]
+}
+
+# ensure_packages NAME... installs what is missing, and asks the registry for nothing when
+# nothing is.
+ensure_packages()
+{
+    local name missing=() as_root=()
+    command -v dpkg-query >/dev/null && command -v apt-get >/dev/null ||
+        fail "These scripts set up a Debian 12 machine: dpkg and apt-get are needed and not there."
+    for name in "$@"; do
+        is_installed "$name" || missing+=("$name")
+    done
+    [ ${#missing[@]} -gt 0 ] || return 0
+    if [ "$(id -u)" -ne 0 ]; then
+        if command -v sudo >/dev/null && sudo -n true 2>/dev/null; then
+            as_root=(sudo -n)
+        elif command -v sudo >/dev/null && [ -r /dev/tty ] && sudo true </dev/tty 2>/dev/null; then
+            as_root=(sudo)
+        else
+            fail "These packages are missing and only root can install them; please run
+    apt-get update && apt-get install --no-install-recommends ${missing[*]}
+as root, and then this script again."
+        fi
+    fi
+    run_logged "Asking the package registry what it has" apt-update \
+        "${as_root[@]}" apt-get -q -o Acquire::Retries=3 update ||
+        fail "The package registry can't be read."
+    run_logged "Installing ${missing[*]}" apt-install \
+        "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
+        apt-get -q -y -o Acquire::Retries=3 -o DPkg::Lock::Timeout=300 --no-install-recommends \
+        install "${missing[@]}" ||
+        fail "Packages are missing and could not be installed: ${missing[*]}"
+}

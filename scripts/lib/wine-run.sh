@@ -1,0 +1,39 @@
+#!/usr/bin/env bash
+# wine-run.sh PREFIX PROGRAM [ARGUMENT...]: one Windows program under Wine, in a prefix that is
+# made when first needed, without a display and without a question.
+# wine-run.sh PREFIX --prepare: the prefix only.
+
+set -eu
+export WINEPREFIX=$1
+shift
+export WINEDEBUG=-all
+# No .NET, no HTML engine, and no debugger: at a crash that one would hold the pipes open.
+export WINEDLLOVERRIDES="mscoree,mshtml,winedbg.exe="
+unset DISPLAY WAYLAND_DISPLAY "${!PRISMATE_@}" "${!KORAL_@}"
+
+if [ ! -e "$WINEPREFIX/.ready" ]; then
+    mkdir -p "$WINEPREFIX"
+    exec 9>"$WINEPREFIX.lock"
+    flock 9
+    if [ ! -e "$WINEPREFIX/.ready" ]; then
+        # Wine's services outlive the set-up: none of them may keep the caller's output or the lock.
+        wineboot --init </dev/null >"$WINEPREFIX.log" 2>&1 9>&-
+        # The server writes the registry when the last of them has ended.
+        wineserver -w 9>&-
+        touch "$WINEPREFIX/.ready"
+    fi
+    exec 9>&-
+fi
+
+[ "$1" != --prepare ] || exit 0
+# A server that stays for a minute after the last program: starting one, with the services that
+# come with it, takes over two seconds. Where one runs already, this changes nothing.
+wineserver -p60 2>/dev/null || true
+for argument in "$@"; do
+    if [ "$argument" = --gtest_list_tests ]; then
+        # CMake reads the list line by line and would keep the carriage returns.
+        wine "$@" | tr -d '\r'
+        exit "${PIPESTATUS[0]}"
+    fi
+done
+exec wine "$@"

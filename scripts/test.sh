@@ -1,0 +1,181 @@
+#!/usr/bin/env bash
+# Builds everything and runs every test. Sets up what it needs first.
+#
+#   scripts/test.sh [--filter REGEX] [STAGE...]
+#
+# Stages, all of them where none is named:
+#   format         the sources are formatted as .clang-format says
+#   headers        each exported header compiles alone, with both compilers
+#   native-asan    unit tests on this machine, with sanitizers
+#   native-fuzz    a short run of each fuzz target, on this machine
+#   mingw-release  all tests under Wine, and checks of the DLL and its package
+#   mingw-debug    the tests again, with assertions
+#   mingw-ubtrap   the tests again; undefined behaviour stops a test
+#   clang-release  the tests again, built by Clang
+# --filter runs only the tests whose names match (CTest's names: "unit/Suite.Case").
+#
+# The last line is "N passed, N failed"; the exit status is 0 when none failed.
+
+. "$(dirname "${BASH_SOURCE[0]}")/lib/setup.sh"
+
+all_stages=(format headers native-asan native-fuzz mingw-release mingw-debug mingw-ubtrap clang-release)
+stages=()
+filter=
+passed=0
+failures=()
+
+pass()
+{
+    passed=$((passed + ${1:-1}))
+}
+
+# Also reached when the set-up stops the script, which then ends with a count all the same.
+finish()
+{
+    local status=$?
+    trap - EXIT
+    stop_wine_servers
+    if [ "$status" -ne 0 ]; then
+        failures+=("the run, which stopped early")
+    fi
+    if [ ${#failures[@]} -gt 0 ]; then
+        printf '\nFailed:\n'
+        printf '    %s\n' "${failures[@]}"
+    fi
+    printf '\n%d passed, %d failed\n' "$passed" ${#failures[@]}
+    [ ${#failures[@]} -eq 0 ] || exit 1
+}
+
+# record NAME COMMAND...: one check, passed when the command succeeds.
+record()
+{
+    local name=$1
+    shift
+    if "$@"; then
+        pass
+    else
+        failures+=("$name")
+    fi
+}
+
+stage_format()
+{
+    local files file
+    # Tracked or not yet, but not ignored; also in a clone that belongs to another user.
+    mapfile -d '' -t files < <(git -C "$project_dir" -c safe.directory="$project_dir" \
+        ls-files -z --cached --others --exclude-standard -- '*.cpp' '*.h' '*.c')
+    for file in "${!files[@]}"; do
+        files[file]=$project_dir/${files[file]}
+        [ -f "${files[file]}" ] || unset "files[file]" # removed, but still in the index
+    done
+    [ ${#files[@]} -gt 0 ] || fail "No sources were found to check; are this tree and Git there?"
+    record format run_logged "Checking the format of ${#files[@]} files" format \
+        clang-format-14 --dry-run -Werror "${files[@]}"
+}
+
+check_headers()
+{
+    configure_preset "$1" && build_preset "$1" header_check
+}
+
+stage_headers()
+{
+    record "headers, GCC" check_headers mingw-release
+    record "headers, Clang" check_headers clang-release
+}
+
+stage_native-fuzz()
+{
+    local tree=$build_dir/native-fuzz target name work corpus inputs
+    if ! configure_preset native-fuzz || ! build_preset native-fuzz; then
+        failures+=("native-fuzz: the build")
+        return
+    fi
+    for target in "$tree"/bin/fuzz_*; do
+        [ -x "$target" ] || continue
+        name=${target##*/fuzz_}
+        [ -f "$project_dir/tests/fuzz/$name.cpp" ] || continue # built before its source went
+        # From nothing each time, so that two runs do the same.
+        work=$(mktemp -d "$tree/run-XXXXXX")
+        inputs=("$work")
+        corpus=$project_dir/tests/fuzz/corpus/$name
+        [ ! -d "$corpus" ] || inputs+=("$corpus")
+        record "native-fuzz: $name" run_logged "Fuzzing $name" "fuzz-$name" \
+            timeout 600 "$target" -runs=20000 -seed=1 -max_len=4096 -timeout=20 -rss_limit_mb=2048 \
+            "-artifact_prefix=$tree/found-$name-" "${inputs[@]}"
+        rm -rf "$work"
+    done
+}
+
+# Every other stage: builds a preset and runs its tests.
+stage_preset()
+{
+    local preset=$1 junit=$build_dir/$1/junit.xml summary=$build_dir/$1/summary good bad status=0
+    local options=(--no-tests=error)
+    if ! configure_preset "$preset" || ! build_preset "$preset"; then
+        failures+=("$preset: the build")
+        return
+    fi
+    if [ -n "$filter" ]; then
+        options=(--no-tests=ignore -R "$filter")
+    fi
+    rm -f "$junit" "$summary"
+    run_watched "Testing $preset" "$preset-test" timeout 3600 \
+        ctest --test-dir "$build_dir/$preset" -j "$(nproc)" --output-junit "$junit" "${options[@]}" || status=$?
+    if [ "$status" -eq 0 ] && [ ! -f "$junit" ]; then
+        return # no test has a name that matches
+    fi
+    if ! python3 "$project_dir/scripts/lib/junit.py" "$junit" "$summary"; then
+        failures+=("$preset: its tests did not run")
+        return
+    fi
+    {
+        read -r good
+        mapfile -t bad
+    } <"$summary"
+    pass "$good"
+    if [ "$status" -ne 0 ] && [ ${#bad[@]} -eq 0 ]; then
+        bad=("CTest ended with status $status")
+    fi
+    if [ ${#bad[@]} -gt 0 ]; then
+        failures+=("${bad[@]/#/$preset: }")
+    fi
+    say "    $good passed, ${#bad[@]} failed"
+}
+
+while [ $# -gt 0 ]; do
+    case $1 in
+        --filter)
+            [ $# -ge 2 ] || fail "--filter needs a regular expression."
+            filter=$2
+            shift
+            ;;
+        -h | --help)
+            sed -n '2,/^$/s/^# \{0,1\}//p' "${BASH_SOURCE[0]}"
+            exit 0
+            ;;
+        *)
+            [[ " ${all_stages[*]} " = *" $1 "* ]] || fail "There is no stage called $1; see $0 --help."
+            stages+=("$1")
+            ;;
+    esac
+    shift
+done
+[ ${#stages[@]} -gt 0 ] || stages=("${all_stages[@]}")
+
+trap finish EXIT
+ensure_packages "${base_packages[@]}" "${test_packages[@]}"
+ensure_dependencies ace xerces-c googletest
+export ASAN_SYMBOLIZER_PATH=/usr/bin/llvm-symbolizer-14
+export UBSAN_OPTIONS=print_stacktrace=1
+
+for stage in "${stages[@]}"; do
+    began=$SECONDS
+    printf '\n== %s\n' "$stage"
+    if declare -F "stage_$stage" >/dev/null; then
+        "stage_$stage"
+    else
+        stage_preset "$stage"
+    fi
+    say "== $stage took $((SECONDS - began)) s"
+done

@@ -1,0 +1,179 @@
+// The message context of a thread: its parameters, and the headlines made of them.
+
+#include <windows.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <string_view>
+#include <utility>
+
+#include "Kor/identity.h"
+#include "Kor_LogFile.h"
+#include "core/headline.h"
+#include "win/clock.h"
+
+using kor::core::Buffer;
+using kor::win::OwnerLockGuard;
+
+static_assert(sizeof(Kor_LocalTime) == sizeof(SYSTEMTIME));
+
+namespace
+{
+enum HeadlineKind
+{
+    HEADLINE_NONE,
+    HEADLINE_FULL,
+    HEADLINE_PARTIAL_WS,
+    HEADLINE_PARTIAL_UNIX
+};
+} // namespace
+
+// Kor_LogMTVars ---------------------------------------------------------------------------------------
+Kor_LogMTVars::Kor_LogMTVars()
+    : m_accepted(1), m_level(1), m_package(0),
+      m_thread_id(::GetCurrentThreadId()), m_time{}, m_level_names{"NONE",    "SEVERE", "CRITICAL", "ERROR",
+                                                                   "WARNING", "NOTICE", "INFO",     "DEBUG"},
+      m_references(0), m_time_text{}, m_time_taken_at(0)
+{
+    TIME_ZONE_INFORMATION information{};
+    const DWORD season = ::GetTimeZoneInformation(&information);
+    long bias = information.Bias;
+    if (season == TIME_ZONE_ID_STANDARD)
+        bias += information.StandardBias;
+    else if (season == TIME_ZONE_ID_DAYLIGHT)
+        bias += information.DaylightBias;
+    const kor::core::Zone zone = kor::core::zone_of_bias(bias);
+    m_zone_sign = zone.sign;
+    m_zone_hours = zone.hours;
+    m_zone_minutes = zone.minutes;
+
+    std::free(std::exchange(m_thread_name.value(), nullptr));
+    ResetParams();
+}
+
+void Kor_LogMTVars::UpdateTime() noexcept
+{
+    // Local time costs as much as formatting a message. Within a millisecond it stays what it was.
+    const std::uint64_t now = kor::win::precise_milliseconds();
+    if (now == m_time_taken_at)
+        return;
+    m_time_taken_at = now;
+    SYSTEMTIME local;
+    ::GetLocalTime(&local);
+    std::memcpy(&m_time, &local, sizeof m_time);
+}
+
+void Kor_LogMTVars::ResetParams() noexcept
+{
+    m_file = "unknown file";
+    m_function = "unknown function";
+    m_line = 0;
+    m_headline[0] = m_location[0] = m_context[0] = '\0';
+    m_headline_length = 0;
+    m_has_location = m_has_context = m_has_thread_name = false;
+    m_headline_kind = HEADLINE_NONE;
+}
+
+void Kor_LogMTVars::format_context() noexcept
+{
+    const OwnerLockGuard guard(kor::identity_lock);
+    format_parts(guard.held());
+}
+
+/// has_identity: the caller holds identity_lock; without it there is no looking at its texts.
+void Kor_LogMTVars::format_parts(bool has_identity) noexcept
+{
+    m_has_location = m_line != 0;
+    if (m_has_location)
+        kor::core::write_location({m_location, LOCATION_SIZE}, m_file, m_line, m_function == nullptr ? "" : m_function);
+    m_has_context = has_identity && kor::core::write_client({m_context, CONTEXT_SIZE}, m_str_ip_address, m_session_id);
+    m_has_thread_name = thread_name() != nullptr;
+}
+
+const char* Kor_LogMTVars::thread_name() noexcept
+{
+    char** const name = m_thread_name.find();
+    return name == nullptr ? nullptr : *name;
+}
+
+char* Kor_LogMTVars::TimeText() noexcept
+{
+    kor::core::write_time(
+        {m_time_text, TIME_TEXT_SIZE},
+        {m_time.year, m_time.month, m_time.day, m_time.hour, m_time.minute, m_time.second, m_time.milliseconds},
+        {m_zone_sign, m_zone_hours, m_zone_minutes});
+    return m_time_text;
+}
+
+/// Builds the headline that write lays out, unless the buffer is marked as holding it.
+template <class Write>
+char* Kor_LogMTVars::headline(int kind, bool force, Write write) noexcept
+{
+    if (m_headline_kind == kind && !force)
+        return m_headline;
+    const OwnerLockGuard guard(kor::identity_lock);
+    format_parts(guard.held());
+    kor::core::Headline parts{};
+    parts.time = TimeText();
+    parts.level = m_level;
+    parts.level_name = m_level_names[std::clamp(m_level, 0, LEVEL_COUNT - 1)];
+    parts.package = m_package;
+    parts.process = m_proc_id;
+    parts.thread = m_thread_id;
+    parts.thread_name = m_has_thread_name ? thread_name() : nullptr;
+    parts.context = m_context;
+    parts.has_context = m_has_context;
+    parts.location = m_location;
+    parts.has_location = m_has_location;
+    parts.milliseconds = m_time.milliseconds;
+    parts.application = m_app_name == nullptr || !guard.held() ? "(null)" : m_app_name;
+    m_headline_length = write(Buffer{m_headline, HEADLINE_SIZE}, parts);
+    return m_headline;
+}
+
+char* Kor_LogMTVars::AsStringFull(bool force) noexcept
+{
+    return headline(HEADLINE_FULL, force, &kor::core::write_full);
+}
+
+/// The full headline as the outputs want it: with its length, which is that of the buffer when cut.
+std::string_view Kor_LogMTVars::full_headline() noexcept
+{
+    const char* const text = AsStringFull(false);
+    return {text, static_cast<std::size_t>(m_headline_length < 0 ? HEADLINE_SIZE - 1 : m_headline_length)};
+}
+
+char* Kor_LogMTVars::AsStringPartialWS(bool force) noexcept
+{
+    return headline(HEADLINE_PARTIAL_WS, force, &kor::core::write_partial_ws);
+}
+
+char* Kor_LogMTVars::AsStringPartialUnix(bool force) noexcept
+{
+    return headline(HEADLINE_PARTIAL_UNIX, force, &kor::core::write_partial_unix);
+}
+
+// Kor_LogMTVarsPtr ------------------------------------------------------------------------------------
+Kor_LogMTVarsPtr::Kor_LogMTVarsPtr() : Kor_LogMTVarsPtr(new Kor_LogMTVars) {}
+
+Kor_LogMTVarsPtr::Kor_LogMTVarsPtr(Kor_LogMTVars* raw) noexcept : m_raw(raw)
+{
+    if (m_raw != nullptr)
+        ++m_raw->m_references;
+}
+
+Kor_LogMTVarsPtr::Kor_LogMTVarsPtr(const Kor_LogMTVarsPtr& other) noexcept : Kor_LogMTVarsPtr(other.m_raw) {}
+
+Kor_LogMTVarsPtr& Kor_LogMTVarsPtr::operator=(const Kor_LogMTVarsPtr& other) noexcept
+{
+    Kor_LogMTVarsPtr copy(other);
+    std::swap(m_raw, copy.m_raw);
+    return *this;
+}
+
+Kor_LogMTVarsPtr::~Kor_LogMTVarsPtr()
+{
+    if (m_raw != nullptr && --m_raw->m_references == 0)
+        delete m_raw;
+}

@@ -1,0 +1,549 @@
+// The configuration side of the general log: the `logger` file, the shared block, the level cache.
+
+#include <windows.h>
+
+#include <algorithm>
+#include <cstring>
+#include <fstream>
+#include <memory>
+#include <new>
+#include <optional>
+#include <set>
+#include <string>
+
+#include "Kor/diagnostics.h"
+#include "Kor/identity.h"
+#include "Kor/shared_name.h"
+#include "Kor_LogFile.h"
+#include "core/change_count.h"
+#include "core/logger_file.h"
+#include "win/environment.h"
+#include "win/kept_errors.h"
+#include "win/shared_block.h"
+#include "win/text.h"
+
+using kor::core::LoggerLine;
+using kor::win::KeptErrors;
+using kor::win::OwnerLockGuard;
+
+namespace
+{
+constexpr int MAX_CACHED_LEVEL = 255; // levels of the file go up to here, foreign blocks can hold more
+
+constexpr int ATTACH_CREATED = 0;
+constexpr int ATTACH_EXISTED = 17;
+constexpr int ATTACH_FAILED = -1;
+
+char default_directory[] = "log";
+
+struct FileClose
+{
+    void operator()(std::FILE* file) const noexcept { std::fclose(file); }
+};
+using OwnedStream = std::unique_ptr<std::FILE, FileClose>;
+
+void warn_of_missing_directory() { KOR_WARN("No configuration file\n"); }
+
+/// Keeps every directory that GetLogConfigDir has handed out: a handful at most, as the variable
+/// hardly ever changes, and its callers may hold on to them.
+char* keep_text(const std::string& text)
+{
+    static kor::win::OwnerLock lock;
+    static std::set<std::string> kept;
+    const OwnerLockGuard guard(lock);
+    return const_cast<char*>(kept.insert(text).first->c_str());
+}
+
+// The file --------------------------------------------------------------------------------------------
+/// Takes what one line of the file says into conf, but for the levels, which come all at once.
+void apply_line(const LoggerLine& line, Kor_LogConf& conf, std::uint8_t (&levels)[PACKAGE_COUNT])
+{
+    const auto name_length = static_cast<int>(line.name.size());
+    switch (line.kind)
+    {
+    case LoggerLine::NOTHING:
+        break;
+    case LoggerLine::OUTPUT:
+        conf.SetOutput(static_cast<Kor_LogConf::Output>(line.output));
+        conf.SetPrintToDebugger(line.to_debugger);
+        break;
+    case LoggerLine::SIZE_LIMIT:
+        if (line.cut)
+            KOR_WARN("file_size_limit_in_mb is beyond 32 bits, %u taken\n", line.size_limit);
+        conf.SetSizeLimitInMb(line.size_limit);
+        break;
+    case LoggerLine::PACKAGE:
+        if (line.cut)
+            KOR_WARN("level of package %d is beyond 0-255, %d taken\n", line.number, line.level);
+        levels[line.number] = line.level;
+        conf.SetPackageName(line.number, std::string(line.name).c_str());
+        if (!line.rules.empty())
+        {
+            KOR_TRACE("\nParsing rules for package %d\n", line.number);
+            conf.GetRuleTable(line.number).ParseRules(RWCString(std::string(line.rules)));
+        }
+        break;
+    case LoggerLine::PACKAGE_OUT_OF_RANGE:
+        // The last legal number is one less; the text is as users and tools know it.
+        std::printf("Kor_LogFile - warning: package %d index out of range 0-%d\n", line.number, PACKAGE_COUNT);
+        break;
+    case LoggerLine::UNREADABLE:
+        KOR_WARN("no package number in line %.*s\n", name_length, line.name.data());
+        break;
+    }
+}
+
+// The block -------------------------------------------------------------------------------------------
+struct Attachment
+{
+    kor::win::OwnedHandle mapping;
+    kor::win::OwnedView view;
+    int result = ATTACH_FAILED;
+};
+
+/// Finds or makes the block of the machine.
+Attachment attach()
+{
+    Attachment block;
+    KOR_TRACE("AttachedSharedMemory\n");
+    const char* const name = kor::shared_block_name;
+    // A process that may not create global objects still joins the one that a service has created.
+    block.mapping = kor::win::open_mapping(name, name == kor::LOCAL_BLOCK_NAME ? kor::GLOBAL_BLOCK_NAME : nullptr);
+    const DWORD error = ::GetLastError();
+    if (kor::win::is_set("PRISMATE_LOG_INFO"))
+        std::printf("file mapping name is %s\n", name == nullptr ? "empty" : name);
+    bool created = false;
+    if (!block.mapping)
+    {
+        if (error != ERROR_FILE_NOT_FOUND)
+            std::fprintf(stderr, "Failed in OpenFileMapping.error <%d>\n", static_cast<int>(error));
+        block.mapping = kor::win::create_mapping(name, sizeof(Kor_LogConf), created);
+        if (!block.mapping)
+            return block;
+    }
+    block.view = kor::win::map_view(block.mapping, sizeof(Kor_LogConf));
+    if (block.view)
+        block.result = created ? ATTACH_CREATED : ATTACH_EXISTED;
+    return block;
+}
+
+/// Set once this process holds the block for its life.
+std::atomic<bool> block_is_kept{false};
+
+/// Leaves mapping and view to the process: the block must not vanish while anyone may look at it.
+void keep(Attachment& block) noexcept
+{
+    static_cast<void>(block.mapping.release());
+    static_cast<void>(block.view.release());
+    block_is_kept = true;
+}
+
+/// Copies conf over the block under a stamp that readers tell from the block's present one.
+void publish(Kor_LogConf& conf, Kor_LogConf& block)
+{
+    conf.SetChangeCount(kor::core::next_change_count(conf.GetChangeCount(), block.GetChangeCount()));
+    block = conf;
+}
+
+// A creator fills its block within milliseconds; one that has not done so by then was killed.
+constexpr int FILL_WAIT_MS = 500;
+
+/// False when the block still holds nothing, as its creator ended before it could fill it.
+bool wait_until_filled(const Kor_LogConf& block) noexcept
+{
+    for (int waited = 0; block.GetChangeCount() == 0; ++waited)
+    {
+        if (waited == FILL_WAIT_MS)
+            return false;
+        ::Sleep(1);
+    }
+    return true;
+}
+
+/// What KORAL_LOG_OUTPUT says, nothing when it is not set.
+std::optional<Kor_LogConf::Output> output_override(bool has_event_source)
+{
+    const auto value = kor::win::environment("KORAL_LOG_OUTPUT");
+    if (!value)
+        return std::nullopt;
+    if (value->c_str()[0] == '0')
+        return Kor_LogConf::OUTPUT_STDERR;
+    if (value->c_str()[0] == '2')
+        return Kor_LogConf::OUTPUT_PRIVATE_FILE;
+    return has_event_source ? Kor_LogConf::OUTPUT_SYSLOG_FILE : Kor_LogConf::OUTPUT_PRIVATE_FILE;
+}
+
+/// Windows keeps the clock of a machine in step in small jumps, which timings between processes
+/// suffer from. Where that is on, it is set to a fixed step; not under a debugger.
+void steady_system_clock() noexcept
+{
+    constexpr DWORD STEP_100NS = 10'000;
+    DWORD adjustment = 0;
+    DWORD increment = 0;
+    BOOL disabled = TRUE;
+    if (::IsDebuggerPresent() == FALSE && ::GetSystemTimeAdjustment(&adjustment, &increment, &disabled) != FALSE &&
+        disabled == FALSE)
+        ::SetSystemTimeAdjustment(STEP_100NS, FALSE);
+}
+
+RWCString copy_identity(char* const& text)
+{
+    const OwnerLockGuard guard(kor::identity_lock);
+    return RWCString(guard.held() ? text : nullptr);
+}
+
+/// What a configuration's rules grant this process for a package.
+int level_of_rules(const Kor_LogConf& conf, int package)
+{
+    const Kor_LogLevelRuleTable& table = conf.ruleTables[package];
+    if (!table.HasRules())
+        return 0;
+    const RWCString ip = copy_identity(Kor_LogMTVars::m_str_ip_address);
+    return table.GetLogLevel(
+        const_cast<char*>(ip.data()), copy_identity(Kor_LogMTVars::m_app_name),
+        static_cast<unsigned long>(Kor_LogMTVars::m_proc_id), static_cast<unsigned long>(Kor_LogMTVars::m_session_id));
+}
+} // namespace
+
+// Reading and writing the file ------------------------------------------------------------------------
+char* Kor_LogFile::GetLogConfigDir()
+{
+    if (const auto directory = kor::win::environment("PRISMATE_LOG_DIR"))
+        return keep_text(*directory);
+    warn_of_missing_directory();
+    return default_directory;
+}
+
+int Kor_LogFile::ReadFile(std::ifstream& file, Kor_LogConf& conf)
+{
+    std::uint8_t levels[PACKAGE_COUNT];
+    std::memset(levels, Kor_LogConf::DEFAULT_LEVEL, sizeof levels);
+    kor::core::LoggerFileReader reader(file);
+    kor::core::LoggerFileParser parser(PACKAGE_COUNT);
+    std::string_view line;
+    while (reader.next(line))
+        apply_line(parser.parse(line), conf, levels);
+    if (reader.ended_early())
+        KOR_WARN(
+            "a line of the configuration file is longer than %d characters, the file is read up to it\n",
+            static_cast<int>(kor::core::MAX_LOGGER_LINE));
+    conf.SetPackages(levels);
+    return 0;
+}
+
+int Kor_LogFile::ReadFile(const char* path, Kor_LogConf& conf)
+{
+    std::ifstream file(path);
+    if (file.is_open())
+        return ReadFile(file, conf);
+    KOR_WARN("No configuration file: %s\n", path);
+    return -1;
+}
+
+int Kor_LogFile::ReadFile(const wchar_t* path, Kor_LogConf& conf)
+{
+    std::ifstream file(path);
+    if (file.is_open())
+        return ReadFile(file, conf);
+    KOR_WARN("No configuration file: %s\n", kor::win::narrow(path).c_str());
+    return -1;
+}
+
+int Kor_LogFile::ReadFile()
+{
+    std::optional<std::wstring> directory = kor::win::environment(L"PRISMATE_LOG_DIR");
+    if (!directory)
+        warn_of_missing_directory();
+    Kor_LogConf* const conf = m_conf;
+    return conf == nullptr ? -1 : ReadFile((directory.value_or(L"log") + L"\\logger").c_str(), *conf);
+}
+
+char** Kor_LogFile::ReadCommentsFromFile(const char* path)
+{
+    std::ifstream file(path);
+    if (!file.is_open())
+    {
+        KOR_WARN("No configuration file: %s\n", path);
+        return nullptr;
+    }
+    std::string found[PACKAGE_COUNT];
+    kor::core::LoggerFileReader reader(file);
+    kor::core::LoggerComment comment;
+    for (std::string_view line; reader.next(line);)
+        if (kor::core::find_logger_comment(line, PACKAGE_COUNT, comment))
+            found[comment.number] = comment.text;
+
+    auto** const comments = new char*[PACKAGE_COUNT];
+    for (int package = 0; package < PACKAGE_COUNT; ++package)
+    {
+        const std::string& text = found[package].empty() ? "//" : found[package];
+        comments[package] = new char[text.size() + 1];
+        std::memcpy(comments[package], text.c_str(), text.size() + 1);
+    }
+    return comments;
+}
+
+void Kor_LogFile::CleanComments(char**& comments)
+{
+    if (comments == nullptr)
+        return;
+    for (int package = 0; package < PACKAGE_COUNT; ++package)
+        delete[] comments[package];
+    delete[] comments;
+    comments = nullptr;
+}
+
+bool Kor_LogFile::DumpToLoggerFile(const Kor_LogConf& conf, const char* path, char** comments)
+{
+    OwnedStream file(std::fopen(path, "w"));
+    if (!file)
+    {
+        std::fprintf(stderr, "*** Error -  DumpToLoggerFile.Can't open file <%s>\n", path);
+        return false;
+    }
+    std::string text =
+        kor::core::logger_file_header(conf.GetOutput(), static_cast<std::uint32_t>(conf.GetSizeLimitInMb()));
+    for (int package = 0; package < PACKAGE_COUNT; ++package)
+    {
+        const char* const name = conf.GetPackageName(package);
+        if (*name == '\0')
+            continue;
+        const std::string line = kor::core::logger_package_line(
+            name, package, conf.GetPackageDefaultLogLevel(package), conf.ruleTables[package].ToString().data(),
+            comments == nullptr ? "" : comments[package]);
+        if (line.size() - 1 > kor::core::MAX_LOGGER_LINE)
+            KOR_WARN(
+                "the line of package %d is longer than %d characters and ends the reading of %s\n", package,
+                static_cast<int>(kor::core::MAX_LOGGER_LINE), path);
+        text += line;
+    }
+    text += kor::core::LOGGER_FILE_END;
+    const bool written = std::fwrite(text.data(), 1, text.size(), file.get()) == text.size();
+    if (std::fclose(file.release()) == 0 && written)
+        return true;
+    std::fprintf(stderr, "*** Error -  DumpToLoggerFile.Can't write file <%s>\n", path);
+    return false;
+}
+
+// Start of the configuration --------------------------------------------------------------------------
+int Kor_LogFile::InitConf()
+{
+    if (m_conf_initialised.exchange(true) || m_conf == nullptr)
+        return 0;
+    ReadFile();
+    const std::optional<Kor_LogConf::Output> chosen = output_override(m_event_source != nullptr);
+    if (chosen)
+        m_conf.load()->SetOutput(*chosen);
+    if (m_conf.load()->GetPrintToDebugger())
+    {
+        m_debugger_destination = new Kor_LogDestDebug;
+        RegisterLogDestination(m_debugger_destination);
+    }
+    const auto develop = kor::win::environment("KORAL_LOG_DEVELOP");
+    const bool is_private = develop && develop->c_str()[0] == '1';
+    if (!is_private && !attach_configuration() && chosen)
+        m_conf.load()->SetOutput(*chosen); // of the machine: whoever overrides it does so for all
+    steady_system_clock();
+    return 0;
+}
+
+/// Joins the machine's configuration. Returns true when this process gave it its contents.
+bool Kor_LogFile::attach_configuration()
+{
+    const int result = AttachSharedMemory();
+    const auto* const block = static_cast<const Kor_LogConf*>(m_shared_view);
+    if (result == ATTACH_CREATED || (result == ATTACH_EXISTED && !wait_until_filled(*block)))
+    {
+        WriteToSharedMemory();
+        return true;
+    }
+    ReadSharedMemory();
+    return false;
+}
+
+// The shared block ------------------------------------------------------------------------------------
+int Kor_LogFile::AttachSharedMemory(void** view)
+{
+    Attachment block = attach();
+    *view = block.view.get();
+    if (block.view)
+        keep(block);
+    return block.result;
+}
+
+int Kor_LogFile::AttachSharedMemory()
+{
+    void* view = nullptr;
+    const int result = AttachSharedMemory(&view);
+    m_shared_view = view;
+    if (view != nullptr)
+        m_shared_conf = static_cast<Kor_LogConf*>(view);
+    return result;
+}
+
+int Kor_LogFile::ReadSharedMemory()
+{
+    Kor_LogConf* const shared = m_shared_conf;
+    if (shared == nullptr)
+        return -1;
+    Kor_LogConf* const used = m_conf.exchange(shared);
+    if (used != shared)
+        delete used;
+    return 0;
+}
+
+int Kor_LogFile::WriteToSharedMemory()
+{
+    Kor_LogConf* const used = m_conf;
+    auto* const block = static_cast<Kor_LogConf*>(m_shared_view);
+    if (used == nullptr)
+        return 0;
+    used->GenerateChangeCount();
+    if (block == nullptr || block == used)
+        return 0;
+    publish(*used, *block);
+    ReadSharedMemory();
+    return 0;
+}
+
+int Kor_LogFile::UpdateSMFromFile(const char* path)
+{
+    const std::unique_ptr<Kor_LogConf> fresh(new (std::nothrow) Kor_LogConf);
+    if (fresh)
+        ReadFile(path, *fresh);
+    Attachment block = attach();
+    if (!fresh || !block.view)
+        return -1;
+    publish(*fresh, *static_cast<Kor_LogConf*>(block.view.get()));
+    // One mapping keeps the block alive for this process; a tool that runs for weeks needs no more.
+    if (!block_is_kept)
+        keep(block);
+    return 0;
+}
+
+// Levels ----------------------------------------------------------------------------------------------
+const Kor_LogConf* Kor_LogFile::GetConf() { return m_conf; }
+
+Kor_LogConf* Kor_LogFile::GetLocalConf() { return m_local_conf; }
+
+void Kor_LogFile::SetLocalConf(Kor_LogConf* conf)
+{
+    m_local_conf = conf;
+    m_cache_generation.fetch_add(0x100);
+}
+
+int Kor_LogFile::SetCustomLogLevel(Kor_LogConf::Output output, int package, int level, bool publish_it)
+{
+    Kor_LogConf* const conf = m_conf;
+    if (conf == nullptr || conf != m_shared_conf || !Kor_LogConf::IsPackageNoLegal(package))
+        return -1;
+    if (static_cast<int>(output) != -1)
+        conf->SetOutput(output);
+    conf->SetPackageDefaultLogLevel(package, static_cast<unsigned char>(level));
+    if (publish_it)
+        WriteToSharedMemory();
+    return 0;
+}
+
+int Kor_LogFile::SetCustomLogLevel(int package, int level, bool publish_it)
+{
+    return SetCustomLogLevel(static_cast<Kor_LogConf::Output>(-1), package, level, publish_it);
+}
+
+bool Kor_LogFile::IsCacheTableUpToDate()
+{
+    const Kor_LogConf* const shared = m_shared_conf;
+    const Kor_LogConf* const local = m_local_conf;
+    return shared != nullptr && shared->GetChangeCount() == m_seen_count && !m_context_changed &&
+           (local == nullptr || local->GetChangeCount() == m_seen_local_count);
+}
+
+void Kor_LogFile::ClearCacheTable()
+{
+    m_cache_generation.fetch_add(0x100);
+    for (auto& entry : m_level_cache)
+        entry.store(0, std::memory_order_relaxed);
+}
+
+void Kor_LogFile::UpdateCacheFromSharedMem(int package) { current_level(package); }
+
+/// The level in force for a package: the check that every message passes.
+int Kor_LogFile::current_level(int package) noexcept
+{
+    if (!Kor_LogConf::IsPackageNoLegal(package))
+        return Kor_LogConf::DEFAULT_LEVEL;
+    if (!IsCacheTableUpToDate())
+        return refresh_level(package);
+    // Only now, or the entry might be older than the stamp that was just found to be the latest.
+    const unsigned int generation = m_cache_generation.load(std::memory_order_relaxed);
+    const unsigned int level = m_level_cache[package].load(std::memory_order_relaxed) ^ generation;
+    // Another generation's entry differs in its high byte; 0 is never taken from the cache.
+    return level - 1 < 255 ? static_cast<int>(level) : refresh_level(package);
+}
+
+int Kor_LogFile::refresh_level(int package) noexcept
+{
+    const KeptErrors kept;
+    if (m_conf == nullptr)
+        return Kor_LogConf::DEFAULT_LEVEL;
+    if (!IsCacheTableUpToDate())
+        rebuild_cache(package);
+    const std::uint16_t generation = m_cache_generation;
+    const int level = effective_level(package);
+    KOR_TRACE("Package %d Log level set to %d\n", package, level);
+    m_level_cache[package].store(static_cast<std::uint16_t>(generation | level), std::memory_order_relaxed);
+    return level;
+}
+
+void Kor_LogFile::rebuild_cache(int package)
+{
+    m_size_countdown = 0;
+    KOR_TRACE("Cache table is not up-to-date. clearing table and getting configuration for package %d\n", package);
+    const Kor_LogConf* const local = m_local_conf;
+    // The stamps first: a change that comes while this runs must be found at the next check. They are
+    // noted last, when no level of before them counts any more.
+    const std::uint64_t count = m_conf.load()->GetChangeCount();
+    const std::uint64_t local_count = local == nullptr ? 0 : local->GetChangeCount();
+    m_context_changed = false;
+    ClearCacheTable();
+    m_seen_local_count = local_count;
+    m_seen_count = count;
+}
+
+/// The largest of the package's level and those of the rules that fit this process as it is now.
+int Kor_LogFile::effective_level(int package) noexcept
+{
+    const Kor_LogConf& conf = *m_conf;
+    int level = conf.GetPackageDefaultLogLevel(package);
+    try
+    {
+        level = std::max(level, level_of_rules(conf, package));
+        if (const Kor_LogConf* const local = m_local_conf)
+            level = std::max(level, level_of_rules(*local, package));
+    }
+    catch (const std::bad_alloc&) // then without the rules, until the next change
+    {
+    }
+    return std::min(level, MAX_CACHED_LEVEL);
+}
+
+int Kor_LogFile::CheckMsgLevel(long code, int level)
+{
+    const int package = static_cast<int>(code / PACKAGE_RANGE);
+    return IsRejected(level, package) ? 0 : check_level(package, level);
+}
+
+int Kor_LogFile::check_level(int package, int level)
+{
+    if (m_conf == nullptr)
+    {
+        std::fprintf(stderr, "ERROR.Can not CheckMsgLevel.conf is NULL\n");
+        return 0;
+    }
+    return level <= current_level(package) ? 1 : 0;
+}
+
+unsigned char Kor_LogFile::GetLogLevel(int code)
+{
+    return static_cast<unsigned char>(current_level(code / PACKAGE_RANGE));
+}

@@ -1,0 +1,26 @@
+// diagnostics.h - what the configuration code tells: warnings always, traces on request.
+
+#ifndef KOR_DIAGNOSTICS_H
+#define KOR_DIAGNOSTICS_H
+
+#include <cstdio>
+
+namespace kor
+{
+/// True when PRISMATE_LOG_DEBUG was set at the first question; the process keeps that answer.
+bool is_tracing();
+
+/// Prints to standard output when is_tracing(). A macro, so that nothing is evaluated otherwise and
+/// compilers check the format.
+#define KOR_TRACE(...)                \
+    do                                \
+    {                                 \
+        if (::kor::is_tracing())      \
+            std::printf(__VA_ARGS__); \
+    } while (false)
+
+/// Prints a warning about something that was not used as it was given.
+#define KOR_WARN(...) std::printf("Kor_LogFile - Warning - " __VA_ARGS__)
+} // namespace kor
+
+#endif // KOR_DIAGNOSTICS_H

@@ -1,0 +1,160 @@
+#include "win/append_file.h"
+
+#include <fcntl.h>
+#include <io.h>
+
+#include "core/message.h"
+#include "win/owned.h"
+
+namespace kor::win
+{
+namespace
+{
+constexpr ULONGLONG LOOK_AFTER_MS = 1000; // a look costs about half a line
+
+// Characters translated and written at once: an ordinary line with its headline in one piece.
+constexpr std::size_t CHUNK = core::MESSAGE_SIZE + 256;
+
+/// A C file descriptor over path for appending, -1 when that fails. Shared in every way, so that
+/// tools can rotate and delete what a server has open for weeks.
+int open_descriptor(const char* path) noexcept
+{
+    OwnedFile file(::CreateFileA(
+        path, FILE_APPEND_DATA | FILE_READ_ATTRIBUTES | SYNCHRONIZE,
+        FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+    if (!file)
+        return -1;
+    const int descriptor = ::_open_osfhandle(reinterpret_cast<intptr_t>(file.get()), _O_APPEND | _O_TEXT);
+    if (descriptor != -1)
+        static_cast<void>(file.release()); // the descriptor's now
+    return descriptor;
+}
+
+HANDLE handle_of(int descriptor) noexcept { return reinterpret_cast<HANDLE>(::_get_osfhandle(descriptor)); }
+} // namespace
+
+std::FILE* AppendFile::open(const std::string& path)
+{
+    const int descriptor = open_descriptor(path.c_str());
+    if (descriptor == -1)
+        return nullptr;
+    std::FILE* const stream = ::_fdopen(descriptor, "at");
+    if (stream == nullptr)
+    {
+        ::_close(descriptor);
+        return nullptr;
+    }
+    close();
+    const OwnerLockGuard guard(m_lock);
+    m_path = path;
+    m_handle = handle_of(descriptor);
+    m_line_broken = false;
+    m_parked = false;
+    m_looked_at = ::GetTickCount64();
+    m_stream = stream;
+    return stream;
+}
+
+void AppendFile::adopt(std::FILE* stream) noexcept
+{
+    close();
+    const OwnerLockGuard guard(m_lock);
+    m_path.clear();
+    m_stream = stream;
+}
+
+void AppendFile::close() noexcept
+{
+    const OwnerLockGuard guard(m_lock);
+    if (m_stream != nullptr)
+        std::fclose(m_stream);
+    m_stream = nullptr;
+}
+
+void AppendFile::write(std::string_view text) noexcept
+{
+    const OwnerLockGuard guard(m_lock);
+    if (m_stream == nullptr)
+        return;
+    if (is_own())
+    {
+        write_own(text);
+        return;
+    }
+    std::fwrite(text.data(), 1, text.size(), m_stream);
+    std::fflush(m_stream);
+}
+
+void AppendFile::write_own(std::string_view text) noexcept
+{
+    look_after_file();
+    char chunk[2 * CHUNK + 2];
+    char* at = m_line_broken ? core::append_text_mode(chunk, "\n") : chunk;
+    do
+    {
+        const std::string_view part = text.substr(0, CHUNK);
+        text.remove_prefix(part.size());
+        at = core::append_text_mode(at, part);
+        if (!write_bytes(chunk, static_cast<std::size_t>(at - chunk)))
+            return;
+        at = chunk;
+    } while (!text.empty());
+}
+
+/// Notes whether what got through ends where a line ends.
+bool AppendFile::write_bytes(const char* bytes, std::size_t count) noexcept
+{
+    DWORD written = 0;
+    const bool done = ::WriteFile(m_handle, bytes, static_cast<DWORD>(count), &written, nullptr) != FALSE;
+    if (written != 0)
+        m_line_broken = bytes[written - 1] != '\n';
+    return done && written == count;
+}
+
+std::int64_t AppendFile::size(bool seek_end) noexcept
+{
+    const OwnerLockGuard guard(m_lock);
+    if (m_stream == nullptr)
+        return 0;
+    if (!is_own())
+    {
+        if (seek_end)
+            std::fseek(m_stream, 0, SEEK_END);
+        return ::_ftelli64(m_stream); // ftell stops at 2 GB
+    }
+    LARGE_INTEGER bytes{};
+    return ::GetFileSizeEx(m_handle, &bytes) != FALSE ? bytes.QuadPart : 0;
+}
+
+void AppendFile::look_after_file() noexcept
+{
+    const ULONGLONG now = ::GetTickCount64();
+    if (now - m_looked_at < LOOK_AFTER_MS)
+        return;
+    m_looked_at = now;
+    if (!m_parked && !is_deleted())
+        return;
+    // A deleted file may keep its name until the last handle to it is gone. So if the name cannot be
+    // had at once, let go of the old file first.
+    m_parked = !point_stream_at(m_path.c_str()) && !(point_stream_at("NUL") && point_stream_at(m_path.c_str()));
+}
+
+bool AppendFile::is_deleted() const noexcept
+{
+    FILE_STANDARD_INFO info{};
+    return ::GetFileInformationByHandleEx(m_handle, FileStandardInfo, &info, sizeof info) != FALSE &&
+           (info.DeletePending != FALSE || info.NumberOfLinks == 0);
+}
+
+bool AppendFile::point_stream_at(const char* path) noexcept
+{
+    const int descriptor = open_descriptor(path);
+    if (descriptor == -1)
+        return false;
+    const bool done = ::_dup2(descriptor, ::_fileno(m_stream)) == 0;
+    ::_close(descriptor);
+    m_handle = handle_of(::_fileno(m_stream));
+    m_line_broken = m_line_broken && !done;
+    return done;
+}
+} // namespace kor::win

@@ -1,0 +1,66 @@
+// append_file.h - the log file: a handle that appends, and the C stream that stands for it.
+
+#ifndef KOR_WIN_APPEND_FILE_H
+#define KOR_WIN_APPEND_FILE_H
+
+#include <windows.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <string>
+#include <string_view>
+
+#include "win/owner_lock.h"
+
+namespace kor::win
+{
+/// Appends whole lines to a file that others may read, copy, rename, truncate or delete meanwhile.
+///
+/// Any thread may write; lines of several threads never mix. A line that could not be written is lost,
+/// as its caller does not wait for it, but the next one begins where a line begins. A file that was
+/// deleted is made again within a second of further lines.
+class AppendFile
+{
+public:
+    AppendFile() noexcept = default;
+    AppendFile(const AppendFile&) = delete;
+    AppendFile& operator=(const AppendFile&) = delete;
+    ~AppendFile() { close(); }
+
+    /// Opens or creates path and returns a text stream over it in mode "a", null when that fails. The
+    /// stream stays the file's.
+    std::FILE* open(const std::string& path);
+
+    /// Takes a stream that somebody else opened. It is written to as it is, and closed in the end.
+    void adopt(std::FILE* stream) noexcept;
+
+    /// Closes what is open.
+    void close() noexcept;
+
+    /// Appends text, each newline as "\r\n" as a stream in text mode would, and leaves nothing of it
+    /// in a buffer of this process. A closed file takes nothing.
+    void write(std::string_view text) noexcept;
+
+    /// Size in bytes, a stream's position in the case of somebody else's; seek_end looks for the end
+    /// of such a stream first.
+    std::int64_t size(bool seek_end) noexcept;
+
+private:
+    bool is_own() const noexcept { return !m_path.empty(); }
+    void write_own(std::string_view text) noexcept;
+    bool write_bytes(const char* bytes, std::size_t count) noexcept;
+    void look_after_file() noexcept;
+    bool is_deleted() const noexcept;
+    bool point_stream_at(const char* path) noexcept;
+
+    std::FILE* m_stream = nullptr;
+    HANDLE m_handle = nullptr; // the stream's, which owns it
+    std::string m_path;
+    OwnerLock m_lock;
+    bool m_line_broken = false;
+    bool m_parked = false; // the stream writes to nowhere until the file can be made again
+    ULONGLONG m_looked_at = 0;
+};
+} // namespace kor::win
+
+#endif // KOR_WIN_APPEND_FILE_H

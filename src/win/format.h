@@ -1,0 +1,24 @@
+// format.h - printf formats with arguments that may not fit them.
+
+#ifndef KOR_WIN_FORMAT_H
+#define KOR_WIN_FORMAT_H
+
+#include <cstdio>
+#include <string>
+
+namespace kor::win
+{
+/// Formats into buffer (core::MESSAGE_SIZE bytes) and terminates it. args: a va_list. Returns the
+/// length, -1 when the text was cut at core::MAX_MESSAGE. Arguments that do not fit the format, a wild
+/// pointer included, give core::FORMAT_ERROR.
+int format_message(char* buffer, const char* format, char* args) noexcept;
+
+/// Prints to a stream in one piece, however long the text is.
+void print(std::FILE* stream, const char* format, char* args) noexcept;
+
+/// The system's text for an error code, empty when it has none. for_format: each percent sign is
+/// doubled, so that the text can become part of a format.
+std::string system_text(unsigned int error, bool for_format);
+} // namespace kor::win
+
+#endif // KOR_WIN_FORMAT_H

@@ -1,0 +1,54 @@
+#include "win/owner_lock.h"
+
+#include "win/owned.h"
+
+namespace kor::win
+{
+namespace
+{
+// A line takes one to two microseconds to write: spin for about that long, then let others run, and
+// only after many turns of that suspect that something is wrong.
+constexpr int SPINS = 100;
+constexpr int YIELDS = 2'000;
+
+bool has_ended(DWORD thread_id) noexcept
+{
+    const OwnedHandle thread(::OpenThread(SYNCHRONIZE, FALSE, thread_id));
+    return !thread || ::WaitForSingleObject(thread.get(), 0) == WAIT_OBJECT_0;
+}
+} // namespace
+
+bool OwnerLock::wait_for_lock() noexcept
+{
+    const DWORD self = ::GetCurrentThreadId();
+    const auto try_lock = [this, self]
+    {
+        DWORD nobody = 0;
+        return m_owner.load(std::memory_order_relaxed) == 0 &&
+               m_owner.compare_exchange_strong(nobody, self, std::memory_order_acquire);
+    };
+
+    for (int spin = 0; spin < SPINS; ++spin)
+    {
+        if (try_lock())
+            return true;
+        YieldProcessor();
+    }
+    for (int yield = 0; yield < YIELDS; ++yield)
+    {
+        if (try_lock())
+            return true;
+        ::SwitchToThread();
+    }
+    for (DWORD waited = 0; waited < MAX_WAIT_MS; ++waited)
+    {
+        if (try_lock())
+            return true;
+        DWORD owner = m_owner.load(std::memory_order_relaxed);
+        if (owner != 0 && has_ended(owner) && m_owner.compare_exchange_strong(owner, self, std::memory_order_acquire))
+            return true;
+        ::Sleep(1);
+    }
+    return false;
+}
+} // namespace kor::win

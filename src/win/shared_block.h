@@ -1,0 +1,24 @@
+// shared_block.h - a named file mapping that every process of the machine can open and create.
+
+#ifndef KOR_WIN_SHARED_BLOCK_H
+#define KOR_WIN_SHARED_BLOCK_H
+
+#include <cstddef>
+
+#include "win/owned.h"
+
+namespace kor::win
+{
+// The texts that the steps print on standard error are what support looks for.
+
+/// Opens the mapping called name, or fallback_name (null: none) when there is no such one.
+OwnedHandle open_mapping(const char* name, const char* fallback_name) noexcept;
+
+/// Creates it, for everyone's use. Sets created unless another process was faster.
+OwnedHandle create_mapping(const char* name, std::size_t size, bool& created) noexcept;
+
+/// Maps the whole of it for reading and writing. Null also when it has fewer than size bytes.
+OwnedView map_view(const OwnedHandle& mapping, std::size_t size) noexcept;
+} // namespace kor::win
+
+#endif // KOR_WIN_SHARED_BLOCK_H

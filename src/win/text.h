@@ -1,0 +1,14 @@
+// text.h - texts between the wide characters of Windows and the bytes of the C runtime.
+
+#ifndef KOR_WIN_TEXT_H
+#define KOR_WIN_TEXT_H
+
+#include <string>
+
+namespace kor::win
+{
+/// text in the process's code page; what that lacks becomes a question mark.
+std::string narrow(const wchar_t* text);
+} // namespace kor::win
+
+#endif // KOR_WIN_TEXT_H
