@@ -108,12 +108,21 @@ private:
 
     static const char* thread_name() noexcept;
     std::string_view full_headline() noexcept;
-    void format_parts(bool has_identity) noexcept;
+    void look_at_identity() noexcept;
     template <class Write>
     char* headline(int kind, bool force, Write write) noexcept;
 
     char m_time_text[TIME_TEXT_SIZE];
     std::uint64_t m_time_taken_at; // milliseconds of the system clock
+
+    // The process's texts as this thread saw them last, so that a line needs no lock for them.
+    std::uint32_t m_seen_changes;
+    const char* m_seen_name;
+    const char* m_seen_ip;
+    long m_seen_session;
+    bool m_has_client;
+    char m_client[CONTEXT_SIZE];
+    char m_application[HEADLINE_SIZE];
 };
 
 /// A counted pointer to a context. Not atomic: it stays on the context's thread.

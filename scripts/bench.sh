@@ -1,17 +1,56 @@
 #!/usr/bin/env bash
-# Builds the benchmarks and runs them under Wine. Sets up what it needs first.
+# Measures LUMlog under Wine beside a peer and beside the bare system calls, and prints one table.
+# Sets up what it needs first. What the rows mean: docs/benchmarks.md
 
 . "$(dirname "${BASH_SOURCE[0]}")/lib/setup.sh"
 
-ensure_packages "${base_packages[@]}" "${bench_packages[@]}"
+ensure_packages "${base_packages[@]}" "${bench_packages[@]}" python3
 ensure_dependencies ace xerces-c benchmark
 configure_preset mingw-bench || fail "The build could not be set up."
 build_preset mingw-bench || fail "The benchmarks could not be built."
 
 tree=$build_dir/mingw-bench
-for source in "$project_dir"/bench/*.cpp; do
-    [ -f "$source" ] || continue
-    program=$(basename "$source" .cpp)
-    say "Running $program"
-    timeout 900 "$project_dir/scripts/lib/wine-run.sh" "$tree/wine" "$tree/bin/$program.exe"
+results=$tree/results
+rm -rf "$results"
+mkdir -p "$results"
+
+# measure SENTENCE RESULT COMMAND...: what the command prints on standard output is a result.
+measure()
+{
+    local sentence=$1 result=$results/$2 log=$log_dir/bench-${2%.json}.log
+    shift 2
+    say "$sentence"
+    timeout 300 "$@" >"$result" 2>"$log" || {
+        tail -n 20 "$log" >&2
+        fail "This could not be measured: $*"
+    }
+}
+
+run=("$project_dir/scripts/lib/wine-run.sh" "$tree/wine")
+repeat=(--benchmark_format=json --benchmark_enable_random_interleaving=true)
+
+# Many short repetitions in turns, as most of them then fall between the doings of other programs; and
+# several processes, as where the memory of one came to lie is the same for all that it measures.
+cat /proc/loadavg >"$results/load-before"
+for number in 1 2 3 4 5; do
+    measure "Messages that nobody wants, $number of 5" "rejected-$number.json" \
+        "${run[@]}" "$tree/bin/rejected.exe" "${repeat[@]}" --benchmark_repetitions=41 --benchmark_min_time=0.002
+    measure "Lines, $number of 5" "lines-$number.json" \
+        "${run[@]}" "$tree/bin/lines.exe" "${repeat[@]}" --benchmark_repetitions=41
 done
+measure "Changes of the configuration" level_change.json "${run[@]}" "$tree/bin/level_change.exe"
+
+# Process starts are many short talks with Wine's server: on one processor, client and server take turns
+# without the time that another one takes to wake up.
+processor=$(taskset -cp $$ | sed 's/.*[ ,-]//')
+WINEPREFIX=$tree/wine timeout 30 wineserver -k || true
+WINEPREFIX=$tree/wine timeout 30 wineserver -w
+WINEPREFIX=$tree/wine taskset -c "$processor" wineserver -p60
+for number in 1 2 3; do
+    measure "Starts of processes, $number of 3" "startup-$number.json" \
+        taskset -c "$processor" "${run[@]}" "$tree/bin/startup.exe"
+done
+cat /proc/loadavg >"$results/load-after"
+
+say ""
+python3 "$project_dir/bench/table.py" "$results"

@@ -60,17 +60,7 @@ record()
 
 stage_format()
 {
-    local files file
-    # Tracked or not yet, but not ignored; also in a clone that belongs to another user.
-    mapfile -d '' -t files < <(git -C "$project_dir" -c safe.directory="$project_dir" \
-        ls-files -z --cached --others --exclude-standard -- '*.cpp' '*.h' '*.c')
-    for file in "${!files[@]}"; do
-        files[file]=$project_dir/${files[file]}
-        [ -f "${files[file]}" ] || unset "files[file]" # removed, but still in the index
-    done
-    [ ${#files[@]} -gt 0 ] || fail "No sources were found to check; are this tree and Git there?"
-    record format run_logged "Checking the format of ${#files[@]} files" format \
-        clang-format-14 --dry-run -Werror "${files[@]}"
+    record format run_logged "Checking the format" format "$project_dir/scripts/format.sh" --check
 }
 
 check_headers()
@@ -165,7 +155,14 @@ done
 
 trap finish EXIT
 ensure_packages "${base_packages[@]}" "${test_packages[@]}"
-ensure_dependencies ace xerces-c googletest
+for stage in "${stages[@]}"; do
+    case $stage in
+        headers | mingw-* | clang-*)
+            ensure_dependencies ace xerces-c googletest
+            break
+            ;;
+    esac
+done
 export ASAN_SYMBOLIZER_PATH=/usr/bin/llvm-symbolizer-14
 export UBSAN_OPTIONS=print_stacktrace=1
 

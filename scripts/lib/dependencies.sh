@@ -3,6 +3,7 @@
 # recipe and compiler, into a cache outside the tree.
 
 recipe_dir=$project_dir/scripts/dependencies
+dependency_path=
 
 # The upstream versions that the recipes were written for.
 dependency_version()
@@ -106,7 +107,7 @@ build_dependency()
     mkdir -p "$cache_dir"
     # Two runs at once: the second waits here and then finds the work done.
     exec 9>"$cache_dir/$name.lock"
-    flock 9
+    flock -n 9 || { say "Waiting for another run, which builds $name ..." && flock 9; }
     if [ ! -d "$prefix" ]; then
         rm -rf "$cache_dir/building-$name-"* # what a failed build left to be looked at
         work=$(mktemp -d "$cache_dir/building-$name-XXXXXX")

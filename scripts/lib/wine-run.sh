@@ -27,8 +27,11 @@ fi
 
 [ "$1" != --prepare ] || exit 0
 # A server that stays for a minute after the last program: starting one, with the services that
-# come with it, takes over two seconds. Where one runs already, this changes nothing.
-wineserver -p60 2>/dev/null || true
+# come with it, takes over two seconds. Where one runs already, this fails and changes nothing.
+if wineserver -p60 2>/dev/null; then
+    # The services start with the first program and keep its output open; its reader would wait.
+    wine cmd.exe /c exit </dev/null >/dev/null 2>&1 || true
+fi
 for argument in "$@"; do
     if [ "$argument" = --gtest_list_tests ]; then
         # CMake reads the list line by line and would keep the carriage returns.

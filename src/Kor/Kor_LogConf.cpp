@@ -436,7 +436,8 @@ bool Kor_LogLevelRuleTable::ParseRules(const RWCString& text)
     int number = 0;
     for (const std::string_view rule : kor::core::split_rules({text.data(), text.length()}))
     {
-        KOR_TRACE("Parsing Rule #%d:\n", ++number);
+        ++number;
+        KOR_TRACE("Parsing Rule #%d:\n", number);
         if (!AddRule(RWCString(std::string(rule))))
         {
             all_valid = false;

@@ -10,6 +10,7 @@
 
 #include "Kor/identity.h"
 #include "Kor_LogFile.h"
+#include "core/fixed_text.h"
 #include "core/headline.h"
 #include "win/clock.h"
 
@@ -34,7 +35,8 @@ Kor_LogMTVars::Kor_LogMTVars()
     : m_accepted(1), m_level(1), m_package(0),
       m_thread_id(::GetCurrentThreadId()), m_time{}, m_level_names{"NONE",    "SEVERE", "CRITICAL", "ERROR",
                                                                    "WARNING", "NOTICE", "INFO",     "DEBUG"},
-      m_references(0), m_time_text{}, m_time_taken_at(0)
+      m_references(0), m_time_text{}, m_time_taken_at(0), m_seen_changes(0), m_seen_name(nullptr), m_seen_ip(nullptr),
+      m_seen_session(0), m_has_client(false), m_client{}, m_application{}
 {
     TIME_ZONE_INFORMATION information{};
     const DWORD season = ::GetTimeZoneInformation(&information);
@@ -75,19 +77,31 @@ void Kor_LogMTVars::ResetParams() noexcept
     m_headline_kind = HEADLINE_NONE;
 }
 
-void Kor_LogMTVars::format_context() noexcept
+/// Takes the process's texts over when they are not those that this thread saw last.
+void Kor_LogMTVars::look_at_identity() noexcept
 {
+    if (m_seen_changes == kor::identity_changes.load(std::memory_order_acquire) && m_seen_name == m_app_name &&
+        m_seen_ip == m_str_ip_address && m_seen_session == m_session_id)
+        return;
     const OwnerLockGuard guard(kor::identity_lock);
-    format_parts(guard.held());
+    const bool readable = guard.held(); // if not, look again next time
+    m_seen_changes = readable ? kor::identity_changes.load() : 0;
+    m_seen_name = m_app_name;
+    m_seen_ip = m_str_ip_address;
+    m_seen_session = m_session_id;
+    m_has_client = readable && kor::core::write_client({m_client, CONTEXT_SIZE}, m_seen_ip, m_seen_session);
+    kor::core::copy_cut(m_application, readable && m_seen_name != nullptr ? m_seen_name : "(null)");
 }
 
-/// has_identity: the caller holds identity_lock; without it there is no looking at its texts.
-void Kor_LogMTVars::format_parts(bool has_identity) noexcept
+void Kor_LogMTVars::format_context() noexcept
 {
+    look_at_identity();
     m_has_location = m_line != 0;
     if (m_has_location)
         kor::core::write_location({m_location, LOCATION_SIZE}, m_file, m_line, m_function == nullptr ? "" : m_function);
-    m_has_context = has_identity && kor::core::write_client({m_context, CONTEXT_SIZE}, m_str_ip_address, m_session_id);
+    m_has_context = m_has_client;
+    if (m_has_context)
+        std::memcpy(m_context, m_client, sizeof m_context);
     m_has_thread_name = thread_name() != nullptr;
 }
 
@@ -112,8 +126,7 @@ char* Kor_LogMTVars::headline(int kind, bool force, Write write) noexcept
 {
     if (m_headline_kind == kind && !force)
         return m_headline;
-    const OwnerLockGuard guard(kor::identity_lock);
-    format_parts(guard.held());
+    format_context();
     kor::core::Headline parts{};
     parts.time = TimeText();
     parts.level = m_level;
@@ -127,7 +140,7 @@ char* Kor_LogMTVars::headline(int kind, bool force, Write write) noexcept
     parts.location = m_location;
     parts.has_location = m_has_location;
     parts.milliseconds = m_time.milliseconds;
-    parts.application = m_app_name == nullptr || !guard.held() ? "(null)" : m_app_name;
+    parts.application = m_application;
     m_headline_length = write(Buffer{m_headline, HEADLINE_SIZE}, parts);
     return m_headline;
 }

@@ -41,6 +41,7 @@ int clamp_level(int level) noexcept { return std::clamp(level, 0, Kor_LogMTVars:
 } // namespace
 
 kor::win::OwnerLock kor::identity_lock;
+std::atomic<std::uint32_t> kor::identity_changes{1};
 const char* kor::shared_block_name = nullptr;
 
 // What the process tells of itself. Here and not with its class, as KorGLog at the end of this file
@@ -286,6 +287,7 @@ int Kor_LogFile::Init(const char* app_name)
         const OwnerLockGuard guard(kor::identity_lock);
         if (Kor_LogMTVars::m_app_name == nullptr || !name.empty())
             old_name = std::exchange(Kor_LogMTVars::m_app_name, duplicate(app_name == nullptr ? "" : app_name));
+        ++kor::identity_changes;
     }
     std::free(old_name);
     register_event_source();
@@ -419,6 +421,7 @@ void Kor_LogFile::SetIP(const char* ip)
         const OwnerLockGuard guard(kor::identity_lock);
         std::swap(Kor_LogMTVars::m_str_ip_address, text);
         Kor_LogMTVars::m_session_id = 0;
+        ++kor::identity_changes;
     }
     note_context_change();
     std::free(text);
@@ -431,6 +434,7 @@ void Kor_LogFile::SetIPAndSID(const char* ip, long sid)
     {
         const OwnerLockGuard guard(kor::identity_lock);
         Kor_LogMTVars::m_session_id = sid;
+        ++kor::identity_changes;
     }
     note_context_change();
     KOR_TRACE("SetIPAndSID: Log Context changed to [%s [%d]]\n", ip == nullptr ? "(null)" : ip, static_cast<int>(sid));
@@ -698,11 +702,15 @@ bool Kor_LogFile::ValidateFileMaxSizeInaccurately()
     const bool exceeded_before = m_size_exceeded.exchange(verdict.exceeded);
     if (verdict.exceeded && !exceeded_before)
     {
-        m_append_file->write(
-            "*** Log file size (ESTIMATED around " + std::to_string(verdict.megabytes) +
-            "mb) exceed limit defined in logger file. Logs are disabled until file is cleared. ***\n"
-            "*** Note: if you clear the file it will only start writing again after ~500 log lines, or after you "
-            "call log log update manually (LevelSync.exe -u). ***\n");
+        char notice[512];
+        const int length = std::snprintf(
+            notice, sizeof notice,
+            "*** Log file size (ESTIMATED around %dmb) exceed limit defined in logger file. Logs are disabled until "
+            "file is cleared. ***\n"
+            "*** Note: if you clear the file it will only start writing again after ~500 log lines, or after you call "
+            "log log update manually (LevelSync.exe -u). ***\n",
+            static_cast<int>(verdict.megabytes));
+        m_append_file->write({notice, static_cast<std::size_t>(length)});
     }
     return !verdict.exceeded;
 }

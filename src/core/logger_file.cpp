@@ -57,7 +57,7 @@ bool LoggerFileReader::next(std::string_view& line)
     if (!m_from.getline(m_line, sizeof m_line))
     {
         // A full buffer tells a long line from the end of the file, where nothing was read.
-        m_too_long = m_from.gcount() == static_cast<std::streamsize>(MAX_LOGGER_LINE);
+        m_too_long = m_too_long || m_from.gcount() == static_cast<std::streamsize>(MAX_LOGGER_LINE);
         return false;
     }
     line = std::string_view(m_line, std::strlen(m_line));

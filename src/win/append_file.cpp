@@ -3,6 +3,8 @@
 #include <fcntl.h>
 #include <io.h>
 
+#include <cstring>
+
 #include "core/message.h"
 #include "win/owned.h"
 
@@ -14,6 +16,8 @@ constexpr ULONGLONG LOOK_AFTER_MS = 1000; // a look costs about half a line
 
 // Characters translated and written at once: an ordinary line with its headline in one piece.
 constexpr std::size_t CHUNK = core::MESSAGE_SIZE + 256;
+
+constexpr std::string_view LINE_BREAK = "\r\n";
 
 /// A C file descriptor over path for appending, -1 when that fails. Shared in every way, so that
 /// tools can rotate and delete what a server has open for weeks.
@@ -73,32 +77,43 @@ void AppendFile::close() noexcept
 
 void AppendFile::write(std::string_view text) noexcept
 {
+    // The first chunk, which is all of an ordinary line, is ready before anybody has to wait for it.
+    char ready[LINE_BREAK.size() + 2 * CHUNK];
+    char* const first = ready + LINE_BREAK.size();
+    const std::string_view part = text.substr(0, CHUNK);
+    const char* const end = core::append_text_mode(first, part);
+
     const OwnerLockGuard guard(m_lock);
     if (m_stream == nullptr)
         return;
-    if (is_own())
+    if (!is_own())
     {
-        write_own(text);
+        std::fwrite(text.data(), 1, text.size(), m_stream);
+        std::fflush(m_stream);
         return;
     }
-    std::fwrite(text.data(), 1, text.size(), m_stream);
-    std::fflush(m_stream);
+    look_after_file();
+    char* from = first;
+    if (m_line_broken)
+    {
+        from = ready;
+        std::memcpy(from, LINE_BREAK.data(), LINE_BREAK.size());
+    }
+    if (write_bytes(from, static_cast<std::size_t>(end - from)))
+        write_rest(text.substr(part.size()), first);
 }
 
-void AppendFile::write_own(std::string_view text) noexcept
+/// Writes what is left of a long line, with the room of its first chunk.
+void AppendFile::write_rest(std::string_view text, char* room) noexcept
 {
-    look_after_file();
-    char chunk[2 * CHUNK + 2];
-    char* at = m_line_broken ? core::append_text_mode(chunk, "\n") : chunk;
-    do
+    while (!text.empty())
     {
         const std::string_view part = text.substr(0, CHUNK);
-        text.remove_prefix(part.size());
-        at = core::append_text_mode(at, part);
-        if (!write_bytes(chunk, static_cast<std::size_t>(at - chunk)))
+        const char* const end = core::append_text_mode(room, part);
+        if (!write_bytes(room, static_cast<std::size_t>(end - room)))
             return;
-        at = chunk;
-    } while (!text.empty());
+        text.remove_prefix(part.size());
+    }
 }
 
 /// Notes whether what got through ends where a line ends.

@@ -47,7 +47,7 @@ public:
 
 private:
     bool is_own() const noexcept { return !m_path.empty(); }
-    void write_own(std::string_view text) noexcept;
+    void write_rest(std::string_view text, char* room) noexcept;
     bool write_bytes(const char* bytes, std::size_t count) noexcept;
     void look_after_file() noexcept;
     bool is_deleted() const noexcept;

@@ -1,0 +1,300 @@
+// What a written line costs. Each contender writes the same message, with a headline that says the same,
+// into a file of its own, and every line is with the system before the call returns. After each
+// measurement the file is read back: a line that is missing or torn fails the run.
+
+#include <spdlog/sinks/basic_file_sink.h>
+#include <spdlog/spdlog.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "Kor_LogFile.h"
+#include "bench_log.h"
+#include "import_hook.h"
+
+namespace
+{
+constexpr int MAX_THREADS = 4;
+constexpr std::size_t SHORTEST_LINE = 170;
+constexpr std::size_t LONGEST_LINE = 200; // both with the newline
+
+const LogDirectory* directory = nullptr;
+
+// Names of clients, one for each thread, which pad the line to its length.
+constexpr std::array<const char*, MAX_THREADS> CLIENTS = {
+    "client-0 at the workstation in reading room number 12", "client-1 at the workstation in reading room number 12",
+    "client-2 at the workstation in reading room number 12", "client-3 at the workstation in reading room number 12"};
+
+/// Lines that each thread has written since the file was made.
+std::array<int, MAX_THREADS> written;
+
+/// The number that stands at the beginning of a text and what follows it.
+int take_number(std::string_view& text)
+{
+    int number = 0;
+    while (!text.empty() && text.front() >= '0' && text.front() <= '9')
+    {
+        number = 10 * number + (text.front() - '0');
+        text.remove_prefix(1);
+    }
+    return number;
+}
+
+bool take(std::string_view& text, std::string_view expected)
+{
+    if (text.substr(0, expected.size()) != expected)
+        return false;
+    text.remove_prefix(expected.size());
+    return true;
+}
+
+/// Fails unless the file holds each written line once, whole, and nothing else.
+void check_file(const std::string& name)
+{
+    const std::string bytes = read_file(directory->file(name));
+    std::string_view rest(bytes);
+    std::array<std::vector<bool>, MAX_THREADS> seen;
+    for (int i = 0; i < MAX_THREADS; ++i)
+        seen.at(static_cast<std::size_t>(i)).resize(static_cast<std::size_t>(written.at(static_cast<std::size_t>(i))));
+
+    while (!rest.empty())
+    {
+        const std::size_t end = rest.find("\r\n");
+        std::string_view line = rest.substr(0, end);
+        rest.remove_prefix(end == std::string_view::npos ? rest.size() : end + 2);
+        const std::string whole(line);
+        const std::size_t message = line.find(" -> request ");
+        if (end == std::string_view::npos || end + 2 < SHORTEST_LINE || end + 2 > LONGEST_LINE ||
+            line.substr(0, 2) != "20" || message == std::string_view::npos)
+            fail(name + " has a line of another form: " + whole);
+        line.remove_prefix(message + 12);
+        const auto number = static_cast<std::size_t>(take_number(line));
+        take(line, " of client-");
+        const auto thread = static_cast<std::size_t>(take_number(line));
+        if (thread >= MAX_THREADS || number >= seen.at(thread).size() || seen.at(thread)[number] ||
+            !take(line, std::string_view(CLIENTS.at(thread)).substr(8)) || line != " took 250 us")
+            fail(name + " has a line that is torn or double: " + whole);
+        seen.at(thread)[number] = true;
+    }
+    for (const std::vector<bool>& of_thread : seen)
+    {
+        const auto lost = std::count(of_thread.begin(), of_thread.end(), false);
+        if (lost != 0)
+            fail(name + " lacks " + std::to_string(lost) + " lines");
+    }
+}
+
+/// Runs the measured loop of one thread: write(number, client) writes its line of that number.
+template <class Write>
+void measure_lines(benchmark::State& state, Write write)
+{
+    const auto thread = static_cast<std::size_t>(state.thread_index());
+    const char* const client = CLIENTS.at(thread);
+    int number = 0;
+    for (auto _ : state)
+        write(number++, client);
+    written.at(thread) = number;
+}
+
+// LUMlog ----------------------------------------------------------------------------------------------
+void begin_lumlog(const benchmark::State&)
+{
+    written.fill(0);
+    KorGLog.ReOpen("lumlog.log", "bench", false);
+}
+
+void end_lumlog(const benchmark::State&)
+{
+    KorGLog.ReOpen("idle.log", "bench", false);
+    check_file("lumlog.log");
+    ::DeleteFileA(directory->file("lumlog.log").c_str());
+}
+
+void write_lumlog(int number, const char* client)
+{
+    KOR_LOG(KorGLog, WANTED_LEVEL, BENCH_PACKAGE, "request %d of %s took %d us", number, client, 250);
+}
+
+void lumlog_line(benchmark::State& state) { measure_lines(state, &write_lumlog); }
+
+// spdlog ----------------------------------------------------------------------------------------------
+std::shared_ptr<spdlog::logger> peer;
+
+void open_peer(const std::string& name)
+{
+    peer = std::make_shared<spdlog::logger>(
+        "bench", std::make_shared<spdlog::sinks::basic_file_sink_mt>(directory->file(name)));
+    peer->set_pattern("%Y-%m-%d %H:%M:%S.%e%z %-8l(017) %n (%P,%t)  %s(%#) %! -> %v");
+    peer->flush_on(spdlog::level::trace);
+}
+
+void begin_spdlog(const benchmark::State&)
+{
+    written.fill(0);
+    open_peer("spdlog.log");
+}
+
+void end_spdlog(const benchmark::State&)
+{
+    peer.reset();
+    check_file("spdlog.log");
+    ::DeleteFileA(directory->file("spdlog.log").c_str());
+}
+
+void write_spdlog(int number, const char* client)
+{
+    SPDLOG_LOGGER_CALL(peer.get(), spdlog::level::warn, "request {} of {} took {} us", number, client, 250);
+}
+
+void spdlog_line(benchmark::State& state) { measure_lines(state, &write_spdlog); }
+
+// The bare call ---------------------------------------------------------------------------------------
+HANDLE bare_file = INVALID_HANDLE_VALUE;
+std::size_t bare_length = 0; // of a line of LUMlog's, with its newline
+
+void begin_bare(const benchmark::State&)
+{
+    written.fill(0);
+    bare_file = ::CreateFileA(
+        directory->file("bare.log").c_str(), FILE_APPEND_DATA | SYNCHRONIZE,
+        FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+}
+
+/// The lines are all the same, so only their bytes are counted.
+void end_bare(const benchmark::State&)
+{
+    LARGE_INTEGER size{};
+    ::GetFileSizeEx(bare_file, &size);
+    ::CloseHandle(bare_file);
+    if (size.QuadPart != static_cast<LONGLONG>(written.front()) * static_cast<LONGLONG>(bare_length))
+        fail("bare.log does not have the size that was written");
+    ::DeleteFileA(directory->file("bare.log").c_str());
+}
+
+void bare_line(benchmark::State& state)
+{
+    const std::string line(bare_length, 'x');
+    measure_lines(
+        state,
+        [&line](int, const char*)
+        {
+            DWORD count = 0;
+            ::WriteFile(bare_file, line.data(), static_cast<DWORD>(line.size()), &count, nullptr);
+        });
+}
+
+// Allocations -----------------------------------------------------------------------------------------
+std::atomic<int> allocations;
+
+/// The system's function of that name: one that is imported would lead back to the hook.
+template <class Function>
+Function* system_function(const char* module, const char* name)
+{
+    return reinterpret_cast<Function*>(reinterpret_cast<void*>(::GetProcAddress(::GetModuleHandleA(module), name)));
+}
+
+void* counting_malloc(std::size_t size)
+{
+    static auto* const original = system_function<void*(std::size_t)>("msvcrt.dll", "malloc");
+    ++allocations;
+    return original(size);
+}
+
+void* counting_calloc(std::size_t count, std::size_t size)
+{
+    static auto* const original = system_function<void*(std::size_t, std::size_t)>("msvcrt.dll", "calloc");
+    ++allocations;
+    return original(count, size);
+}
+
+void* counting_realloc(void* memory, std::size_t size)
+{
+    static auto* const original = system_function<void*(void*, std::size_t)>("msvcrt.dll", "realloc");
+    ++allocations;
+    return original(memory, size);
+}
+
+void* WINAPI counting_heap_alloc(HANDLE heap, DWORD flags, SIZE_T size)
+{
+    static auto* const original = system_function<void * WINAPI(HANDLE, DWORD, SIZE_T)>("kernel32.dll", "HeapAlloc");
+    ++allocations;
+    return original(heap, flags, size);
+}
+
+/// The allocations of a module's code, C++'s included, per call of write.
+template <class Write>
+double allocations_of(HMODULE module, Write write)
+{
+    constexpr int WARM_UP = 100;
+    constexpr int LINES = 1000;
+    int number = 0;
+    while (number < WARM_UP)
+        write(number++, CLIENTS.front());
+    const ImportHook malloc_hook(module, "malloc", reinterpret_cast<void*>(&counting_malloc));
+    const ImportHook calloc_hook(module, "calloc", reinterpret_cast<void*>(&counting_calloc));
+    const ImportHook realloc_hook(module, "realloc", reinterpret_cast<void*>(&counting_realloc));
+    const ImportHook heap_hook(module, "HeapAlloc", reinterpret_cast<void*>(&counting_heap_alloc));
+    if (!malloc_hook.installed())
+        fail("the allocations cannot be counted");
+    allocations = 0;
+    while (number < WARM_UP + LINES)
+        write(number++, CLIENTS.front());
+    return static_cast<double>(allocations) / LINES;
+}
+
+void count_allocations()
+{
+    KorGLog.ReOpen("counted.log", "bench", false);
+    const double lumlog = allocations_of(library_module(), &write_lumlog);
+    KorGLog.ReOpen("idle.log", "bench", false);
+    open_peer("counted.log");
+    const double spdlog = allocations_of(::GetModuleHandleA(nullptr), &write_spdlog);
+    peer.reset();
+    benchmark::AddCustomContext("allocations_lumlog", std::to_string(lumlog));
+    benchmark::AddCustomContext("allocations_spdlog", std::to_string(spdlog));
+}
+
+std::size_t length_of_a_line()
+{
+    KorGLog.ReOpen("one.log", "bench", false);
+    write_lumlog(12345, CLIENTS.front());
+    KorGLog.ReOpen("idle.log", "bench", false);
+    return read_file(directory->file("one.log")).size();
+}
+} // namespace
+
+int main(int argc, char** argv)
+{
+    const LogDirectory fresh(full_configuration());
+    directory = &fresh;
+    const EnvironmentVariable develop("KORAL_LOG_DEVELOP", "1");
+    KorGLog.Open("idle.log", "bench", false);
+    count_allocations();
+    bare_length = length_of_a_line();
+    benchmark::AddCustomContext("line_bytes", std::to_string(bare_length));
+
+    constexpr int LINES = 4000;
+    for (const int threads : {1, 4})
+    {
+        const auto add = [threads](const char* name, void (*run)(benchmark::State&), auto* begin, auto* end)
+        {
+            return benchmark::RegisterBenchmark(name, run)
+                ->Setup(begin)
+                ->Teardown(end)
+                ->Iterations(LINES / threads)
+                ->Threads(threads)
+                ->UseRealTime();
+        };
+        add("line/lumlog", &lumlog_line, &begin_lumlog, &end_lumlog);
+        add("line/spdlog", &spdlog_line, &begin_spdlog, &end_spdlog);
+        if (threads == 1)
+            add("line/bare", &bare_line, &begin_bare, &end_bare);
+    }
+    run_benchmarks(argc, argv);
+    return 0;
+}

@@ -1,0 +1,119 @@
+// What a message costs that nobody wants: the common case. One program for all contenders, so that
+// their ratios are taken in one run.
+
+#include <spdlog/sinks/null_sink.h>
+#include <spdlog/spdlog.h>
+
+#include <memory>
+
+#include "Kor_LogFile.h"
+#include "bench_log.h"
+#include "floor/floor.h"
+
+namespace
+{
+/// The log that uses the block of the machine is KorGLog, as in every host; this one has a
+/// configuration of its own, as with KORAL_LOG_DEVELOP=1.
+Kor_LogFile* private_log = nullptr;
+
+const std::shared_ptr<spdlog::logger>& peer()
+{
+    static const auto logger = []
+    {
+        auto made = std::make_shared<spdlog::logger>("bench", std::make_shared<spdlog::sinks::null_sink_mt>());
+        made->set_level(spdlog::level::warn);
+        return made;
+    }();
+    return logger;
+}
+
+void store_params(benchmark::State& state, Kor_LogFile& log)
+{
+    int wanted = 0;
+    for (auto _ : state)
+        benchmark::DoNotOptimize(
+            wanted += log.StoreParams(__FILE__, __func__, __LINE__, REJECTED_LEVEL, BENCH_PACKAGE));
+    if (wanted != 0)
+        fail("StoreParams accepted a message");
+}
+
+void check_level(benchmark::State& state, Kor_LogFile& log)
+{
+    int wanted = 0;
+    for (auto _ : state)
+        benchmark::DoNotOptimize(wanted += log.CheckMsgLevel(BENCH_PACKAGE * PACKAGE_RANGE, REJECTED_LEVEL));
+    if (wanted != 0)
+        fail("CheckMsgLevel accepted a message");
+}
+
+void macro_shared(benchmark::State& state)
+{
+    int number = 0;
+    for (auto _ : state)
+        KOR_LOG(KorGLog, REJECTED_LEVEL, BENCH_PACKAGE, "request %d of %s took %d us", ++number, "client", 250);
+    if (number != 0)
+        fail("KOR_LOG accepted a message");
+}
+
+void macro_private(benchmark::State& state)
+{
+    int number = 0;
+    Kor_LogFile& log = *private_log;
+    for (auto _ : state)
+        KOR_LOG(log, REJECTED_LEVEL, BENCH_PACKAGE, "request %d of %s took %d us", ++number, "client", 250);
+    if (number != 0)
+        fail("KOR_LOG accepted a message");
+}
+
+void spdlog_debug(benchmark::State& state)
+{
+    spdlog::logger* const logger = peer().get();
+    int number = 0;
+    for (auto _ : state)
+        logger->debug("request {} of {} took {} us", ++number, "client", 250);
+}
+
+void floor_call(benchmark::State& state)
+{
+    int wanted = 0;
+    for (auto _ : state)
+        benchmark::DoNotOptimize(wanted += floor_is_wanted(REJECTED_LEVEL));
+}
+
+void floor_inline(benchmark::State& state)
+{
+    int number = 0;
+    for (auto _ : state)
+    {
+        if (!floor_is_rejected(REJECTED_LEVEL))
+            benchmark::DoNotOptimize(++number);
+    }
+}
+} // namespace
+
+int main(int argc, char** argv)
+{
+    const LogDirectory directory(full_configuration());
+    {
+        const EnvironmentVariable develop("KORAL_LOG_DEVELOP", "1");
+        private_log = new Kor_LogFile(0, false);
+        private_log->Open("private.log", "bench", false);
+    }
+    KorGLog.Open("shared.log", "bench", false);
+    if (private_log->CheckMsgLevel(BENCH_PACKAGE * PACKAGE_RANGE, WANTED_LEVEL) == 0 ||
+        KorGLog.CheckMsgLevel(BENCH_PACKAGE * PACKAGE_RANGE, WANTED_LEVEL) == 0)
+        fail("the package's level is not the configuration's");
+
+    benchmark::RegisterBenchmark("StoreParams/private", [](benchmark::State& s) { store_params(s, *private_log); });
+    benchmark::RegisterBenchmark("StoreParams/shared", [](benchmark::State& s) { store_params(s, KorGLog); });
+    benchmark::RegisterBenchmark("CheckMsgLevel/private", [](benchmark::State& s) { check_level(s, *private_log); });
+    benchmark::RegisterBenchmark("CheckMsgLevel/shared", [](benchmark::State& s) { check_level(s, KorGLog); });
+    benchmark::RegisterBenchmark("KOR_LOG/private", &macro_private);
+    benchmark::RegisterBenchmark("KOR_LOG/shared", &macro_shared);
+    benchmark::RegisterBenchmark("spdlog/debug", &spdlog_debug);
+    benchmark::RegisterBenchmark("floor/call", &floor_call);
+    benchmark::RegisterBenchmark("floor/inline", &floor_inline);
+    run_benchmarks(argc, argv);
+    delete private_log;
+    return 0;
+}

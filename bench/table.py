@@ -1,0 +1,145 @@
+#!/usr/bin/env python3
+"""Prints the table of scripts/bench.sh from the results of its programs.
+
+usage: table.py DIRECTORY
+"""
+import json
+import os
+import pathlib
+import statistics
+import sys
+
+HEADER = ["What", "LUMlog", "spdlog", "bare call", "ratio", "to reach", "met"]
+
+
+class Runs:
+    """The results of one Google Benchmark program that ran several times."""
+
+    def __init__(self, directory, program):
+        files = sorted(directory.glob(f"{program}-*.json"))
+        self.runs = [json.loads(file.read_text()) for file in files]
+        self.medians = [self._medians(run) for run in self.runs]
+
+    @staticmethod
+    def _medians(run):
+        """Nanoseconds by the name of the benchmark, the median of the run's repetitions."""
+        times = {}
+        for result in run["benchmarks"]:
+            if result["run_type"] == "iteration":
+                times.setdefault(result["run_name"], []).append(result["real_time"])
+        return {name: statistics.median(values) for name, values in times.items()}
+
+    def find(self, wanted):
+        """The full name of the benchmark that has all these parts."""
+        for name in self.medians[0]:
+            if all(part in name for part in wanted.split()):
+                return name
+        raise KeyError(wanted)
+
+    def time(self, wanted):
+        name = self.find(wanted)
+        return statistics.median(run[name] for run in self.medians)
+
+    def ratio(self, wanted, other):
+        """Of two times of the same run; the median of the runs."""
+        name, base = self.find(wanted), self.find(other)
+        return statistics.median(run[name] / run[base] for run in self.medians)
+
+    def context(self, key):
+        return self.runs[0]["context"][key]
+
+
+def nanoseconds(value):
+    return f"{value:,.0f} ns" if value >= 100 else f"{value:.2f} ns" if value < 1 else f"{value:.1f} ns"
+
+
+def judged(*pairs):
+    """Texts of what is to be reached and whether it was, for (value, most, what) each."""
+    reach = ", ".join(f"{most:g}{what}" for _, most, what in pairs)
+    met = ", ".join("yes" if value <= most else "NO" for value, most, _ in pairs)
+    return [reach, met]
+
+
+def rejected_rows(runs):
+    rows = []
+    for call in ("StoreParams", "CheckMsgLevel"):
+        for kind in ("shared", "private"):
+            name = f"{call}/{kind}"
+            time, ratio = runs.time(name), runs.ratio(name, "spdlog/debug")
+            rows.append(
+                [f"rejected, {call}, {kind}", nanoseconds(time), nanoseconds(runs.time("spdlog/debug")),
+                 nanoseconds(runs.time("floor/call")), f"{ratio:.2f}"]
+                + judged((time, 4, " ns"), (ratio, 0.5, "")))
+    for kind in ("shared", "private"):
+        name = f"KOR_LOG/{kind}"
+        time, ratio = runs.time(name), runs.ratio(name, "spdlog/debug")
+        rows.append(
+            [f"rejected, KOR_LOG, {kind}", nanoseconds(time), nanoseconds(runs.time("spdlog/debug")),
+             nanoseconds(runs.time("floor/inline")), f"{ratio:.2f}"] + judged((time, 1, " ns")))
+    return rows
+
+
+def line_rows(runs):
+    one, peer, bare = "line/lumlog threads:1", "line/spdlog threads:1", "line/bare threads:1"
+    of_peer, of_bare = runs.ratio(one, peer), runs.ratio(one, bare)
+    four, peer_four = "line/lumlog threads:4", "line/spdlog threads:4"
+    of_peer_four = runs.ratio(four, peer_four)
+    size = runs.context("line_bytes")
+    allocations = float(runs.context("allocations_lumlog"))
+    return [
+        [f"line of {size} bytes, 1 thread", nanoseconds(runs.time(one)), nanoseconds(runs.time(peer)),
+         nanoseconds(runs.time(bare)), f"{of_peer:.2f}, {of_bare:.2f}"]
+        + judged((of_peer, 0.6, ""), (of_bare, 1.4, " of bare")),
+        [f"line of {size} bytes, 4 threads", nanoseconds(runs.time(four)), nanoseconds(runs.time(peer_four)), "",
+         f"{of_peer_four:.2f}"] + judged((of_peer_four, 0.65, "")),
+        ["allocations of a line", f"{allocations:g}", f"{float(runs.context('allocations_spdlog')):g}", "", ""]
+        + judged((allocations, 0, "")),
+    ]
+
+
+def startup_rows(directory):
+    runs = [json.loads(file.read_text()) for file in sorted(directory.glob("startup-*.json"))]
+    ratio = statistics.median(run["line_ms"] / run["empty_ms"] for run in runs)
+    line, empty = (statistics.median(run[key] for run in runs) for key in ("line_ms", "empty_ms"))
+    return [["process that writes one line", f"{line:.1f} ms", "", f"{empty:.1f} ms", f"{ratio:.2f}"]
+            + judged((ratio, 1.5, ""))]
+
+
+def change_rows(directory):
+    change = json.loads((directory / "level_change.json").read_text())
+    return [
+        [f"checks that miss one of {change['changes']} changes", str(change["disobeyed"]), "", "", ""]
+        + judged((change["disobeyed"], 0, "")),
+        ["first check after a change, 10 rules", nanoseconds(change["first_ns"]), "", "", "", "", ""],
+    ]
+
+
+def print_table(rows):
+    widths = [max(len(row[column]) for row in rows) for column in range(len(HEADER))]
+    for number, row in enumerate(rows):
+        cells = [cell.ljust(width) if column == 0 else cell.rjust(width)
+                 for column, (cell, width) in enumerate(zip(row, widths))]
+        print("| " + " | ".join(cells) + " |")
+        if number == 0:
+            print("|" + "|".join("-" * (width + 1) + ("-" if column == 0 else ":")
+                                 for column, width in enumerate(widths)) + "|")
+
+
+def main():
+    directory = pathlib.Path(sys.argv[1])
+    rows = [HEADER]
+    rows += rejected_rows(Runs(directory, "rejected"))
+    rows += line_rows(Runs(directory, "lines"))
+    rows += startup_rows(directory)
+    rows += change_rows(directory)
+    print_table(rows)
+    print("\nMedians. The ratios are of times of the same run: to spdlog, to the bare call where that is said, and of\n"
+          "the process to an empty one. docs/benchmarks.md explains the rows.")
+    loads = [float((directory / name).read_text().split()[0]) for name in ("load-before", "load-after")]
+    if max(loads) > os.cpu_count() / 2:
+        print(f"The machine was busy with other work as well (load {loads[0]:g} before, {loads[1]:g} after): the times are too\n"
+              "long, and the ratios less sure than those of a quiet one.")
+
+
+if __name__ == "__main__":
+    main()

@@ -1,0 +1,168 @@
+// host.cpp - a server of a suite, as far as its log goes: it replays the lines of a text as its
+// messages, on three threads, for one client, until it is told to stop.
+
+#include <windows.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+#include "Kor_LogFile.h"
+
+namespace
+{
+// The packages of this program. The `logger` file gives them their names, levels and rules.
+constexpr int PACKAGE_READER = 310; // reads the text
+constexpr int PACKAGE_REPLAY = 320; // replays its lines
+constexpr int PACKAGE_CLIENT = 330; // serves the client
+
+constexpr int THREADS = 3;
+constexpr DWORD PACE_MS = 100; // of each thread: some thirty lines a second together
+constexpr DWORD DEFAULT_SECONDS = 600;
+
+HANDLE stop_event = nullptr;
+
+BOOL WINAPI stop_on_ctrl_c(DWORD) { return ::SetEvent(stop_event); }
+
+/// Waits for the stop event; no wait of this program goes without a bound.
+bool told_to_stop(DWORD milliseconds) { return ::WaitForSingleObject(stop_event, milliseconds) == WAIT_OBJECT_0; }
+
+/// What a line is worth: in the log of a package manager a word tells, any other text is information.
+int level_of(std::string_view line)
+{
+    struct Word
+    {
+        std::string_view text;
+        int level;
+    };
+    static constexpr Word words[] = {{" error", 3},    {" warning", 4}, {" install ", 5},
+                                     {" upgrade ", 5}, {" remove ", 5}, {" status ", 7}};
+    const auto found = std::find_if(
+        std::begin(words), std::end(words),
+        [line](const Word& word) { return line.find(word.text) != std::string_view::npos; });
+    return found == std::end(words) ? 6 : found->level;
+}
+
+/// The text, handed out line by line to whoever asks, and over again when it ends. Each time through
+/// it counts as a session of the client.
+class Text
+{
+public:
+    Text(const char* path, const char* client, long session)
+        : m_path(path), m_file(path), m_client(client), m_session(session)
+    {
+    }
+
+    /// The number of the line, 0 when there is nothing to read.
+    long next(std::string& line)
+    {
+        const std::lock_guard<std::mutex> guard(m_mutex);
+        if (m_number == 0)
+            begin_session();
+        if (!std::getline(m_file, line))
+        {
+            if (m_number == 0)
+                return 0;
+            KOR_LOG(KorGLog, 5, PACKAGE_READER, "the text ends after %ld lines and starts again", m_number);
+            m_file.clear();
+            m_file.seekg(0);
+            m_number = 0;
+            ++m_session;
+            begin_session();
+            if (!std::getline(m_file, line))
+                return 0;
+        }
+        ++m_number;
+        KOR_LOG(KorGLog, 7, PACKAGE_READER, "line %ld has %u characters", m_number, static_cast<unsigned>(line.size()));
+        return m_number;
+    }
+
+private:
+    void begin_session()
+    {
+        // From here on every line of this process shows them, and rules are asked about them.
+        KorGLog.SetIPAndSID(m_client, m_session);
+        KOR_LOG(KorGLog, 5, PACKAGE_CLIENT, "session %ld begins", m_session);
+        KOR_LOG(KorGLog, 6, PACKAGE_CLIENT, "the client gets the lines of %s", m_path);
+    }
+
+    std::mutex m_mutex;
+    const char* const m_path;
+    std::ifstream m_file;
+    const char* const m_client;
+    long m_session;
+    long m_number = 0;
+};
+
+void replay(Text& text, int worker)
+{
+    KorGLog.SetThreadName(("Worker-" + std::to_string(worker)).c_str());
+    std::string line;
+    while (!told_to_stop(PACE_MS))
+    {
+        const long number = text.next(line);
+        if (number == 0)
+            return;
+        const int level = level_of(line);
+        KOR_LOG(KorGLog, 7, PACKAGE_REPLAY, "line %ld is replayed at level %d", number, level);
+        if (!line.empty())
+            KOR_LOG(KorGLog, level, PACKAGE_REPLAY, "%s", line.c_str());
+    }
+}
+
+int usage()
+{
+    std::fprintf(
+        stderr,
+        "example_host NAME CLIENT SESSION TEXT [SECONDS]\n\n"
+        "Replays the lines of the file TEXT as messages of the application NAME, which serves the\n"
+        "address CLIENT, first in the session SESSION. Writes to NAME.log beside the `logger` file, in\n"
+        "the folder that PRISMATE_LOG_DIR names. Ends at Ctrl-C, at \"example_control stop NAME\", or\n"
+        "after SECONDS, %lu if not given.\n",
+        DEFAULT_SECONDS);
+    return 2;
+}
+} // namespace
+
+int main(int argc, char** argv)
+{
+    if (argc < 5 || argc > 6)
+        return usage();
+    const std::string name = argv[1];
+    const char* const client = argv[2];
+    const long session = std::atol(argv[3]);
+    const char* const path = argv[4];
+    const DWORD seconds = argc > 5 ? std::strtoul(argv[5], nullptr, 10) : DEFAULT_SECONDS;
+    if (session < 1 || seconds < 1 || seconds > 86'400)
+        return usage();
+
+    stop_event = ::CreateEventA(nullptr, TRUE, FALSE, ("lumlog-host-" + name).c_str());
+    ::SetConsoleCtrlHandler(&stop_on_ctrl_c, TRUE);
+
+    KorGLog.Open((name + ".log").c_str(), name.c_str());
+    KorGLog.SetThreadName("Main");
+    Text text(path, client, session);
+    if (::GetFileAttributesA(path) == INVALID_FILE_ATTRIBUTES)
+    {
+        const DWORD error = ::GetLastError();
+        if (KorGLog.StoreParams(KOR_FILE_NAME, __func__, __LINE__, 3, PACKAGE_READER) != 0)
+            KorGLog.OSErrLog(error, "Cannot read the text %s:", path);
+        return 1;
+    }
+
+    std::vector<std::thread> workers;
+    for (int i = 1; i <= THREADS; ++i)
+        workers.emplace_back(&replay, std::ref(text), i);
+    told_to_stop(seconds * 1000);
+    ::SetEvent(stop_event);
+    for (std::thread& worker : workers)
+        worker.join();
+    KOR_LOG(KorGLog, 5, PACKAGE_CLIENT, "the host %s stops", name.c_str());
+    return 0;
+}
