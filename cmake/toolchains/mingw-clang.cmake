@@ -33,6 +33,6 @@ string(JOIN " " CMAKE_CXX_FLAGS_INIT
     -femulated-tls
     -Qunused-arguments)
 # The run times of GCC's exceptions and of threads, which Clang does not know libstdc++ to need.
-string(JOIN " " linker_flags -fuse-ld=lld "-B${gcc_dir}" "-L${gcc_dir}" -lgcc_eh -lwinpthread)
+string(JOIN " " linker_flags -fuse-ld=lld-14 "-B${gcc_dir}" "-L${gcc_dir}" -lgcc_eh -lwinpthread)
 set(CMAKE_EXE_LINKER_FLAGS_INIT "${linker_flags}")
 set(CMAKE_SHARED_LINKER_FLAGS_INIT "${linker_flags}")

@@ -9,7 +9,7 @@ base_packages=(
 )
 # What the tests need on top: the second compiler with its linker, sanitizers and symbolizer,
 # the formatter, GoogleTest for this machine, and Python to read CTest's results.
-test_packages=(clang-14 lld-14 llvm-14 libclang-rt-14-dev clang-format-14 libgtest-dev python3)
+test_packages=(clang-14 lld-14 llvm-14 libclang-rt-14-dev clang-format-14 libgtest-dev libgmock-dev python3)
 bench_packages=(libspdlog-dev libfmt-dev)
 
 is_installed()

@@ -10,6 +10,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <utility>
 
 #include "Kor/diagnostics.h"
 #include "Kor/identity.h"
@@ -17,6 +18,7 @@
 #include "Kor_LogFile.h"
 #include "core/change_count.h"
 #include "core/logger_file.h"
+#include "core/stream_source.h"
 #include "win/environment.h"
 #include "win/kept_errors.h"
 #include "win/shared_block.h"
@@ -93,6 +95,34 @@ void apply_line(const LoggerLine& line, Kor_LogConf& conf, std::uint8_t (&levels
     }
 }
 
+class FileSource final : public kor::core::ByteSource
+{
+public:
+    explicit FileSource(OwnedStream file) noexcept : m_file(std::move(file)) {}
+
+    std::size_t read(char* to, std::size_t size) override { return std::fread(to, 1, size, m_file.get()); }
+
+private:
+    OwnedStream m_file;
+};
+
+int read_lines(kor::core::ByteSource& from, Kor_LogConf& conf)
+{
+    std::uint8_t levels[PACKAGE_COUNT];
+    std::memset(levels, Kor_LogConf::DEFAULT_LEVEL, sizeof levels);
+    kor::core::LoggerFileReader reader(from);
+    kor::core::LoggerFileParser parser(PACKAGE_COUNT);
+    std::string_view line;
+    while (reader.next(line))
+        apply_line(parser.parse(line), conf, levels);
+    if (reader.ended_early())
+        KOR_WARN(
+            "a line of the configuration file is longer than %d characters, the file is read up to it\n",
+            static_cast<int>(kor::core::MAX_LOGGER_LINE));
+    conf.SetPackages(levels);
+    return 0;
+}
+
 // The block -------------------------------------------------------------------------------------------
 struct Attachment
 {
@@ -146,14 +176,15 @@ void publish(Kor_LogConf& conf, Kor_LogConf& block)
 }
 
 // A creator fills its block within milliseconds; one that has not done so by then was killed.
-constexpr int FILL_WAIT_MS = 500;
+constexpr ULONGLONG FILL_WAIT_MS = 500;
 
 /// False when the block still holds nothing, as its creator ended before it could fill it.
 bool wait_until_filled(const Kor_LogConf& block) noexcept
 {
-    for (int waited = 0; block.GetChangeCount() == 0; ++waited)
+    const ULONGLONG end = ::GetTickCount64() + FILL_WAIT_MS;
+    while (block.GetChangeCount() == 0)
     {
-        if (waited == FILL_WAIT_MS)
+        if (::GetTickCount64() >= end)
             return false;
         ::Sleep(1);
     }
@@ -216,37 +247,32 @@ char* Kor_LogFile::GetLogConfigDir()
 
 int Kor_LogFile::ReadFile(std::ifstream& file, Kor_LogConf& conf)
 {
-    std::uint8_t levels[PACKAGE_COUNT];
-    std::memset(levels, Kor_LogConf::DEFAULT_LEVEL, sizeof levels);
-    kor::core::LoggerFileReader reader(file);
-    kor::core::LoggerFileParser parser(PACKAGE_COUNT);
-    std::string_view line;
-    while (reader.next(line))
-        apply_line(parser.parse(line), conf, levels);
-    if (reader.ended_early())
-        KOR_WARN(
-            "a line of the configuration file is longer than %d characters, the file is read up to it\n",
-            static_cast<int>(kor::core::MAX_LOGGER_LINE));
-    conf.SetPackages(levels);
-    return 0;
+    kor::core::StreamSource source(file);
+    return read_lines(source, conf);
 }
 
 int Kor_LogFile::ReadFile(const char* path, Kor_LogConf& conf)
 {
-    std::ifstream file(path);
-    if (file.is_open())
-        return ReadFile(file, conf);
-    KOR_WARN("No configuration file: %s\n", path);
-    return -1;
+    OwnedStream file(std::fopen(path, "r"));
+    if (!file)
+    {
+        KOR_WARN("No configuration file: %s\n", path);
+        return -1;
+    }
+    FileSource source(std::move(file));
+    return read_lines(source, conf);
 }
 
 int Kor_LogFile::ReadFile(const wchar_t* path, Kor_LogConf& conf)
 {
-    std::ifstream file(path);
-    if (file.is_open())
-        return ReadFile(file, conf);
-    KOR_WARN("No configuration file: %s\n", kor::win::narrow(path).c_str());
-    return -1;
+    OwnedStream file(::_wfopen(path, L"r"));
+    if (!file)
+    {
+        KOR_WARN("No configuration file: %s\n", kor::win::narrow(path).c_str());
+        return -1;
+    }
+    FileSource source(std::move(file));
+    return read_lines(source, conf);
 }
 
 int Kor_LogFile::ReadFile()
@@ -260,14 +286,15 @@ int Kor_LogFile::ReadFile()
 
 char** Kor_LogFile::ReadCommentsFromFile(const char* path)
 {
-    std::ifstream file(path);
-    if (!file.is_open())
+    OwnedStream file(std::fopen(path, "r"));
+    if (!file)
     {
         KOR_WARN("No configuration file: %s\n", path);
         return nullptr;
     }
     std::string found[PACKAGE_COUNT];
-    kor::core::LoggerFileReader reader(file);
+    FileSource source(std::move(file));
+    kor::core::LoggerFileReader reader(source);
     kor::core::LoggerComment comment;
     for (std::string_view line; reader.next(line);)
         if (kor::core::find_logger_comment(line, PACKAGE_COUNT, comment))

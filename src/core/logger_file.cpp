@@ -1,6 +1,5 @@
 #include "core/logger_file.h"
 
-#include <cstring>
 #include <limits>
 
 #include "core/numbers.h"
@@ -52,15 +51,37 @@ std::string_view take_rules(std::string_view text) noexcept
 }
 } // namespace
 
+bool LoggerFileReader::next_byte(char& byte)
+{
+    if (m_block_at == m_block_end)
+    {
+        m_block_end = m_from.read(m_block, sizeof m_block);
+        m_block_at = 0;
+    }
+    if (m_block_at == m_block_end)
+        return false;
+    byte = m_block[m_block_at++];
+    return true;
+}
+
 bool LoggerFileReader::next(std::string_view& line)
 {
-    if (!m_from.getline(m_line, sizeof m_line))
+    std::size_t length = 0;
+    bool has_bytes = false;
+    char byte = '\0';
+    while (!m_too_long && next_byte(byte))
     {
-        // A full buffer tells a long line from the end of the file, where nothing was read.
-        m_too_long = m_too_long || m_from.gcount() == static_cast<std::streamsize>(MAX_LOGGER_LINE);
-        return false;
+        has_bytes = true;
+        if (byte == '\n')
+            break;
+        m_too_long = length == MAX_LOGGER_LINE;
+        if (!m_too_long)
+            m_line[length++] = byte;
     }
-    line = std::string_view(m_line, std::strlen(m_line));
+    if (m_too_long || !has_bytes)
+        return false;
+    line = std::string_view(m_line, length);
+    line = line.substr(0, line.find('\0'));
     return true;
 }
 

@@ -5,7 +5,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <istream>
 #include <string>
 #include <string_view>
 
@@ -14,11 +13,24 @@ namespace kor::core
 /// Characters of a line that can be read. Reading ends at a longer line.
 constexpr std::size_t MAX_LOGGER_LINE = 199;
 
+/// Where the bytes of a file come from: the caller of the library may have a C++ stream, and the library
+/// itself does without, for the first stream of a module costs a thread-local slot that unloading
+/// the module does not give back.
+class ByteSource
+{
+public:
+    /// Puts up to size bytes there. Returns how many, 0 at the end of the file.
+    virtual std::size_t read(char* to, std::size_t size) = 0;
+
+protected:
+    ~ByteSource() = default;
+};
+
 /// Reads the lines of a `logger` file one by one.
 class LoggerFileReader
 {
 public:
-    explicit LoggerFileReader(std::istream& from) : m_from(from) {}
+    explicit LoggerFileReader(ByteSource& from) noexcept : m_from(from) {}
 
     /// The next line up to its first nul, valid until the next call. False at the end of the file
     /// and at a line that is too long.
@@ -28,8 +40,15 @@ public:
     bool ended_early() const noexcept { return m_too_long; }
 
 private:
-    std::istream& m_from;
-    char m_line[MAX_LOGGER_LINE + 1] = {};
+    static constexpr std::size_t BLOCK_SIZE = 4096;
+
+    bool next_byte(char& byte);
+
+    ByteSource& m_from;
+    char m_block[BLOCK_SIZE];
+    std::size_t m_block_at = 0;
+    std::size_t m_block_end = 0;
+    char m_line[MAX_LOGGER_LINE];
     bool m_too_long = false;
 };
 

@@ -1,6 +1,7 @@
 // comment_reader.cpp - any bytes as a `logger` file, read for the comments of its packages.
 
 #include "core/logger_file.h"
+#include "core/stream_source.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -65,7 +66,8 @@ void write_and_find(std::string_view line, int package_count)
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
     std::istringstream stream(std::string(reinterpret_cast<const char*>(data), size));
-    kor::core::LoggerFileReader reader(stream);
+    kor::core::StreamSource source(stream);
+    kor::core::LoggerFileReader reader(source);
     std::string_view line;
     while (reader.next(line))
     {

@@ -2,6 +2,7 @@
 // scanf makes of it, whose format the grammar is.
 
 #include "core/logger_file.h"
+#include "core/stream_source.h"
 
 #include <algorithm>
 #include <cctype>
@@ -147,7 +148,8 @@ void write_and_read(const LoggerLine& package)
         return;
 
     std::istringstream stream(written);
-    kor::core::LoggerFileReader reader(stream);
+    kor::core::StreamSource source(stream);
+    kor::core::LoggerFileReader reader(source);
     std::string_view line;
     require(reader.next(line));
     kor::core::LoggerFileParser parser(PACKAGES);
@@ -171,7 +173,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const Lines expected = lines_of(file);
 
     std::istringstream stream(file);
-    kor::core::LoggerFileReader reader(stream);
+    kor::core::StreamSource source(stream);
+    kor::core::LoggerFileReader reader(source);
     kor::core::LoggerFileParser parser(PACKAGES);
     ScannedFile scanned;
     bool comparable = true;

@@ -1,6 +1,7 @@
 // logger_file_reader_test.cpp - the lines of a `logger` file, however long and whatever is in them.
 
 #include "core/logger_file.h"
+#include "core/stream_source.h"
 
 #include <gtest/gtest.h>
 
@@ -26,7 +27,8 @@ struct Reading
 Reading read(const std::string& file)
 {
     std::istringstream stream(file);
-    LoggerFileReader reader(stream);
+    kor::core::StreamSource source(stream);
+    LoggerFileReader reader(source);
     Reading result;
     std::string_view line;
     while (reader.next(line))
@@ -115,7 +117,8 @@ TEST(LoggerFileReader, ReadsNothingMoreOnceItHasEnded)
     for (const Row& row : rows)
     {
         std::istringstream stream(row.file);
-        LoggerFileReader reader(stream);
+        kor::core::StreamSource source(stream);
+        LoggerFileReader reader(source);
         std::string_view line;
         while (reader.next(line))
             EXPECT_FALSE(reader.ended_early());
@@ -131,7 +134,8 @@ TEST(LoggerFileReader, ReadsNothingFromAStreamThatFailed)
 {
     std::istringstream stream("a\nb\n");
     stream.setstate(std::ios::failbit);
-    LoggerFileReader reader(stream);
+    kor::core::StreamSource source(stream);
+    LoggerFileReader reader(source);
     std::string_view line;
     EXPECT_FALSE(reader.next(line));
     EXPECT_FALSE(reader.ended_early());

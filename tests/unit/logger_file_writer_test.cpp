@@ -1,6 +1,7 @@
 // logger_file_writer_test.cpp - the `logger` file as it is written, byte for byte, and read back.
 
 #include "core/logger_file.h"
+#include "core/stream_source.h"
 
 #include <gtest/gtest.h>
 
@@ -113,7 +114,8 @@ TEST(LoggerFile, ReadsBackAsItWasWritten)
                              logger_package_line("Last", 749, 255, "", "") + std::string(kor::core::LOGGER_FILE_END);
 
     std::istringstream stream(file);
-    kor::core::LoggerFileReader reader(stream);
+    kor::core::StreamSource source(stream);
+    kor::core::LoggerFileReader reader(source);
     kor::core::LoggerFileParser parser(750);
     struct Package
     {
