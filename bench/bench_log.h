@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <string>
 
+#include "Kor_Package.h"
 #include "log_directory.h"
 
 constexpr int BENCH_PACKAGE = 17;
@@ -19,7 +20,7 @@ constexpr int REJECTED_LEVEL = 6; // a level that nobody asked for
 inline std::string full_configuration()
 {
     std::string text = TO_FILE;
-    for (int package = 0; package < 750; ++package)
+    for (int package = 0; package < PACKAGE_COUNT; ++package)
         text += "PACKAGE_" + std::to_string(package) + ' ' + std::to_string(package) + " 4 // a package\n";
     return text;
 }

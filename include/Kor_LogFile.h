@@ -106,9 +106,9 @@ private:
     friend class Kor_LogFile;
     friend class Kor_LogDestFile;
 
-    static const char* thread_name() noexcept;
     std::string_view full_headline() noexcept;
     void look_at_identity() noexcept;
+    const char* format_parts() noexcept;
     template <class Write>
     char* headline(int kind, bool force, Write write) noexcept;
 
@@ -123,6 +123,8 @@ private:
     bool m_has_client;
     char m_client[CONTEXT_SIZE];
     char m_application[HEADLINE_SIZE];
+    std::uint32_t m_client_length;
+    std::uint32_t m_application_length;
 };
 
 /// A counted pointer to a context. Not atomic: it stays on the context's thread.

@@ -29,8 +29,12 @@ ensure_wine_prefix()
         cp -al "$fresh_prefix" "$prefix.new" 2>/dev/null ||
             { rm -rf "$prefix.new" && cp -a "$fresh_prefix" "$prefix.new"; }
         cp -a --remove-destination "$fresh_prefix"/*.reg "$prefix.new"
+        # Names the folder of the server's socket: one for each prefix.
+        rm -f "$prefix.new/wineserver"
         mv "$prefix.new" "$prefix"
     fi
+    # Two programs that start at once would each make such a folder; so one goes ahead.
+    timeout 120 "$project_dir/scripts/lib/wine-run.sh" "$prefix" cmd.exe /c exit </dev/null >/dev/null 2>&1 || true
     used_prefixes+=("$prefix")
 }
 

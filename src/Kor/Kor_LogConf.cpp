@@ -154,8 +154,18 @@ bool fits_session(const Kor_LogLevelRule& rule, unsigned long id)
 
 bool kor::is_tracing()
 {
-    static const bool tracing = win::is_set("PRISMATE_LOG_DEBUG");
-    return tracing;
+    // No static that initialises itself: the lock that compilers put around it costs a thread-local slot
+    // which unloading the DLL does not always give back. Two threads that ask at once get the same answer.
+    enum Answer
+    {
+        UNKNOWN,
+        NO,
+        YES
+    };
+    static std::atomic<Answer> known{UNKNOWN};
+    if (known == UNKNOWN)
+        known = win::is_set("PRISMATE_LOG_DEBUG") ? YES : NO;
+    return known == YES;
 }
 
 // IP_Structure --------------------------------------------------------------------------------------

@@ -10,6 +10,7 @@
 
 #include "Kor/identity.h"
 #include "Kor_LogFile.h"
+#include "core/bounded_text.h"
 #include "core/fixed_text.h"
 #include "core/headline.h"
 #include "win/clock.h"
@@ -36,7 +37,7 @@ Kor_LogMTVars::Kor_LogMTVars()
       m_thread_id(::GetCurrentThreadId()), m_time{}, m_level_names{"NONE",    "SEVERE", "CRITICAL", "ERROR",
                                                                    "WARNING", "NOTICE", "INFO",     "DEBUG"},
       m_references(0), m_time_text{}, m_time_taken_at(0), m_seen_changes(0), m_seen_name(nullptr), m_seen_ip(nullptr),
-      m_seen_session(0), m_has_client(false), m_client{}, m_application{}
+      m_seen_session(0), m_has_client(false), m_client{}, m_application{}, m_client_length(0), m_application_length(0)
 {
     TIME_ZONE_INFORMATION information{};
     const DWORD season = ::GetTimeZoneInformation(&information);
@@ -90,25 +91,28 @@ void Kor_LogMTVars::look_at_identity() noexcept
     m_seen_ip = m_str_ip_address;
     m_seen_session = m_session_id;
     m_has_client = readable && kor::core::write_client({m_client, CONTEXT_SIZE}, m_seen_ip, m_seen_session);
+    m_client_length = m_has_client ? static_cast<std::uint32_t>(std::strlen(m_client)) : 0;
     kor::core::copy_cut(m_application, readable && m_seen_name != nullptr ? m_seen_name : "(null)");
+    m_application_length = static_cast<std::uint32_t>(std::strlen(m_application));
 }
 
-void Kor_LogMTVars::format_context() noexcept
+void Kor_LogMTVars::format_context() noexcept { format_parts(); }
+
+/// Does what format_context does, and returns the thread's name, null for none.
+const char* Kor_LogMTVars::format_parts() noexcept
 {
     look_at_identity();
     m_has_location = m_line != 0;
     if (m_has_location)
-        kor::core::write_location({m_location, LOCATION_SIZE}, m_file, m_line, m_function == nullptr ? "" : m_function);
+        kor::core::write_location(
+            {m_location, LOCATION_SIZE}, kor::core::short_text(m_file), m_line,
+            kor::core::short_text(m_function == nullptr ? "" : m_function));
     m_has_context = m_has_client;
     if (m_has_context)
         std::memcpy(m_context, m_client, sizeof m_context);
-    m_has_thread_name = thread_name() != nullptr;
-}
-
-const char* Kor_LogMTVars::thread_name() noexcept
-{
     char** const name = m_thread_name.find();
-    return name == nullptr ? nullptr : *name;
+    m_has_thread_name = name != nullptr && *name != nullptr;
+    return m_has_thread_name ? *name : nullptr;
 }
 
 char* Kor_LogMTVars::TimeText() noexcept
@@ -126,21 +130,21 @@ char* Kor_LogMTVars::headline(int kind, bool force, Write write) noexcept
 {
     if (m_headline_kind == kind && !force)
         return m_headline;
-    format_context();
     kor::core::Headline parts{};
-    parts.time = TimeText();
+    parts.thread_name = format_parts();
+    parts.time = kor::core::short_text(TimeText());
     parts.level = m_level;
-    parts.level_name = m_level_names[std::clamp(m_level, 0, LEVEL_COUNT - 1)];
+    parts.level_name = kor::core::short_text(m_level_names[std::clamp(m_level, 0, LEVEL_COUNT - 1)]);
     parts.package = m_package;
+    parts.application = {m_application, m_application_length};
     parts.process = m_proc_id;
     parts.thread = m_thread_id;
-    parts.thread_name = m_has_thread_name ? thread_name() : nullptr;
-    parts.context = m_context;
+    parts.context = // what was there before counts, as long as nobody resets it
+        m_has_context ? std::string_view(m_context, m_client_length) : kor::core::short_text(m_context);
     parts.has_context = m_has_context;
-    parts.location = m_location;
+    parts.location = kor::core::short_text(m_location);
     parts.has_location = m_has_location;
     parts.milliseconds = m_time.milliseconds;
-    parts.application = m_application;
     m_headline_length = write(Buffer{m_headline, HEADLINE_SIZE}, parts);
     return m_headline;
 }

@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <new>
+#include <set>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -38,6 +39,19 @@ bool truncation_enabled = true;
 char* duplicate(const char* text) noexcept { return text == nullptr ? nullptr : ::_strdup(text); }
 
 int clamp_level(int level) noexcept { return std::clamp(level, 0, Kor_LogMTVars::LEVEL_COUNT - 1); }
+
+char default_directory[] = "log";
+
+kor::win::OwnerLock kept_texts_lock;
+std::set<std::string> kept_texts;
+
+/// Keeps every directory that GetLogConfigDir has handed out: a handful at most, as the variable
+/// hardly ever changes, and its callers may hold on to them.
+char* keep_text(const std::string& text)
+{
+    const OwnerLockGuard guard(kept_texts_lock);
+    return const_cast<char*>(kept_texts.insert(text).first->c_str());
+}
 } // namespace
 
 kor::win::OwnerLock kor::identity_lock;
@@ -263,6 +277,14 @@ int Kor_LogFile::ReOpen(const char* file_name, const char* app_name, bool banner
 }
 
 int Kor_LogFile::Close() { return 0; }
+
+char* Kor_LogFile::GetLogConfigDir()
+{
+    if (const auto directory = kor::win::environment("PRISMATE_LOG_DIR"))
+        return keep_text(*directory);
+    kor::warn_of_missing_directory();
+    return default_directory;
+}
 
 /// Opens a file of the configuration directory in place of the one that is open.
 void Kor_LogFile::open_private_file(const char* file_name)

@@ -8,7 +8,6 @@
 #include <memory>
 #include <new>
 #include <optional>
-#include <set>
 #include <string>
 #include <utility>
 
@@ -36,25 +35,11 @@ constexpr int ATTACH_CREATED = 0;
 constexpr int ATTACH_EXISTED = 17;
 constexpr int ATTACH_FAILED = -1;
 
-char default_directory[] = "log";
-
 struct FileClose
 {
     void operator()(std::FILE* file) const noexcept { std::fclose(file); }
 };
 using OwnedStream = std::unique_ptr<std::FILE, FileClose>;
-
-void warn_of_missing_directory() { KOR_WARN("No configuration file\n"); }
-
-/// Keeps every directory that GetLogConfigDir has handed out: a handful at most, as the variable
-/// hardly ever changes, and its callers may hold on to them.
-char* keep_text(const std::string& text)
-{
-    static kor::win::OwnerLock lock;
-    static std::set<std::string> kept;
-    const OwnerLockGuard guard(lock);
-    return const_cast<char*>(kept.insert(text).first->c_str());
-}
 
 // The file --------------------------------------------------------------------------------------------
 /// Takes what one line of the file says into conf, but for the levels, which come all at once.
@@ -237,14 +222,6 @@ int level_of_rules(const Kor_LogConf& conf, int package)
 } // namespace
 
 // Reading and writing the file ------------------------------------------------------------------------
-char* Kor_LogFile::GetLogConfigDir()
-{
-    if (const auto directory = kor::win::environment("PRISMATE_LOG_DIR"))
-        return keep_text(*directory);
-    warn_of_missing_directory();
-    return default_directory;
-}
-
 int Kor_LogFile::ReadFile(std::ifstream& file, Kor_LogConf& conf)
 {
     kor::core::StreamSource source(file);
@@ -279,7 +256,7 @@ int Kor_LogFile::ReadFile()
 {
     std::optional<std::wstring> directory = kor::win::environment(L"PRISMATE_LOG_DIR");
     if (!directory)
-        warn_of_missing_directory();
+        kor::warn_of_missing_directory();
     Kor_LogConf* const conf = m_conf;
     return conf == nullptr ? -1 : ReadFile((directory.value_or(L"log") + L"\\logger").c_str(), *conf);
 }

@@ -21,6 +21,9 @@ bool is_tracing();
 
 /// Prints a warning about something that was not used as it was given.
 #define KOR_WARN(...) std::printf("Kor_LogFile - Warning - " __VA_ARGS__)
+
+/// For who has set no PRISMATE_LOG_DIR.
+inline void warn_of_missing_directory() { KOR_WARN("No configuration file\n"); }
 } // namespace kor
 
 #endif // KOR_DIAGNOSTICS_H

@@ -45,6 +45,15 @@ inline void copy_text(char* to, const char* from, std::size_t length) noexcept
         *to = *from;
 }
 
+/// As std::strlen, for the names in a headline: without a call into the C runtime.
+inline std::string_view short_text(const char* text) noexcept
+{
+    std::size_t length = 0;
+    while (text[length] != '\0')
+        ++length;
+    return {text, length};
+}
+
 /// Appends to a buffer that has room for size - 1 characters and a terminator.
 class BoundedText
 {

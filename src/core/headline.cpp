@@ -1,7 +1,6 @@
 #include "core/headline.h"
 
 #include <cstdlib>
-#include <cstring>
 
 #include "core/bounded_text.h"
 
@@ -13,7 +12,7 @@ namespace
 void add_thread_name(BoundedText& text, const Headline& from, char separator) noexcept
 {
     if (from.thread_name != nullptr)
-        text.add(separator).add(std::string_view(from.thread_name));
+        text.add(separator).add(short_text(from.thread_name));
 }
 
 void add_location(BoundedText& text, const Headline& from) noexcept
@@ -132,7 +131,10 @@ int write_partial_unix(Buffer to, const Headline& from) noexcept
 
 const char* file_name_of(const char* path) noexcept
 {
-    const char* const backslash = std::strrchr(path, '\\');
-    return backslash == nullptr ? path : backslash + 1;
+    const char* name = path;
+    for (const char* at = path; *at != '\0'; ++at)
+        if (*at == '\\')
+            name = at + 1;
+    return name;
 }
 } // namespace kor::core

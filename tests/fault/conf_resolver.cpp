@@ -10,14 +10,19 @@
 #include <cstdio>
 #include <cstring>
 #include <deque>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "Kor_LogFile.h"
+#include "bounded.h"
 #include "captured_stream.h"
 #include "child.h"
+#include "environment.h"
 #include "import_hook.h"
+#include "log_directory.h"
 #include "log_lines.h"
+#include "named_event.h"
 
 KOR_IMPORT(getaddrinfo);
 KOR_IMPORT(freeaddrinfo);
@@ -279,6 +284,123 @@ TEST(ConfResolver, an_answer_without_addresses_complies_with_nothing_and_adds_no
             EXPECT_EQ(rule.ipCount, 0);
             EXPECT_FALSE(rule.DoesComply(RWCString("client.example"), "app", 1, 1));
         });
+}
+
+// A change while a level is being computed ----------------------------------------------------------
+
+namespace
+{
+/// A log with rules for clients whose names resolve to 10.1.2.3, and a second thread that asks for the
+/// level of package 3 and stops in the middle of resolving.
+class InterruptedCheck
+{
+public:
+    explicit InterruptedCheck(const char* package_line)
+        : m_lookup(
+              [this](PCSTR, PCSTR, const ADDRINFOA*, PADDRINFOA* result) -> INT
+              {
+                  if (::GetCurrentThreadId() != m_test_thread)
+                  {
+                      m_inside.set();
+                      m_go_on.wait();
+                  }
+                  *result = &m_record;
+                  return 0;
+              }),
+          m_release([](PADDRINFOA) {})
+    {
+        EXPECT_TRUE(m_lookup.installed() && m_release.installed());
+        m_socket.sin_family = AF_INET;
+        const Octets address = {10, 1, 2, 3};
+        std::memcpy(&m_socket.sin_addr, address.data(), 4);
+        m_record.ai_family = AF_INET;
+        m_record.ai_addrlen = sizeof m_socket;
+        m_record.ai_addr = reinterpret_cast<sockaddr*>(&m_socket);
+
+        const LogDirectory directory(TO_FILE + package_line);
+        const EnvironmentVariable develop("KORAL_LOG_DEVELOP", "1");
+        m_log = std::make_unique<Kor_LogFile>(777, false);
+        m_log->SetIP("client.example");
+        m_thread = std::make_unique<BoundedThread>([this] { m_log->GetLogLevel(30000); });
+        EXPECT_TRUE(m_inside.wait());
+    }
+    ~InterruptedCheck() { m_log->SetIP(nullptr); }
+
+    Kor_LogFile& log() { return *m_log; }
+    Kor_LogConf& conf() { return const_cast<Kor_LogConf&>(*m_log->GetConf()); } // as another process would
+
+    /// Lets the other thread finish.
+    void finish()
+    {
+        m_go_on.set();
+        m_thread->join();
+    }
+
+private:
+    const DWORD m_test_thread = ::GetCurrentThreadId();
+    NamedEvent m_inside{unique_name("inside")};
+    NamedEvent m_go_on{unique_name("go-on")};
+    sockaddr_in m_socket{};
+    ADDRINFOA m_record{};
+    Hook<getaddrinfoImport> m_lookup;
+    Hook<freeaddrinfoImport> m_release;
+    std::unique_ptr<Kor_LogFile> m_log;
+    std::unique_ptr<BoundedThread> m_thread;
+};
+} // namespace
+
+TEST(ConfCacheRace, a_level_from_before_a_published_change_is_not_kept)
+{
+    InterruptedCheck check("Net 3 7 [(1;10.0.0.0)]\n");
+    check.conf().packageLevels[3] = 2;
+    check.conf().changeCount += 1;
+    EXPECT_EQ(check.log().GetLogLevel(30000), 2);
+    check.finish();
+    EXPECT_EQ(check.log().GetLogLevel(30000), 2);
+    EXPECT_EQ(check.log().CheckMsgLevel(30000, 3), 0);
+}
+
+TEST(ConfCacheRace, a_level_from_before_a_change_that_nobody_has_seen_yet_is_not_kept)
+{
+    InterruptedCheck check("Net 3 7 [(1;10.0.0.0)]\n");
+    check.conf().packageLevels[3] = 2;
+    check.conf().changeCount += 1;
+    check.finish();
+    EXPECT_EQ(check.log().GetLogLevel(30000), 2);
+}
+
+TEST(ConfCacheRace, a_level_of_the_client_before_is_not_kept)
+{
+    InterruptedCheck check("Net 3 4 [(7;10.0.0.0)]\n");
+    check.log().SetIP(nullptr);
+    EXPECT_EQ(check.log().GetLogLevel(30000), 4);
+    check.finish();
+    EXPECT_EQ(check.log().GetLogLevel(30000), 4);
+    EXPECT_EQ(check.log().CheckMsgLevel(30000, 5), 0);
+}
+
+TEST(ConfCacheRace, a_level_from_before_the_cache_was_cleared_is_not_kept)
+{
+    InterruptedCheck check("Net 3 7 [(1;10.0.0.0)]\n");
+    check.conf().packageLevels[3] = 2; // without a stamp
+    check.log().ClearCacheTable();
+    check.finish();
+    EXPECT_EQ(check.log().GetLogLevel(30000), 2);
+}
+
+TEST(ConfCacheRace, a_level_raised_by_a_local_configuration_that_is_gone_is_not_kept)
+{
+    InterruptedCheck check("Net 3 4 [(7;10.0.0.0)]\n");
+    check.finish();
+    const auto local = std::make_unique<Kor_LogConf>();
+    check.log().SetLocalConf(local.get());
+    check.log().SetIP(nullptr);
+    EXPECT_EQ(check.log().GetLogLevel(30000), 4);
+    local->GetRuleTable(3).ParseRules(("(6;;;" + std::to_string(::GetCurrentProcessId()) + ')').c_str());
+    local->GenerateChangeCount();
+    EXPECT_EQ(check.log().GetLogLevel(30000), 6);
+    check.log().SetLocalConf(nullptr);
+    EXPECT_EQ(check.log().GetLogLevel(30000), 4);
 }
 
 namespace

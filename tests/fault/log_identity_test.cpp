@@ -7,6 +7,7 @@
 
 #include <sddl.h>
 
+#include <algorithm>
 #include <memory>
 
 #include "captured_stream.h"
@@ -43,7 +44,7 @@ struct Token
     bool can_be_opened = true;
     bool groups_can_be_read = true;
     bool is_administrator = false;
-    DWORD elevation = TokenElevationTypeDefault;
+    DWORD elevation = TokenElevationTypeDefault; ///< 0: not told
     Privilege privilege = Privilege::NOT_HELD;
 };
 
@@ -91,7 +92,7 @@ public:
     Lines privileges; ///< that were looked up
     Lines sids;       ///< that groups were compared with
     int elevation_queries = 0;
-    int opened = 0;
+    std::vector<HANDLE> opened;
     DWORD group_buffer = 0;
 
 private:
@@ -115,8 +116,9 @@ private:
                 ::SetLastError(ERROR_ACCESS_DENIED);
                 return FALSE;
             }
-            ++opened;
-            return ::OpenProcessToken(process, access, token);
+            const BOOL result = ::OpenProcessToken(process, access, token);
+            opened.push_back(*token);
+            return result;
         }};
     Hook<GetTokenInformationImport> m_information{
         [this](HANDLE token, TOKEN_INFORMATION_CLASS what, void* buffer, DWORD size, DWORD* needed) -> BOOL
@@ -127,7 +129,7 @@ private:
                 EXPECT_GE(size, sizeof(DWORD));
                 *static_cast<DWORD*>(buffer) = m_token.elevation;
                 *needed = sizeof(DWORD);
-                return TRUE;
+                return m_token.elevation != 0;
             }
             EXPECT_EQ(what, TokenGroups);
             group_buffer = size;
@@ -176,6 +178,7 @@ TEST(LogIdentity, TheBlocksNameFollowsFromTheToken)
     } rows[] = {
         {"administrator, no split token", {true, true, true, TokenElevationTypeDefault, Privilege::NOT_HELD}, true},
         {"elevated administrator", {true, true, true, TokenElevationTypeFull, Privilege::NOT_HELD}, true},
+        {"administrator, elevation not told", {true, true, true, 0, Privilege::NOT_HELD}, true},
         {"limited administrator without", {true, true, true, TokenElevationTypeLimited, Privilege::NOT_HELD}, false},
         {"limited administrator with", {true, true, true, TokenElevationTypeLimited, Privilege::HELD}, true},
         {"user with the privilege", {true, true, false, TokenElevationTypeDefault, Privilege::HELD}, true},
@@ -220,23 +223,25 @@ TEST(LogIdentity, AnAdministratorsPrivilegeIsNotAskedFor)
     EXPECT_EQ(other.elevation_queries, 0); // nor is the elevation of one who is no administrator
 }
 
-TEST(LogIdentity, EveryTokenThatIsOpenedIsClosed)
+TEST(LogIdentity, EveryTokenThatIsOpenedIsClosedOnce)
 {
-    int closes = 0;
+    Identity identity;
+    std::vector<HANDLE> closed;
     Hook<CloseHandleImport> hook(
         [&](HANDLE handle) -> BOOL
         {
-            ++closes;
-            return ::CloseHandle(handle);
+            closed.push_back(handle);
+            return TRUE; // not now, so that no two tokens are the same handle
         });
     ASSERT_TRUE(hook.installed());
-    Identity identity;
+    const LogDirectory directory;
+    const auto log = std::make_unique<Kor_LogFile>(777, false);
+
+    EXPECT_FALSE(identity.opened.empty());
+    for (const HANDLE token : identity.opened)
     {
-        const LogDirectory directory;
-        closes = 0;
-        auto log = std::make_unique<Kor_LogFile>(777, false);
-        EXPECT_GT(identity.opened, 0);
-        EXPECT_EQ(closes, identity.opened);
+        EXPECT_EQ(std::count(closed.begin(), closed.end(), token), 1);
+        ::CloseHandle(token);
     }
 }
 

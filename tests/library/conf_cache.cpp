@@ -4,12 +4,15 @@
 #include <gtest/gtest.h>
 #include <windows.h>
 
+#include <atomic>
 #include <climits>
 #include <cstdio>
+#include <cstring>
 #include <memory>
 #include <string>
 
 #include "Kor_LogFile.h"
+#include "bounded.h"
 #include "child.h"
 #include "environment.h"
 #include "log_lines.h"
@@ -287,6 +290,84 @@ TEST(ConfCache, a_custom_level_may_set_the_output_too)
     EXPECT_EQ(log->SetCustomLogLevel(static_cast<Kor_LogConf::Output>(-1), 3, 5, true), 0);
     EXPECT_EQ(log->GetConf()->GetOutput(), 0);
     EXPECT_EQ(log.level(3), 5);
+}
+
+// Several threads -----------------------------------------------------------------------------------
+
+namespace
+{
+constexpr int CHECKED_PACKAGES = 50;
+constexpr int CHANGES = 80000;
+
+/// Changes of a configuration, all packages alike, and checks of them by threads that run beside. A
+/// level is right when it is that of a change between the last one that was complete before the check
+/// and the last one that had begun after it.
+struct Race
+{
+    std::atomic<int> started{0};
+    std::atomic<int> ended{0};
+    std::atomic<int> wrong{0};
+
+    static int level_after(int change) { return 1 + change % 7; }
+
+    template <class Fits>
+    bool any_level_since(int change, Fits fits) const
+    {
+        for (const int last = started; change <= last; ++change)
+        {
+            if (fits(level_after(change)))
+                return true;
+        }
+        return false;
+    }
+
+    void change(Kor_LogConf& conf)
+    {
+        const int next = ++started;
+        std::memset(conf.packageLevels, level_after(next), sizeof conf.packageLevels);
+        conf.SetChangeCount(conf.GetChangeCount() + 1);
+        ended = next;
+    }
+
+    void check(Kor_LogFile& log)
+    {
+        for (int package = 0; package < CHECKED_PACKAGES; ++package)
+        {
+            int before = ended;
+            const int level = log.GetLogLevel(package * PACKAGE_RANGE);
+            if (!any_level_since(before, [level](int known) { return known == level; }))
+                ++wrong;
+            before = ended;
+            const int message = 1 + package % 7;
+            if (log.IsRejected(message, package) &&
+                !any_level_since(before, [message](int known) { return message > known; }))
+                ++wrong;
+        }
+    }
+};
+} // namespace
+
+TEST(ConfCache, no_thread_gets_an_old_level_once_a_new_one_is_stamped)
+{
+    std::string packages;
+    for (int package = 0; package < CHECKED_PACKAGES; ++package)
+        packages += "P " + std::to_string(package) + " 1\n";
+    const FileLog log(packages);
+    auto& conf = const_cast<Kor_LogConf&>(*log->GetConf()); // as another process would
+    Race race;
+    race.change(conf);
+    run_on_threads(
+        2,
+        [&](int thread)
+        {
+            while (race.started < CHANGES)
+            {
+                if (thread == 0)
+                    race.change(conf);
+                race.check(log.log());
+            }
+        });
+    EXPECT_EQ(race.wrong, 0);
 }
 
 // A rebuild and the file size -------------------------------------------------------------------------

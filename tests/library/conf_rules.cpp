@@ -262,11 +262,13 @@ TEST(ConfRule, an_application_name_of_19_characters_fits)
 
 TEST(ConfRule, application_names_of_20_characters_and_more_are_cut_to_19_with_a_warning)
 {
+    const GuardedTable guarded; // so that one that is not cut ends the test at once
     for (const std::size_t length : {20u, 21u, 50u, 5000u})
     {
-        Kor_LogLevelRule rule;
-        const std::string out =
-            printed_by([&] { rule.SetRule(("6;;" + std::string(length, 'n') + ",b;12;3").c_str()); });
+        Kor_LogLevelRule& rule = guarded.table().rules[9];
+        rule = Kor_LogLevelRule();
+        const std::string text = "6;;" + std::string(length, 'n') + ",b;12;3";
+        const std::string out = printed_by([&] { rule.SetRule(text.c_str()); });
         EXPECT_EQ(out.rfind("Kor_LogFile - Warning - ", 0), 0u) << length << ": " << out;
         EXPECT_EQ(std::count(out.begin(), out.end(), '\n'), 1) << length << ": " << out;
         EXPECT_EQ(service_names(rule), (Names{std::string(19, 'n'), "b"})) << length;
@@ -832,7 +834,7 @@ TEST(ConfRuleTrace, fields_that_are_missing_are_not_printed_and_a_bad_rule_is_re
 
 TEST(ConfRuleTrace, matching_prints_the_reason_of_every_rule)
 {
-    const std::string rules = "(5;10.0.0.0)(6;;b,app.exe;11,12;2,3)(7;;app.exe)(4;;app.exe)";
+    const std::string rules = "(5;10.0.0.0)(6;;b,app.exe;11,12;2,3)(7;;app.exe)(4;;app.exe)(7;;app.exe)";
     const std::string trace = trace_of({rules, "match", "match nothing"});
     const std::size_t at = trace.find("<match>\n");
     ASSERT_NE(at, std::string::npos);
@@ -852,6 +854,8 @@ TEST(ConfRuleTrace, matching_prints_the_reason_of_every_rule)
                           "Rule fits with level 7\n"
                           "Checking rule #4\n"
                           "application name fits with app.exe\n"
+                          "Checking rule #5\n" // as high as the third, which stays
+                          "application name fits with app.exe\n"
                           "<match nothing>\n"
                           "Checking log level to [IP, Application name, Process ID, Session ID]: [, x, 99, 98]\n"
                           "Checking rule #1\n"
@@ -861,6 +865,8 @@ TEST(ConfRuleTrace, matching_prints_the_reason_of_every_rule)
                           "Checking rule #3\n"
                           "Application name did not fit\n"
                           "Checking rule #4\n"
+                          "Application name did not fit\n"
+                          "Checking rule #5\n"
                           "Application name did not fit\n");
 }
 

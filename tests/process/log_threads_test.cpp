@@ -195,6 +195,55 @@ TEST(LogThreads, EveryLineOfEveryThreadReachesStandardErrorWholeAndInOrder)
     expect_whole_and_in_order(lines, CONSOLE_COUNT);
 }
 
+TEST(LogThreads, TheClientInALineIsAlwaysOneThatWasSet)
+{
+    const LogDirectory directory;
+    Kor_LogFile log(777, false);
+    ASSERT_EQ(log.Open("test.log", "viewer"), 0);
+    std::atomic<bool> stop{false};
+    {
+        const auto change = [&](char first)
+        {
+            const std::string one(70, first);
+            const std::string other(33, static_cast<char>(first + 1));
+            while (!stop)
+            {
+                log.SetIP(one.c_str());
+                log.SetIP(other.c_str());
+            }
+        };
+        BoundedThread first([&] { change('a'); });
+        BoundedThread second([&] { change('m'); });
+        run_on_threads(
+            4,
+            [&](int)
+            {
+                for (int i = 0; i < 3000; ++i)
+                    log.Log("x");
+            });
+        stop = true;
+    }
+    log.SetIP(nullptr);
+
+    const Lines lines = directory.lines();
+    EXPECT_EQ(lines.size(), 12000u);
+    const std::string start = "<time> SEVERE  (000) viewer (<pid>,<tid>) ";
+    const std::set<std::string> possible{
+        start + "  -> x",
+        start + "ClientIP(" + std::string(70, 'a') + ")  -> x",
+        start + "ClientIP(" + std::string(33, 'b') + ")  -> x",
+        start + "ClientIP(" + std::string(70, 'm') + ")  -> x",
+        start + "ClientIP(" + std::string(33, 'n') + ")  -> x",
+    };
+    int wrong = 0;
+    for (const std::string& line : lines)
+    {
+        if (possible.count(line) == 0 && ++wrong <= 3)
+            ADD_FAILURE() << line;
+    }
+    EXPECT_EQ(wrong, 0);
+}
+
 TEST(LogThreads, TwoLogsOnTwoFilesDoNotMixTheirLines)
 {
     const LogDirectory directory;

@@ -20,15 +20,16 @@
 
 namespace
 {
-/// `logger` files that differ in the level of package 3, and in their size limit, which is that level.
+/// `logger` files that differ in the level of package 3, in that of package 8, which is 8 less it, and in
+/// their size limit, which is the level too.
 class LoggerFiles
 {
 public:
     LoggerFiles()
     {
         for (int level = 0; level <= 7; ++level)
-            EXPECT_TRUE(write_file(file(level), logger_text(level, level)));
-        EXPECT_TRUE(write_file(m_directory.file("logger"), logger_text(4, 4)));
+            EXPECT_TRUE(write_file(file(level), logger_text(level, level, line_of_package_8(level))));
+        EXPECT_TRUE(write_file(m_directory.file("logger"), logger_text(4, 4, line_of_package_8(4))));
     }
     const std::string& path() const { return m_directory.path(); } ///< starts with level 4
     std::string file(int level) const { return m_directory.file("logger" + std::to_string(level)); }
@@ -39,6 +40,8 @@ public:
     }
 
 private:
+    static std::string line_of_package_8(int level) { return "Other 8 " + std::to_string(8 - level) + "\n"; }
+
     TempDirectory m_directory;
 };
 } // namespace
@@ -52,9 +55,10 @@ TEST(SharedBlockUpdate, it_is_obeyed_at_the_very_next_check)
     {
         const int level = 1 + i % 7;
         ASSERT_EQ(tool.update(files.file(level)), 0);
-        ASSERT_EQ(reader.level(3), level) << i;
-        ASSERT_EQ(reader.check(3, level), 1) << i;
         ASSERT_EQ(reader.check(3, level + 1), 0) << i;
+        ASSERT_EQ(reader.check(3, level), 1) << i;
+        ASSERT_EQ(reader.level(3), level) << i;
+        ASSERT_EQ(reader.level(8), 8 - level) << i;
     }
     EXPECT_EQ(reader.level(4), 4);
 }

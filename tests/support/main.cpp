@@ -37,6 +37,10 @@ int main(int argc, char** argv)
     if (argc > 1 && std::strncmp(argv[1], CHILD_OPTION, option_length) == 0)
         return run_body(argv[1] + option_length, std::vector<std::string>(argv + 2, argv + argc));
 
+    // Said before anything can go wrong here, so that a run which says nothing never began: what is
+    // printed to standard output would be lost in its buffer at a crash.
+    std::fputs("the test program has started\n", stderr);
+
     ::_putenv("KORAL_LOG_DEVELOP=1"); // the tests' own logs stay off the machine-wide block
     ::testing::InitGoogleTest(&argc, argv);
     return RUN_ALL_TESTS();
