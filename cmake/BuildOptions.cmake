@@ -21,6 +21,5 @@ if(WIN32)
         ${PROJECT_SOURCE_DIR}/scripts/lib/wine-run.sh ${PROJECT_BINARY_DIR}/wine)
 endif()
 
-
 set(CMAKE_C_VISIBILITY_PRESET hidden)
 set(CMAKE_CXX_VISIBILITY_PRESET hidden)
