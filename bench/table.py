@@ -4,7 +4,6 @@
 usage: table.py DIRECTORY
 """
 import json
-import os
 import pathlib
 import statistics
 import sys
@@ -135,9 +134,9 @@ def main():
     print_table(rows)
     print("\nMedians. The ratios are of times of the same run: to spdlog, to the bare call where that is said, and of\n"
           "the process to an empty one. docs/benchmarks.md explains the rows.")
-    loads = [float((directory / name).read_text().split()[0]) for name in ("load-before", "load-after")]
-    if max(loads) > os.cpu_count() / 2:
-        print(f"The machine was busy with other work as well (load {loads[0]:g} before, {loads[1]:g} after): the times are too\n"
+    others = [int((directory / name).read_text()) for name in ("others-before", "others-after")]
+    if max(others) > 10:
+        print(f"The machine had other work: {others[0]} % of its processors' time before, {others[1]} % after. The times are too\n"
               "long, and the ratios less sure than those of a quiet one.")
 
 

@@ -26,12 +26,24 @@ measure()
     }
 }
 
+# others RESULT: how much of the processors' time goes to other programs while this one waits, in percent.
+others()
+{
+    local before after idle
+    # Fields of the first line: its name, then ticks of user, nice, system, idle, waiting for disks and more.
+    read -r -a before </proc/stat
+    sleep 2
+    read -r -a after </proc/stat
+    idle=$((after[4] + after[5] - before[4] - before[5]))
+    echo $((100 - 100 * idle / (2 * $(getconf CLK_TCK) * $(getconf _NPROCESSORS_ONLN)))) >"$results/$1"
+}
+
 run=("$project_dir/scripts/lib/wine-run.sh" "$tree/wine")
 repeat=(--benchmark_format=json --benchmark_enable_random_interleaving=true)
 
 # Many short repetitions in turns, as most of them then fall between the doings of other programs; and
 # several processes, as where the memory of one came to lie is the same for all that it measures.
-cat /proc/loadavg >"$results/load-before"
+others others-before
 for number in 1 2 3 4 5; do
     measure "Messages that nobody wants, $number of 5" "rejected-$number.json" \
         "${run[@]}" "$tree/bin/rejected.exe" "${repeat[@]}" --benchmark_repetitions=41 --benchmark_min_time=0.002
@@ -50,7 +62,7 @@ for number in 1 2 3; do
     measure "Starts of processes, $number of 3" "startup-$number.json" \
         taskset -c "$processor" "${run[@]}" "$tree/bin/startup.exe"
 done
-cat /proc/loadavg >"$results/load-after"
+others others-after
 
 say ""
 python3 "$project_dir/bench/table.py" "$results"
