@@ -2,8 +2,8 @@
 junit.py SUMMARY FILE [FILE...]: reads the test results that CTest wrote to each FILE.
 
 The first form prints a regular expression for the tests that failed before they said anything.
-The test programs say something first of all, so Wine did not start those; it fails to about once
-in a thousand times on a busy machine.
+The test programs say something first of all, so Wine did not start those; on a busy machine that was
+seen now and then.
 
 The second form shows what the failed tests said; of a test in several files, the last one counts.
 SUMMARY gets the number of tests that passed on its first line, and the name of one that failed on
