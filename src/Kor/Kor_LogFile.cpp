@@ -352,7 +352,7 @@ void Kor_LogFile::write_start_banner()
             m_computer_name);
         return;
     }
-    // "empty" for a mapping that has a name: readers of these banners know it so.
+    // "empty" for a mapping that has a name, and nothing for one that has none: the banner stays as it was.
     LogNoHeadline(
         "===== %s (%d) Start Session at %s, User %s on %s =====\n"
         " params: file mapping name is %s size %d\n",
@@ -369,7 +369,7 @@ void Kor_LogFile::write_end_banner()
     vars->m_accepted = 1;
     vars->UpdateTime();
     const Kor_LogConf* const conf = m_conf;
-    // The levels are the start banner's the other way round, which filters of the event log count on.
+    // The levels are the start banner's the other way round, and stay so.
     if (conf != nullptr && conf->GetOutput() == Kor_LogConf::OUTPUT_SYSLOG_FILE)
     {
         vars->m_level = 4;

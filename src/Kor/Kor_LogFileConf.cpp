@@ -41,6 +41,10 @@ struct FileClose
 };
 using OwnedStream = std::unique_ptr<std::FILE, FileClose>;
 
+// Text mode by name: a host can have made binary the one that "r" alone stands for.
+OwnedStream open_text(const char* path) { return OwnedStream(std::fopen(path, "rt")); }
+OwnedStream open_text(const wchar_t* path) { return OwnedStream(::_wfopen(path, L"rt")); }
+
 // The file --------------------------------------------------------------------------------------------
 /// Takes what one line of the file says into conf, but for the levels, which come all at once.
 void apply_line(const LoggerLine& line, Kor_LogConf& conf, std::uint8_t (&levels)[PACKAGE_COUNT])
@@ -189,8 +193,7 @@ std::optional<Kor_LogConf::Output> output_override(bool has_event_source)
     return has_event_source ? Kor_LogConf::OUTPUT_SYSLOG_FILE : Kor_LogConf::OUTPUT_PRIVATE_FILE;
 }
 
-/// Windows keeps the clock of a machine in step in small jumps, which timings between processes
-/// suffer from. Where that is on, it is set to a fixed step; not under a debugger.
+/// Where the system adjusts its clock, sets that to a fixed step; not under a debugger.
 void steady_system_clock() noexcept
 {
     constexpr DWORD STEP_100NS = 10'000;
@@ -230,7 +233,7 @@ int Kor_LogFile::ReadFile(std::ifstream& file, Kor_LogConf& conf)
 
 int Kor_LogFile::ReadFile(const char* path, Kor_LogConf& conf)
 {
-    OwnedStream file(std::fopen(path, "r"));
+    OwnedStream file = open_text(path);
     if (!file)
     {
         KOR_WARN("No configuration file: %s\n", path);
@@ -242,7 +245,7 @@ int Kor_LogFile::ReadFile(const char* path, Kor_LogConf& conf)
 
 int Kor_LogFile::ReadFile(const wchar_t* path, Kor_LogConf& conf)
 {
-    OwnedStream file(::_wfopen(path, L"r"));
+    OwnedStream file = open_text(path);
     if (!file)
     {
         KOR_WARN("No configuration file: %s\n", kor::win::narrow(path).c_str());
@@ -263,7 +266,7 @@ int Kor_LogFile::ReadFile()
 
 char** Kor_LogFile::ReadCommentsFromFile(const char* path)
 {
-    OwnedStream file(std::fopen(path, "r"));
+    OwnedStream file = open_text(path);
     if (!file)
     {
         KOR_WARN("No configuration file: %s\n", path);
