@@ -130,6 +130,19 @@ public:
 private:
     ThreadAPI_RecursiveMutex* m_mutex;
 };
+
+/// Resets a thread's message parameters at the end of a scope.
+class ParamsReset
+{
+public:
+    explicit ParamsReset(Kor_LogMTVarsPtr& vars) noexcept : m_vars(vars) {}
+    ParamsReset(const ParamsReset&) = delete;
+    ParamsReset& operator=(const ParamsReset&) = delete;
+    ~ParamsReset() { m_vars->ResetParams(); }
+
+private:
+    Kor_LogMTVarsPtr& m_vars;
+};
 } // namespace
 
 void Kor_LogFile::RegisterLogDestination(Kor_LogDestBase* destination)
@@ -658,9 +671,10 @@ void Kor_LogFile::send_text(Kor_LogMTVarsPtr vars, const Line& line)
         write_private_file(*vars.operator->(), line);
     else
         write_event(*vars.operator->(), line);
+    // What the parameters point at may be gone after this, also where a destination throws.
+    const ParamsReset reset(vars);
     if (m_destination_count != 0)
         write_destinations(vars, line);
-    vars->ResetParams();
 }
 
 void Kor_LogFile::write_console(Kor_LogMTVars& vars, const Line& line)

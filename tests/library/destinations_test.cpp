@@ -241,6 +241,29 @@ TEST_F(LogDestinations, ADestinationsExceptionReachesTheCallerAndFreesTheLock)
     EXPECT_EQ(m_directory.text(), "x\ny\n");
 }
 
+TEST_F(LogDestinations, ADestinationsExceptionLeavesNoParametersBehind)
+{
+    struct Thrower : Kor_LogDestBase
+    {
+        int LogMessage(Kor_LogMTVarsPtr, bool, const char*, unsigned int) override
+        {
+            throw std::runtime_error("from the destination");
+        }
+    } thrower;
+    m_log.RegisterLogDestination(&thrower);
+    m_log.StoreParams("Kor_Image", "Load", 210, 3, 17);
+    EXPECT_THROW(m_log.Log("x"), std::runtime_error);
+    m_log.UnregisterLogDestination(&thrower);
+
+    with_context(
+        m_log,
+        [](Kor_LogMTVars& context)
+        {
+            EXPECT_STREQ(context.m_file, "unknown file"); // what it pointed at may be gone
+            EXPECT_EQ(context.m_line, 0);
+        });
+}
+
 TEST_F(LogDestinations, AFailingDestinationDoesNotStopTheNextOnes)
 {
     CapturedStream err(stderr);
@@ -323,6 +346,42 @@ TEST_F(LogDestinations, RegisteringAndLoggingFromManyThreadsKeepsEveryMessage)
 
     EXPECT_EQ(counter.calls, 400);
     EXPECT_EQ(m_directory.lines().size(), 400u);
+}
+
+TEST_F(LogDestinations, AThousandDestinationsAreAllReachedInOrder)
+{
+    constexpr int COUNT = 1000;
+    std::vector<std::unique_ptr<NamedDestination>> destinations;
+    Lines expected;
+    for (int i = 0; i < COUNT; ++i)
+    {
+        expected.push_back(std::to_string(i));
+        destinations.push_back(std::make_unique<NamedDestination>(expected.back(), m_calls));
+        m_log.RegisterLogDestination(destinations.back().get());
+    }
+    EXPECT_EQ(reached(), expected);
+    for (int i = COUNT - 2; i >= 0; i -= 2)
+    {
+        m_log.UnregisterLogDestination(destinations[static_cast<std::size_t>(i)].get());
+        expected.erase(expected.begin() + i);
+    }
+    EXPECT_EQ(reached(), expected);
+}
+
+TEST_F(LogDestinations, ALogThatGoesForgetsItsDestinationsAndDeletesNone)
+{
+    RecordingDestination seen;
+    {
+        Kor_LogFile log(777, true);
+        log.Open("other.log", "viewer");
+        log.RegisterLogDestination(&m_a); // still listed when the log closes
+        log.RegisterLogDestination(&seen);
+    }
+    ASSERT_EQ(seen.messages.size(), 1u); // the banner of the end came before
+    EXPECT_NE(seen.messages[0].text.find(" End Session at "), std::string::npos);
+    EXPECT_EQ(m_calls, Lines{"a"});
+    m_log.RegisterLogDestination(&m_a);
+    EXPECT_EQ(reached(), Lines{"a"});
 }
 
 // The file destination -----------------------------------------------------------
