@@ -449,13 +449,6 @@ private:
 /// The log of the process, there from when the library is loaded until it goes.
 extern KOR_API Kor_LogFile KorGLog;
 
-/// The name of the source file without its path, where the compiler tells it.
-#if defined(__FILE_NAME__)
-#define KOR_FILE_NAME __FILE_NAME__
-#else
-#define KOR_FILE_NAME __FILE__
-#endif
-
 /// Writes a line when it is wanted, and evaluates neither the format nor its arguments when not.
 /// log: a Kor_LogFile. level, package: as for StoreParams, each evaluated once.
 #define KOR_LOG(log, level, package, ...)                                                           \

@@ -40,4 +40,11 @@ KOR_CONSTANT unsigned int KOR_MSG_NO_HEADLINE = 65534;
 
 #undef KOR_CONSTANT
 
+/** The name of the source file, where the compiler tells it without its path. */
+#if defined(__FILE_NAME__)
+#define KOR_FILE_NAME __FILE_NAME__
+#else
+#define KOR_FILE_NAME __FILE__
+#endif
+
 #endif /* KOR_PACKAGE_H */
