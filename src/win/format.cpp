@@ -4,6 +4,7 @@
 #include <cstring>
 #include <memory>
 #include <new>
+#include <string_view>
 
 #include "core/message.h"
 #include "win/guarded_call.h"
@@ -55,24 +56,39 @@ int measure(const char* format, char* args) noexcept
     return format_guarded(job) ? job.length : -1;
 }
 
-int put_format_error(char* buffer) noexcept
+/// Formats into the job's buffer, which has one byte more than its size, and terminates the text.
+FormatResult format_into(FormatJob& job) noexcept
 {
-    std::memcpy(buffer, FORMAT_ERROR.data(), FORMAT_ERROR.size());
-    buffer[FORMAT_ERROR.size()] = '\0';
-    return static_cast<int>(FORMAT_ERROR.size());
+    if (!format_guarded(job))
+        return FormatResult::MISFIT;
+    job.buffer[job.size] = '\0'; // the formatter sets no end to a text that fills its room
+    if (job.length >= 0)
+        return FormatResult::WHOLE;
+    // The formatter also returns -1, and leaves what it likes, when it cannot convert an argument.
+    return measure(job.format, job.args) < static_cast<int>(job.size) ? FormatResult::MISFIT : FormatResult::CUT;
+}
+
+int put(char* buffer, std::string_view text) noexcept
+{
+    std::memcpy(buffer, text.data(), text.size());
+    buffer[text.size()] = '\0';
+    return static_cast<int>(text.size());
 }
 } // namespace
+
+FormatResult format_text(char* buffer, std::size_t size, const char* format, char* args) noexcept
+{
+    FormatJob job{buffer, size - 1, format, args, 0, false};
+    const FormatResult result = format_into(job);
+    if (result == FormatResult::MISFIT)
+        put(buffer, FORMAT_ERROR.substr(0, FORMAT_ERROR.size() - 1));
+    return result;
+}
 
 int format_message(char* buffer, const char* format, char* args) noexcept
 {
     FormatJob job{buffer, MAX_MESSAGE, format, args, 0, false};
-    if (!format_guarded(job))
-        return put_format_error(buffer);
-    buffer[MAX_MESSAGE] = '\0'; // the formatter sets no end to a text that fills its room
-    // The formatter also returns -1, and leaves what it likes, when it cannot convert an argument.
-    if (job.length < 0 && measure(format, args) < MAX_MESSAGE)
-        return put_format_error(buffer);
-    return job.length;
+    return format_into(job) == FormatResult::MISFIT ? put(buffer, FORMAT_ERROR) : job.length;
 }
 
 void print(std::FILE* stream, const char* format, char* args) noexcept

@@ -3,11 +3,23 @@
 #ifndef KOR_WIN_FORMAT_H
 #define KOR_WIN_FORMAT_H
 
+#include <cstddef>
 #include <cstdio>
 #include <string>
 
 namespace kor::win
 {
+enum class FormatResult
+{
+    WHOLE,
+    CUT,   ///< the text has more characters than fit
+    MISFIT ///< the arguments do not fit the format, a wild pointer among them
+};
+
+/// Formats into buffer and terminates it. args: a va_list. size: of the buffer, at least that of
+/// core::FORMAT_ERROR, which, without its newline, takes the place of a text that does not fit its format.
+FormatResult format_text(char* buffer, std::size_t size, const char* format, char* args) noexcept;
+
 /// Formats into buffer (core::MESSAGE_SIZE bytes) and terminates it. args: a va_list. Returns the
 /// length, -1 when the text was cut at core::MAX_MESSAGE. Arguments that do not fit the format, a wild
 /// pointer included, give core::FORMAT_ERROR.
