@@ -1,27 +1,39 @@
-// destination.cpp - what is written also goes to a file of its own and to an object that counts.
+// destination.cpp - what is written also goes to a second file, and to an object of the program's own.
 
 #include <cstdio>
+#include <string>
+#include <vector>
 
-#include "Kor_LogFile.h"
+#include <Kor_LogFile.h>
 
 namespace
 {
 constexpr int PACKAGE_LOADER = 310;
 
-/// Counts the messages of level 3 and worse. Called with the log's lock held, so a plain number will do.
-class ErrorCount : public Kor_LogDestBase
+/// Keeps the messages of level 3 and worse, as for a window that shows them. Called with the log's lock
+/// held, so it needs none of its own.
+class RecentErrors : public Kor_LogDestBase
 {
 public:
-    int LogMessage(Kor_LogMTVarsPtr context, bool bare, const char*, unsigned int) override
+    struct Message
+    {
+        int level;
+        int package;
+        std::string headline;
+        std::string text;
+    };
+
+    int LogMessage(Kor_LogMTVarsPtr context, bool bare, const char* text, unsigned int) override
     {
         if (!bare && context->m_level <= 3)
-            ++m_count;
+            m_messages.push_back({context->m_level, context->m_package, context->AsStringFull(false), text});
         return 0;
     }
-    int count() const { return m_count; }
+
+    const std::vector<Message>& messages() const { return m_messages; }
 
 private:
-    int m_count = 0;
+    std::vector<Message> m_messages;
 };
 } // namespace
 
@@ -31,7 +43,7 @@ int main()
 
     // They are ours: they must live until they are unregistered.
     Kor_LogDestFile copy("copy.log");
-    ErrorCount errors;
+    RecentErrors errors;
     KorGLog.RegisterLogDestination(&copy);
     KorGLog.RegisterLogDestination(&errors);
 
@@ -40,6 +52,9 @@ int main()
 
     KorGLog.UnregisterLogDestination(&errors);
     KorGLog.UnregisterLogDestination(&copy);
-    std::printf("%d message of level 3 or worse\n", errors.count());
+    for (const RecentErrors::Message& message : errors.messages())
+        std::printf(
+            "level %d, package %d: %s    headline: %s\n", message.level, message.package, message.text.c_str(),
+            message.headline.c_str());
     return 0;
 }

@@ -1,5 +1,6 @@
 # cmake -D BUILD_DIR=... -D WORK_DIR=... -P run.cmake
-# Builds the consumer against the installed package and runs it.
+# Builds projects against the installed package and runs their programs: the consumer, and the examples
+# that are projects of their own.
 
 function(step)
     execute_process(COMMAND ${ARGN} COMMAND_ECHO STDOUT RESULT_VARIABLE result)
@@ -12,10 +13,54 @@ set(prefix ${WORK_DIR}/installed)
 # What an earlier run installed could hide a file that is no longer installed.
 file(REMOVE_RECURSE ${WORK_DIR})
 step(${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${prefix})
-step(
-    ${CMAKE_COMMAND} -S ${CONSUMER_DIR} -B ${WORK_DIR}/build -G Ninja --toolchain ${TOOLCHAIN_FILE}
-    -D CMAKE_BUILD_TYPE=${BUILD_TYPE} -D CMAKE_PREFIX_PATH=${prefix} -D WANTED_VERSION=${VERSION})
-step(${CMAKE_COMMAND} --build ${WORK_DIR}/build)
-# Windows looks for DLLs beside the program first.
-file(COPY ${prefix}/bin/LUMlog.dll DESTINATION ${WORK_DIR}/build)
-step(${EMULATOR} ${WORK_DIR}/build/consumer.exe)
+
+# build_and_run(NAME SOURCE_DIR): leaves what the program prints in `printed`. Its log folder is "log".
+function(build_and_run name source_dir)
+    set(build ${WORK_DIR}/${name})
+    step(
+        ${CMAKE_COMMAND} -S ${source_dir} -B ${build} -G Ninja --toolchain ${TOOLCHAIN_FILE}
+        -D CMAKE_BUILD_TYPE=${BUILD_TYPE} -D CMAKE_PREFIX_PATH=${prefix} -D WANTED_VERSION=${VERSION})
+    step(${CMAKE_COMMAND} --build ${build})
+    # Windows looks for DLLs beside the program first.
+    file(COPY ${prefix}/bin/LUMlog.dll DESTINATION ${build})
+    # Output 2: the private file.
+    file(WRITE ${build}/log/logger "2\nfile_size_limit_in_mb=0\n")
+    # Off the block that other tests share; the emulator keeps such variables from what it starts.
+    execute_process(
+        COMMAND ${EMULATOR} cmd.exe /c "set KORAL_LOG_DEVELOP=1&& ${name}.exe"
+        WORKING_DIRECTORY ${build}
+        TIMEOUT 60
+        OUTPUT_VARIABLE printed
+        ECHO_OUTPUT_VARIABLE
+        RESULT_VARIABLE result)
+    if(NOT result EQUAL 0)
+        message(FATAL_ERROR "${name} ended with ${result}")
+    endif()
+    set(printed "${printed}" PARENT_SCOPE)
+endfunction()
+
+function(expect name text pattern)
+    if(NOT text MATCHES "${pattern}")
+        message(FATAL_ERROR "${name}: [${pattern}] is not in\n${text}")
+    endif()
+endfunction()
+
+build_and_run(consumer ${CONSUMER_DIR})
+expect(consumer "${printed}" "linked with LUMlog; a package has 10000 message codes")
+
+build_and_run(first ${EXAMPLES_DIR}/first)
+file(READ ${WORK_DIR}/first/log/viewer.log log)
+expect(first "${log}" " WARNING \\(310\\) viewer .* -> only 12 of 17 images fit into memory")
+
+build_and_run(tool ${EXAMPLES_DIR}/tool)
+file(READ ${WORK_DIR}/tool/log/tool.log log)
+expect(tool "${log}" " WARNING \\(310\\) tool .*  tool\\.c\\([0-9]+\\) main -> 12 of 17 images fit into memory")
+
+build_and_run(destination ${EXAMPLES_DIR}/destination)
+set(headline "[0-9:. +-]+ ERROR   \\(310\\) destination .*  destination\\.cpp\\([0-9]+\\) main ->")
+expect(destination "${printed}" "level 3, package 310: cannot read head\\.dcm\r?\n    headline: ${headline}\r?\n")
+if(printed MATCHES "trying the archive")
+    message(FATAL_ERROR "the destination kept what it was not to keep")
+endif()
+file(READ ${WORK_DIR}/destination/copy.log log)
+expect(destination "${log}" "${headline} cannot read head\\.dcm.* -> trying the archive instead")
