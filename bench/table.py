@@ -113,6 +113,38 @@ def change_rows(directory):
     ]
 
 
+def way_rows(directory):
+    runs = Runs(directory, "ways_in")
+    many = int(runs.context("many"))
+    rows = []
+    for name, call in (("WriteLog", "way/c/"), ("tlogln", "way/java/")):
+        rows.append([f"line, {name}", nanoseconds(runs.time(call)), "", "",
+                     f"{runs.ratio(call, 'way/c++'):.2f} of C++", "", ""])
+    for name, call in (("WriteLog", "way/rejected-c"), ("tlogln", "way/rejected-java")):
+        rows.append([f"rejected, {name}", nanoseconds(runs.time(call)), "", "", "", "", ""])
+    first = runs.time("destinations/1") - runs.time("destinations/0")
+    further = (runs.time("destinations/many") - runs.time("destinations/1")) / (many - 1)
+    peer = (runs.time("sinks/many") - runs.time("sinks/1")) / (many - 1)
+    rows.append(["a first destination, on top of a line", nanoseconds(first), "", "", "", "", ""])
+    rows.append([f"each of {many - 1} further ones", nanoseconds(further), nanoseconds(peer), "",
+                 f"{further / peer:.2f}", "", ""])
+    return rows
+
+
+def lookup_rows(directory):
+    runs = Runs(directory, "lookups")
+    rows = []
+    for call in ("set", "get"):
+        rows.append([f"KorGError, {call}", nanoseconds(runs.time(f"error/{call}")), "",
+                     nanoseconds(runs.time(f"slot/{call}")), f"{runs.ratio(f'error/{call}', f'slot/{call}'):.1f} of bare",
+                     "", ""])
+    for name, call in (("ToEnum", "to-enum"), ("ToString", "to-string")):
+        ratio = runs.ratio(f"legend/{call}", f"maps/{call}")
+        rows.append([f"{name}", nanoseconds(runs.time(f"legend/{call}")), "", nanoseconds(runs.time(f"maps/{call}")),
+                     f"{ratio:.2f} of bare"] + judged((ratio, 1.5, " of bare")))
+    return rows
+
+
 def print_table(rows):
     widths = [max(len(row[column]) for row in rows) for column in range(len(HEADER))]
     for number, row in enumerate(rows):
@@ -131,6 +163,8 @@ def main():
     rows += line_rows(Runs(directory, "lines"))
     rows += startup_rows(directory)
     rows += change_rows(directory)
+    rows += way_rows(directory)
+    rows += lookup_rows(directory)
     print_table(rows)
     print("\nMedians. The ratios are of times of the same run: to spdlog, to the bare call where that is said, and of\n"
           "the process to an empty one. docs/benchmarks.md explains the rows.")

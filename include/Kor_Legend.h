@@ -67,13 +67,13 @@ public:
         // Thrown here, so that the exception begins and ends in the caller's module.
         switch (register_family(declaration))
         {
-        case Outcome::REGISTERED:
+        case Outcome::Registered:
             return true;
-        case Outcome::NOT_A_NUMBER:
+        case Outcome::NotANumber:
             throw std::invalid_argument("invalid stoi argument");
-        case Outcome::OUT_OF_RANGE:
+        case Outcome::OutOfRange:
             throw std::out_of_range("stoi argument out of range");
-        case Outcome::REFUSED:
+        case Outcome::Refused:
             break;
         }
         return false;
@@ -108,10 +108,10 @@ public:
 private:
     enum class Outcome
     {
-        REGISTERED,
-        REFUSED,
-        NOT_A_NUMBER,
-        OUT_OF_RANGE
+        Registered,
+        Refused,
+        NotANumber,
+        OutOfRange
     };
     struct Family;
 

@@ -49,11 +49,13 @@ for number in 1 2 3 4 5; do
         "${run[@]}" "$tree/bin/rejected.exe" "${repeat[@]}" --benchmark_repetitions=41 --benchmark_min_time=0.002
     measure "Lines, $number of 5" "lines-$number.json" \
         "${run[@]}" "$tree/bin/lines.exe" "${repeat[@]}" --benchmark_repetitions=41
+    measure "Errors and names, $number of 5" "lookups-$number.json" \
+        "${run[@]}" "$tree/bin/lookups.exe" "${repeat[@]}" --benchmark_repetitions=41 --benchmark_min_time=0.002
 done
 measure "Changes of the configuration" level_change.json "${run[@]}" "$tree/bin/level_change.exe"
 
-# Process starts are many short talks with Wine's server: on one processor, client and server take turns
-# without the time that another one takes to wake up.
+# Process starts, and the mutex that guards the destinations, are short talks with Wine's server: on one
+# processor, client and server take turns without the time that another one takes to wake up.
 processor=$(taskset -cp $$ | sed 's/.*[ ,-]//')
 WINEPREFIX=$tree/wine timeout 30 wineserver -k || true
 WINEPREFIX=$tree/wine timeout 30 wineserver -w
@@ -61,6 +63,8 @@ WINEPREFIX=$tree/wine taskset -c "$processor" wineserver -p60
 for number in 1 2 3; do
     measure "Starts of processes, $number of 3" "startup-$number.json" \
         taskset -c "$processor" "${run[@]}" "$tree/bin/startup.exe"
+    measure "Other ways in, and destinations, $number of 3" "ways_in-$number.json" \
+        taskset -c "$processor" "${run[@]}" "$tree/bin/ways_in.exe" "${repeat[@]}" --benchmark_repetitions=41
 done
 others others-after
 

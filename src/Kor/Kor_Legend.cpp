@@ -82,18 +82,18 @@ Kor_Legend::Outcome Kor_Legend::register_family(const std::string& declaration)
 {
     std::string_view name;
     if (!kor::core::parse_family_name(declaration, name))
-        return Outcome::REFUSED;
+        return Outcome::Refused;
     try
     {
         std::string key(name);
         if (m_families.find(key) != m_families.end())
-            return Outcome::REFUSED;
+            return Outcome::Refused;
         return process_enums(kor::core::find_enum_list(declaration, name), std::move(key));
     }
     catch (const std::bad_alloc&)
     {
         report_missing_memory(declaration);
-        return Outcome::REFUSED;
+        return Outcome::Refused;
     }
 }
 
@@ -113,11 +113,11 @@ Kor_Legend::Outcome Kor_Legend::process_enums(std::string_view list, std::string
             continue;
         const EnumValueError error = kor::core::parse_enum_value(piece, value);
         if (error != EnumValueError::NONE)
-            return error == EnumValueError::NOT_A_NUMBER ? Outcome::NOT_A_NUMBER : Outcome::OUT_OF_RANGE;
+            return error == EnumValueError::NOT_A_NUMBER ? Outcome::NotANumber : Outcome::OutOfRange;
         family.add(kor::core::trim_enum_spaces(piece), value);
         value = kor::core::next_enum_value(value);
     }
-    return Outcome::REGISTERED;
+    return Outcome::Registered;
 }
 
 Kor_EnumResult Kor_Legend::ToEnum(std::string family, std::string name, bool ignoreCase)
