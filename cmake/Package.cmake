@@ -11,6 +11,8 @@ install(
     ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
     INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/lumlog)
 install(DIRECTORY include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/lumlog)
+# As a source: whoever builds a Java program has a compiler, for the version of Java that it is for.
+install(DIRECTORY java/ DESTINATION ${CMAKE_INSTALL_DATADIR}/lumlog/java)
 install(EXPORT LUMlogTargets NAMESPACE LUMlog:: DESTINATION ${package_dir})
 
 configure_package_config_file(cmake/LUMlogConfig.cmake.in ${PROJECT_BINARY_DIR}/package/LUMlogConfig.cmake

@@ -168,6 +168,7 @@ for stage in "${stages[@]}"; do
     case $stage in
         headers | mingw-* | clang-*)
             ensure_dependencies ace xerces-c googletest
+            ensure_java
             break
             ;;
     esac

@@ -5,17 +5,24 @@
 # CMake by itself when a list of sources changed.
 configure_preset()
 {
-    local preset=$1 tree=$build_dir/$1 prefix_path=$dependency_path wanted
+    local preset=$1 tree=$build_dir/$1 prefix_path=$dependency_path java_path='' wanted
     case $preset in
         native-*) prefix_path= ;; # what it needs are packages of this machine
-        *) ensure_wine_prefix "$tree/wine" ;;
+        *-bench) ensure_wine_prefix "$tree/wine" ;;
+        *)
+            ensure_wine_prefix "$tree/wine"
+            # Also for scripts that run no test: else each would configure the tree anew after the other.
+            java_path=$(windows_jdk_path)
+            ;;
     esac
-    wanted=$(cat "$project_dir/CMakePresets.json" "$project_dir"/cmake/toolchains/*.cmake && echo "$prefix_path")
+    wanted=$(cat "$project_dir/CMakePresets.json" "$project_dir"/cmake/toolchains/*.cmake &&
+        printf '%s\n' "$prefix_path" "$java_path")
     if [ -f "$tree/build.ninja" ] && [ "$wanted" = "$(cat "$tree/configured-as" 2>/dev/null)" ]; then
         return 0
     fi
     run_logged "Configuring $preset" "$preset-configure" \
-        cmake -S "$project_dir" --preset "$preset" --fresh -D "CMAKE_PREFIX_PATH=$prefix_path" || return
+        cmake -S "$project_dir" --preset "$preset" --fresh \
+        -D "CMAKE_PREFIX_PATH=$prefix_path" ${java_path:+-D "LUMLOG_WINDOWS_JDK=$java_path"} || return
     printf '%s\n' "$wanted" >"$tree/configured-as"
 }
 

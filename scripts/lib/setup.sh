@@ -29,6 +29,7 @@ cache_dir=${LUMLOG_CACHE:-${XDG_CACHE_HOME:-$HOME/.cache}/lumlog}
 . "$project_dir/scripts/lib/report.sh"
 . "$project_dir/scripts/lib/packages.sh"
 . "$project_dir/scripts/lib/dependencies.sh"
+. "$project_dir/scripts/lib/java.sh"
 . "$project_dir/scripts/lib/wine.sh"
 . "$project_dir/scripts/lib/build.sh"
 

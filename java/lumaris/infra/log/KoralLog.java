@@ -1,0 +1,164 @@
+package lumaris.infra.log;
+
+/**
+ * The way into the log for Java programs: one process, one log, shared with whatever native code logs in it.
+ *
+ * <p>{@code LUMlog.dll} is loaded with this class, from {@code java.library.path}; where it is not found, the first use
+ * of the class throws {@link UnsatisfiedLinkError}. Nothing else here throws.
+ *
+ * <p>Any method may be called from any thread at any time. Lines of different threads do not mix, and one thread's
+ * lines stand in the order it wrote them.
+ *
+ * <p>Packages are numbers from 0 to 749; of any other, what is up to warning is wanted. Levels run from 1 to 7: severe,
+ * critical, error, warning, notice, info, debug.
+ *
+ * <p>Texts arrive in the log in Java's own modified UTF-8: characters outside the basic plane as two surrogates of
+ * three bytes each, and U+0000 as two bytes.
+ */
+public final class KoralLog
+{
+    static
+    {
+        System.loadLibrary("LUMlog");
+    }
+
+    private KoralLog()
+    {
+    }
+
+    /**
+     * Opens the log without a private file. The first opening of a process counts; later ones change nothing.
+     *
+     * @param applicationName what stands in each line and what rules ask for; null counts as empty
+     * @return 0, or -1 where the log could not be opened, which is also said on standard output
+     */
+    public static native int open(String applicationName);
+
+    /**
+     * Opens the log with a private file, which is appended to. The first opening of a process counts; later ones
+     * change nothing.
+     *
+     * @param fileName the private file, in the folder that the environment variable PRISMATE_LOG_DIR names. Whether
+     *     lines go there is for the folder's {@code logger} file to say. One that cannot be opened is reported on
+     *     standard error, and the log works without it; so it is with null
+     * @param applicationName what stands in each line and what rules ask for; null counts as empty
+     * @return 0, or -1 where the log could not be opened, which is also said on standard output
+     */
+    public static native int open(String fileName, String applicationName);
+
+    /**
+     * Does nothing: the log stays open until the process ends.
+     *
+     * @return 0
+     */
+    public static native int close();
+
+    /**
+     * Tells whether a message would be written, for where its text is expensive to make.
+     *
+     * @param packageNumber 0 to 749
+     * @param level 1 to 7
+     * @return whether messages of that level are wanted for that package at this moment
+     */
+    public static native boolean checkMsgLevel(int packageNumber, int level);
+
+    /**
+     * Writes a line without a headline, whatever the levels say: it is silent only where somebody has set the library's
+     * own package, 106, to level 0.
+     *
+     * @param ignored not looked at
+     * @param text the line; null is written as {@code (null)}
+     * @return 0
+     */
+    public static native int tlog(int ignored, String text);
+
+    /**
+     * Writes a line with a headline, if a message of that level is wanted for that package.
+     *
+     * <p>The text may begin with the place it comes from, {@code <thread,class.method:line>}, as {@link #located} makes
+     * it. That goes into the headline rather than the message, and the thread keeps the name from then on. Without a
+     * place, or with line 0, the headline names none.
+     *
+     * @param packageNumber 0 to 749
+     * @param level 1 to 7, or 0 for what is written whatever the package's level; with any other nothing is written
+     * @param text the line, with or without a place in front; null is written as {@code (null)}
+     * @return 0
+     */
+    public static native int tlogln(int packageNumber, int level, String text);
+
+    /**
+     * Writes a line with a headline that names the caller of this method, if a message of that level is wanted for that
+     * package. A message that is not wanted does not cost the look at the stack.
+     *
+     * @param packageNumber 0 to 749
+     * @param level 1 to 7
+     * @param text the line; null is written as {@code (null)}
+     * @return 0
+     */
+    public static int log(int packageNumber, int level, String text)
+    {
+        if (!checkMsgLevel(packageNumber, level))
+            return 0;
+        return tlogln(packageNumber, level, located(text));
+    }
+
+    /**
+     * Puts the calling thread's name and the caller's class, method and line in front of a text, for {@link #tlogln}.
+     *
+     * <p>The class comes without its package, a constructor as {@code init} and a static initializer as {@code clinit}.
+     * The line is 0 where the class file has none. Characters that would end a part of the prefix early become
+     * underscores.
+     *
+     * @param text the message; null becomes {@code (null)}
+     * @return {@code <thread,class.method:line>} and the text
+     */
+    public static String located(String text)
+    {
+        StackTraceElement caller = findCaller();
+        String message = text == null ? "(null)" : text;
+        return "<" + masked(Thread.currentThread().getName(), ",<>") + "," + placeOf(caller) + ">" + message;
+    }
+
+    /** The first frame outside this class; null on a virtual machine that keeps no stack traces. */
+    private static StackTraceElement findCaller()
+    {
+        for (StackTraceElement frame : new Throwable().getStackTrace())
+        {
+            if (!frame.getClassName().equals(KoralLog.class.getName()))
+                return frame;
+        }
+        return null;
+    }
+
+    private static String placeOf(StackTraceElement caller)
+    {
+        if (caller == null)
+            return "unknown_class.unknown_func:0";
+        String name = caller.getClassName();
+        String simpleName = name.substring(name.lastIndexOf('.') + 1);
+        return masked(simpleName, ",<>:") + "." + methodOf(caller) + ":" + Math.max(caller.getLineNumber(), 0);
+    }
+
+    private static String methodOf(StackTraceElement caller)
+    {
+        String name = caller.getMethodName();
+        if (name.equals("<init>"))
+            return "init";
+        if (name.equals("<clinit>"))
+            return "clinit";
+        return masked(name, ",<>:");
+    }
+
+    /** A line break in a name would tear the line of the log, so control characters go as well. */
+    private static String masked(String name, String separators)
+    {
+        StringBuilder result = new StringBuilder(name);
+        for (int i = 0; i < result.length(); ++i)
+        {
+            char c = result.charAt(i);
+            if (Character.isISOControl(c) || separators.indexOf(c) >= 0)
+                result.setCharAt(i, '_');
+        }
+        return result.toString();
+    }
+}
