@@ -117,7 +117,7 @@ TEST_F(JavaEntry, TheThreadKeepsTheNameOfItsLastPrefix)
     EXPECT_EQ(line_of("no prefix"), "|one)   -> no prefix");
     EXPECT_EQ(line_of("<two,C.m:2>b"), "|two)  C(2) m -> b");
     EXPECT_EQ(line_of("<two,C.m:3>c"), "|two)  C(3) m -> c");
-    on_another_thread([this] { EXPECT_EQ(JavaClass().tlogln(3, 4, "of another thread"), 0); });
+    on_another_thread([] { EXPECT_EQ(JavaClass().tlogln(3, 4, "of another thread"), 0); });
     EXPECT_EQ(lines().back(), "<time> WARNING (003) koral (<pid>,<tid>)   -> of another thread");
 }
 
