@@ -107,12 +107,22 @@ private:
     friend class Kor_LogDestFile;
 
     std::string_view full_headline() noexcept;
+    std::string_view time_text() noexcept;
     void look_at_identity() noexcept;
     const char* format_parts() noexcept;
     template <class Write>
     char* headline(int kind, bool force, Write write) noexcept;
 
+    /// What the time text was made of.
+    struct TimeParts
+    {
+        Kor_LocalTime time;
+        std::int32_t zone_sign, zone_hours, zone_minutes;
+    };
+
     char m_time_text[TIME_TEXT_SIZE];
+    TimeParts m_time_parts;
+    std::uint32_t m_time_length;   // 0: none was made yet
     std::uint64_t m_time_taken_at; // milliseconds of the system clock
 
     // The process's texts as this thread saw them last, so that a line needs no lock for them.
@@ -120,11 +130,14 @@ private:
     const char* m_seen_name;
     const char* m_seen_ip;
     long m_seen_session;
+    std::int32_t m_seen_process;
+    std::uint32_t m_seen_thread;
     bool m_has_client;
     char m_client[CONTEXT_SIZE];
-    char m_application[HEADLINE_SIZE];
+    char m_origin[HEADLINE_SIZE]; // application, process and thread
     std::uint32_t m_client_length;
-    std::uint32_t m_application_length;
+    std::uint32_t m_origin_length;
+    std::uint32_t m_location_length;
 };
 
 /// A counted pointer to a context. Not atomic: it stays on the context's thread.

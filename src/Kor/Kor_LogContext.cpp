@@ -29,6 +29,12 @@ enum HeadlineKind
     HEADLINE_PARTIAL_WS,
     HEADLINE_PARTIAL_UNIX
 };
+
+/// The length of a text by the result of what wrote it, which is -1 when it was cut.
+std::uint32_t written(int length, std::size_t size) noexcept
+{
+    return static_cast<std::uint32_t>(length < 0 ? size - 1 : static_cast<std::size_t>(length));
+}
 } // namespace
 
 // Kor_LogMTVars ---------------------------------------------------------------------------------------
@@ -36,8 +42,9 @@ Kor_LogMTVars::Kor_LogMTVars()
     : m_accepted(1), m_level(1), m_package(0),
       m_thread_id(::GetCurrentThreadId()), m_time{}, m_level_names{"NONE",    "SEVERE", "CRITICAL", "ERROR",
                                                                    "WARNING", "NOTICE", "INFO",     "DEBUG"},
-      m_references(0), m_time_text{}, m_time_taken_at(0), m_seen_changes(0), m_seen_name(nullptr), m_seen_ip(nullptr),
-      m_seen_session(0), m_has_client(false), m_client{}, m_application{}, m_client_length(0), m_application_length(0)
+      m_references(0), m_time_text{}, m_time_parts{}, m_time_length(0), m_time_taken_at(0), m_seen_changes(0),
+      m_seen_name(nullptr), m_seen_ip(nullptr), m_seen_session(0), m_seen_process(0), m_seen_thread(0),
+      m_has_client(false), m_client{}, m_origin{}, m_client_length(0), m_origin_length(0), m_location_length(0)
 {
     TIME_ZONE_INFORMATION information{};
     const DWORD season = ::GetTimeZoneInformation(&information);
@@ -82,7 +89,8 @@ void Kor_LogMTVars::ResetParams() noexcept
 void Kor_LogMTVars::look_at_identity() noexcept
 {
     if (m_seen_changes == kor::identity_changes.load(std::memory_order_acquire) && m_seen_name == m_app_name &&
-        m_seen_ip == m_str_ip_address && m_seen_session == m_session_id)
+        m_seen_ip == m_str_ip_address && m_seen_session == m_session_id && m_seen_process == m_proc_id &&
+        m_seen_thread == m_thread_id)
         return;
     const OwnerLockGuard guard(kor::identity_lock);
     const bool readable = guard.held(); // if not, look again next time
@@ -90,10 +98,13 @@ void Kor_LogMTVars::look_at_identity() noexcept
     m_seen_name = m_app_name;
     m_seen_ip = m_str_ip_address;
     m_seen_session = m_session_id;
+    m_seen_process = m_proc_id;
+    m_seen_thread = m_thread_id;
     m_has_client = readable && kor::core::write_client({m_client, CONTEXT_SIZE}, m_seen_ip, m_seen_session);
     m_client_length = m_has_client ? static_cast<std::uint32_t>(std::strlen(m_client)) : 0;
-    kor::core::copy_cut(m_application, readable && m_seen_name != nullptr ? m_seen_name : "(null)");
-    m_application_length = static_cast<std::uint32_t>(std::strlen(m_application));
+    const char* const name = readable && m_seen_name != nullptr ? m_seen_name : "(null)";
+    m_origin_length =
+        written(kor::core::write_origin({m_origin, HEADLINE_SIZE}, name, m_seen_process, m_seen_thread), HEADLINE_SIZE);
 }
 
 void Kor_LogMTVars::format_context() noexcept { format_parts(); }
@@ -104,9 +115,11 @@ const char* Kor_LogMTVars::format_parts() noexcept
     look_at_identity();
     m_has_location = m_line != 0;
     if (m_has_location)
-        kor::core::write_location(
-            {m_location, LOCATION_SIZE}, kor::core::short_text(m_file), m_line,
-            kor::core::short_text(m_function == nullptr ? "" : m_function));
+        m_location_length = written(
+            kor::core::write_location(
+                {m_location, LOCATION_SIZE}, kor::core::short_text(m_file), m_line,
+                kor::core::short_text(m_function == nullptr ? "" : m_function)),
+            LOCATION_SIZE);
     m_has_context = m_has_client;
     if (m_has_context)
         std::memcpy(m_context, m_client, sizeof m_context);
@@ -115,12 +128,27 @@ const char* Kor_LogMTVars::format_parts() noexcept
     return m_has_thread_name ? *name : nullptr;
 }
 
+/// Made anew when the time is another: of lines that follow each other closely, many have the same.
+std::string_view Kor_LogMTVars::time_text() noexcept
+{
+    const TimeParts parts{m_time, m_zone_sign, m_zone_hours, m_zone_minutes};
+    if (m_time_length == 0 || std::memcmp(&parts, &m_time_parts, sizeof parts) != 0)
+    {
+        m_time_parts = parts;
+        m_time_length = written(
+            kor::core::write_time(
+                {m_time_text, TIME_TEXT_SIZE},
+                {m_time.year, m_time.month, m_time.day, m_time.hour, m_time.minute, m_time.second, m_time.milliseconds},
+                {m_zone_sign, m_zone_hours, m_zone_minutes}),
+            TIME_TEXT_SIZE);
+    }
+    return {m_time_text, m_time_length};
+}
+
 char* Kor_LogMTVars::TimeText() noexcept
 {
-    kor::core::write_time(
-        {m_time_text, TIME_TEXT_SIZE},
-        {m_time.year, m_time.month, m_time.day, m_time.hour, m_time.minute, m_time.second, m_time.milliseconds},
-        {m_zone_sign, m_zone_hours, m_zone_minutes});
+    m_time_length = 0; // whoever has the text may have changed it
+    time_text();
     return m_time_text;
 }
 
@@ -132,17 +160,17 @@ char* Kor_LogMTVars::headline(int kind, bool force, Write write) noexcept
         return m_headline;
     kor::core::Headline parts{};
     parts.thread_name = format_parts();
-    parts.time = kor::core::short_text(TimeText());
+    parts.time = time_text();
     parts.level = m_level;
     parts.level_name = kor::core::short_text(m_level_names[std::clamp(m_level, 0, LEVEL_COUNT - 1)]);
     parts.package = m_package;
-    parts.application = {m_application, m_application_length};
+    parts.origin = {m_origin, m_origin_length};
     parts.process = m_proc_id;
     parts.thread = m_thread_id;
     parts.context = // what was there before counts, as long as nobody resets it
         m_has_context ? std::string_view(m_context, m_client_length) : kor::core::short_text(m_context);
     parts.has_context = m_has_context;
-    parts.location = kor::core::short_text(m_location);
+    parts.location = {m_location, m_location_length};
     parts.has_location = m_has_location;
     parts.milliseconds = m_time.milliseconds;
     m_headline_length = write(Buffer{m_headline, HEADLINE_SIZE}, parts);

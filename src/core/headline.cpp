@@ -90,12 +90,18 @@ bool write_client(Buffer to, const char* ip, long session) noexcept
     return true;
 }
 
+int write_origin(Buffer to, std::string_view application, int process, unsigned int thread) noexcept
+{
+    BoundedText text(to.data, to.size);
+    text.add(application).add(" (").add_number(process).add(',').add_number(static_cast<int>(thread));
+    return text.finish();
+}
+
 int write_full(Buffer to, const Headline& from) noexcept
 {
     BoundedText text(to.data, to.size);
     text.add(from.time).add(' ').add_left_aligned(from.level_name, 8);
-    text.add('(').add_number(from.package, 3).add(") ").add(from.application);
-    text.add(" (").add_number(from.process).add(',').add_number(static_cast<int>(from.thread));
+    text.add('(').add_number(from.package, 3).add(") ").add(from.origin);
     add_thread_name(text, from, '|');
     text.add(") ").add(from.context).add(' ');
     if (from.has_location)

@@ -41,13 +41,17 @@ int write_location(Buffer to, std::string_view file, int line, std::string_view 
 /// Returns false, and leaves the buffer alone, when there is neither.
 bool write_client(Buffer to, const char* ip, long session) noexcept;
 
+/// "application (process,thread", which stays the same for all lines of a thread. Returns the length, -1 when
+/// cut.
+int write_origin(Buffer to, std::string_view application, int process, unsigned int thread) noexcept;
+
 struct Headline
 {
     std::string_view time;
     int level;
     std::string_view level_name;
     int package;
-    std::string_view application;
+    std::string_view origin; ///< of write_origin
     int process;
     unsigned int thread;
     const char* thread_name; ///< null: none

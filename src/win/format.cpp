@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "core/message.h"
+#include "core/plain_format.h"
 #include "win/guarded_call.h"
 #include "win/owned.h"
 
@@ -35,8 +36,14 @@ void run_format(void* argument)
     auto& job = *static_cast<FormatJob*>(argument);
     try
     {
-        job.length = job.buffer == nullptr ? ::_vscprintf(job.format, job.args)
-                                           : ::_vsnprintf(job.buffer, job.size, job.format, job.args);
+        if (job.buffer == nullptr)
+        {
+            job.length = ::_vscprintf(job.format, job.args);
+            return;
+        }
+        job.length = core::format_plain(job.buffer, job.size, job.format, job.args);
+        if (job.length == core::NOT_PLAIN)
+            job.length = ::_vsnprintf(job.buffer, job.size, job.format, job.args);
     }
     catch (...) // whatever it is, it must not reach the host
     {

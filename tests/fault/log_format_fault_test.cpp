@@ -265,6 +265,28 @@ TEST_F(LogFormatFault, TheHostsUnhandledFilterNeverHearsOfIt)
     EXPECT_EQ(take_lines(), Lines{FIXED});
 }
 
+TEST_F(LogFormatFault, AFaultInAConversionOfTheCRuntimeGivesTheFixedLineToo)
+{
+    // With a width, the conversion is not one of the plain ones.
+    Hook<_vsnprintfImport> formatter;
+    ASSERT_TRUE(formatter.installed());
+    EXPECT_EQ(m_log.LogNoHeadline("%d %1s %d", 1, wild<char>(16), 2), 0);
+    EXPECT_EQ(take_lines(), Lines{FIXED});
+    EXPECT_EQ(formatter.calls(), 1);
+}
+
+TEST_F(LogFormatFault, PlainConversionsDoNotNeedTheCRuntime)
+{
+    Hook<_vsnprintfImport> formatter;
+    ASSERT_TRUE(formatter.installed());
+    m_log.LogNoHeadline("%d of %s, %lu%%", 1, "two", 3ul);
+    EXPECT_EQ(take_lines(), Lines{"1 of two, 3%"});
+    EXPECT_EQ(formatter.calls(), 0);
+    m_log.LogNoHeadline("%d of %s, %3lu%%", 1, "two", 3ul); // from the beginning, with all arguments
+    EXPECT_EQ(take_lines(), Lines{"1 of two,   3%"});
+    EXPECT_EQ(formatter.calls(), 1);
+}
+
 // C++ exceptions -----------------------------------------------------------------
 TEST_F(LogFormatFault, AnExceptionOutOfTheFormatterGivesTheFixedLine)
 {
@@ -289,8 +311,8 @@ TEST_F(LogFormatFault, AnExceptionOutOfTheFormatterGivesTheFixedLine)
     for (kind = 0; kind < 4; ++kind)
     {
         m_log.StoreParams("Kor_Image", "Load", 210, 4, 17);
-        m_log.Log("%d", 1);
-        EXPECT_EQ(m_log.LogNoHeadline("%d", 2), 0);
+        m_log.Log("%1d", 1);
+        EXPECT_EQ(m_log.LogNoHeadline("%1d", 2), 0);
         EXPECT_EQ(
             take_lines(), (Lines{"<time> WARNING (017) viewer (<pid>,<tid>)  Kor_Image(210) Load -> " + FIXED, FIXED}))
             << kind;
@@ -309,7 +331,7 @@ TEST_F(LogFormatFault, AnExceptionOutOfTheFormatterOnManyThreadsGivesTheFixedLin
             [&](int)
             {
                 for (int i = 0; i < 100; ++i)
-                    m_log.LogNoHeadline("%d", i);
+                    m_log.LogNoHeadline("%1d", i);
             });
     }
     const Lines lines = take_lines();
@@ -331,8 +353,8 @@ TEST_F(LogFormatFault, TheMessageIsFormattedOnceWithACountOf2047)
         });
     ASSERT_TRUE(formatter.installed());
     m_log.StoreParams("Kor_Image", "Load", 210, 4, 17);
-    m_log.Log("%s", "short");
-    m_log.Log("%s", std::string(3000, 'x').c_str());
+    m_log.Log("%1s", "short");
+    m_log.Log("%1s", std::string(3000, 'x').c_str());
 
     EXPECT_EQ(counts, (std::vector<std::size_t>{2047, 2047}));
 }

@@ -217,12 +217,18 @@ TEST_F(LogMessage, AMessageIsCutAt2046CharactersAndANewline)
     for (const auto& row : rows)
     {
         const std::string text = digits(row.length);
+        const auto expect_cut = [&]
+        {
+            EXPECT_EQ(m_directory.text(), text.substr(0, row.kept) + "\n") << row.length;
+            EXPECT_EQ(last().text, text.substr(0, row.kept) + "\n") << row.length;
+            EXPECT_EQ(last().length, row.kept + 1) << row.length;
+        };
         write_file(m_directory.file("test.log"), "");
         m_log.LogNoHeadline("%s", text.c_str());
-
-        EXPECT_EQ(m_directory.text(), text.substr(0, row.kept) + "\n") << row.length;
-        EXPECT_EQ(last().text, text.substr(0, row.kept) + "\n") << row.length;
-        EXPECT_EQ(last().length, row.kept + 1) << row.length;
+        expect_cut();
+        write_file(m_directory.file("test.log"), "");
+        m_log.LogNoHeadline("%1s", text.c_str()); // with a width it is the C runtime that formats
+        expect_cut();
     }
 }
 
@@ -264,12 +270,18 @@ TEST_F(LogMessage, WithoutANewlineAddedATooLongTextHasTheLengthMinusOne)
     for (const auto& row : rows)
     {
         const std::string text = digits(row.length);
+        const auto expect_told = [&]
+        {
+            EXPECT_EQ(m_directory.text(), text.substr(0, 2047) + "\n") << row.length;
+            EXPECT_EQ(last().text, text.substr(0, 2047)) << row.length;
+            EXPECT_EQ(last().length, row.told) << row.length;
+        };
         write_file(m_directory.file("test.log"), "");
         EXPECT_EQ(send(m_log, false, 65534ul, "%s", text.c_str()), 0);
-
-        EXPECT_EQ(m_directory.text(), text.substr(0, 2047) + "\n") << row.length;
-        EXPECT_EQ(last().text, text.substr(0, 2047)) << row.length;
-        EXPECT_EQ(last().length, row.told) << row.length;
+        expect_told();
+        write_file(m_directory.file("test.log"), "");
+        EXPECT_EQ(send(m_log, false, 65534ul, "%1s", text.c_str()), 0);
+        expect_told();
     }
 }
 

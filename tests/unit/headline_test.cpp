@@ -43,7 +43,7 @@ Headline bare_headline()
     from.level = 4;
     from.level_name = "WARNING";
     from.package = 17;
-    from.application = "viewer";
+    from.origin = "viewer (43,51";
     from.process = 43;
     from.thread = 51;
     from.milliseconds = 42;
@@ -246,7 +246,7 @@ TEST(Headline, OfAWholeMessageReadsAsLaidDown)
     from.level = 4;
     from.level_name = "WARNING";
     from.package = 17;
-    from.application = "viewer";
+    from.origin = "viewer (4312,5120";
     from.process = 4312;
     from.thread = 5120;
     from.thread_name = "Loader";
@@ -357,6 +357,7 @@ TEST(Headline, ShowsNumbersAsPrintfPrintsThem)
     Headline from = bare_headline();
     from.level = 99;
     from.package = 0;
+    from.origin = "viewer (-43,-1";
     from.process = -43;
     from.thread = 4294967295u;
     from.milliseconds = 7;
@@ -370,6 +371,33 @@ TEST(Headline, ShowsNumbersAsPrintfPrintsThem)
     EXPECT_EQ(written(kor::core::write_full, from), "TIME WARNING (429496) viewer (-43,-1)   ->");
     from.package = -1;
     EXPECT_EQ(written(kor::core::write_full, from), "TIME WARNING (-01) viewer (-43,-1)   ->");
+}
+
+TEST(Origin, IsApplicationProcessAndThread)
+{
+    struct Row
+    {
+        const char* application;
+        int process;
+        unsigned int thread;
+        const char* expected;
+    };
+    const Row rows[] = {
+        {"viewer", 4312, 5120, "viewer (4312,5120"},
+        {"", 0, 0, " (0,0"},
+        {"viewer", -43, 4294967295u, "viewer (-43,-1"},
+    };
+    for (const Row& row : rows)
+    {
+        GuardedBuffer buffer(HEADLINE_SIZE);
+        const int length = kor::core::write_origin(in(buffer), row.application, row.process, row.thread);
+        EXPECT_EQ(buffer.text(), row.expected);
+        EXPECT_EQ(length, static_cast<int>(std::strlen(row.expected)));
+    }
+    GuardedBuffer small(10);
+    EXPECT_EQ(kor::core::write_origin(in(small), "viewer", 4312, 5120), -1);
+    EXPECT_EQ(small.text(), "viewer (4");
+    EXPECT_TRUE(small.guards_hold());
 }
 
 TEST(Headline, OfMoreThan199CharactersIsCutAndSaysSo)
@@ -425,7 +453,7 @@ TEST(Headline, OfEndlessTextsStaysInItsBuffer)
 {
     const std::string endless(100'000, 'e');
     Headline from = whole_headline();
-    from.application = endless;
+    from.origin = endless;
     from.thread_name = endless.c_str();
     from.context = endless;
     from.location = endless;
