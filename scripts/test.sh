@@ -4,7 +4,7 @@
 #   scripts/test.sh [--filter REGEX] [STAGE...]
 #
 # Stages, all of them where none is named:
-#   format         the sources are formatted as .clang-format says
+#   format         the sources are formatted as .clang-format says, and what the pages show is compiled
 #   headers        each exported header compiles alone, with both compilers
 #   native-asan    unit tests on this machine, with sanitizers
 #   native-fuzz    a short run of each fuzz target, on this machine
@@ -61,6 +61,8 @@ record()
 stage_format()
 {
     record format run_logged "Checking the format" format "$project_dir/scripts/format.sh" --check
+    record samples run_logged "Checking the pages' samples" samples \
+        python3 "$project_dir/scripts/lib/check-samples.py" "$project_dir"
 }
 
 check_headers()
