@@ -72,8 +72,9 @@ public:
     unsigned long GetPackage() const noexcept;
 
     /// Sets the text, a printf format with its arguments; the code stays. A format of more than 1024
-    /// characters, or a text of more than 1023, is not kept: the error then becomes Kor_Err::BOUNDS
-    /// without a text, and a line says so.
+    /// characters, or a text of more than 1023, is not kept: the thread's error in KorGError then
+    /// becomes Kor_Err::BOUNDS without a text, and a line says so. Arguments that do not fit the
+    /// format leave a text that says that.
     void SetLogMsg(const char* format, ...) KOR_PRINTF(2, 3);
 
     /// Forgets the text; the code stays.

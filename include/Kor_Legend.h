@@ -85,11 +85,14 @@ public:
     /// The name of a value. typeName: as the run-time type information of MSVC has it, such as "enum Color"
     /// or "enum Ns::Color"; up to the first "::", or else the first five characters, nothing of it counts.
     /// Returns the value in digits when the type name has no "enum" or its enumeration is not known, and
-    /// an empty text when the enumeration has no such value.
+    /// an empty text when the enumeration has no such value. Without memory for a long name: the digits.
     std::string ToString(std::string typeName, int value);
 
     /// The same; a literal would otherwise be taken for a bool.
-    std::string ToString(const char* typeName, int value) { return ToString(std::string(typeName), value); }
+    std::string ToString(const char* typeName, int value)
+    {
+        return ToString(std::string(typeName == nullptr ? "" : typeName), value);
+    }
 
     /// The word for b. A format that there is not counts as FORMAT_TRUE.
     static const char* ToString(bool b, OutputFormat format);
@@ -114,15 +117,19 @@ private:
         OutOfRange
     };
     struct Family;
+    struct Release;
 
     Kor_Legend();
     Outcome register_family(const std::string& declaration);
     Outcome process_enums(std::string_view list, std::string name);
+    void forget_family(std::string_view name) noexcept;
+    std::string find_name(std::string typeName, int value) const;
 
     static const char* const sm_OutputFormat_array[6];
     static Mutex sm_mutex;
     static std::atomic<bool> sm_isInit;
-    static std::shared_ptr<Kor_Legend> sm_instance;
+    static std::shared_ptr<Kor_Legend>& sm_instance;
+    static const Release sm_release;
 
     std::unordered_map<std::string, std::unique_ptr<Family>> m_families;
 };

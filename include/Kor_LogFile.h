@@ -106,6 +106,18 @@ private:
     friend class Kor_LogFile;
     friend class Kor_LogDestFile;
 
+    /// What the parameters tell of the message being written.
+    struct Message
+    {
+        const char* file;
+        const char* function;
+        std::int32_t line, accepted, level, package;
+        Kor_LocalTime time;
+        std::uint64_t time_taken_at;
+    };
+    Message message() const noexcept;
+    void restore(const Message& message) noexcept;
+
     std::string_view full_headline() noexcept;
     std::string_view time_text() noexcept;
     void look_at_identity() noexcept;
@@ -124,6 +136,8 @@ private:
     TimeParts m_time_parts;
     std::uint32_t m_time_length;   // 0: none was made yet
     std::uint64_t m_time_taken_at; // milliseconds of the system clock
+
+    std::uint32_t m_uses; // of the parameters, by StoreParams and by messages
 
     // The process's texts as this thread saw them last, so that a line needs no lock for them.
     std::uint32_t m_seen_changes;

@@ -85,19 +85,18 @@ unsigned long Kor_GError::GetPackage() const noexcept { return Get() / range_siz
 void Kor_GError::SetLogMsg(const char* format, ...)
 {
     const KeptErrors kept;
+    constexpr int LINE_LONG_FORMAT = 114; // the lines that people know these two reports by
+    constexpr int LINE_LONG_TEXT = 126;
+    if (kor::win::is_longer(format, LONGEST_FORMAT))
+        return report_bounds(LINE_LONG_FORMAT);
     char text[TEXT_SIZE];
     va_list args;
     va_start(args, format);
     const kor::win::FormatResult result = kor::win::format_text(text, TEXT_SIZE, format, args);
     va_end(args);
-
-    constexpr int LINE_LONG_FORMAT = 114; // the lines that people know these two reports by
-    constexpr int LINE_LONG_TEXT = 126;
-    if (result != kor::win::FormatResult::MISFIT && ::strnlen(format, LONGEST_FORMAT + 1) > LONGEST_FORMAT)
-        report_bounds(LINE_LONG_FORMAT);
-    else if (result == kor::win::FormatResult::CUT)
-        report_bounds(LINE_LONG_TEXT);
-    else if (Kor_ErrorValue* const own = find_or_make())
+    if (result == kor::win::FormatResult::CUT)
+        return report_bounds(LINE_LONG_TEXT);
+    if (Kor_ErrorValue* const own = find_or_make())
     {
         own->ResetLogMsg();
         own->logMsg = duplicate(text);

@@ -81,6 +81,7 @@ jint opened(int result)
 /// A name makes the levels of all packages be computed anew, so one that the thread has is not set.
 void name_thread(const std::string& name)
 {
+    KorGLog.GetApplicationName(); // as all members do, makes the thread's context, which forgets its name
     char** const known = Kor_LogMTVars::m_thread_name.find();
     if (known == nullptr || *known == nullptr || name != *known)
         KorGLog.SetThreadName(name.c_str());
@@ -145,10 +146,10 @@ extern "C"
         JNIEnv* env, jclass, jstring file_name, jstring app_name)
     {
         const JavaText file(env, file_name);
-        const JavaText name(env, app_name);
-        if (!file.is_known() || !name.is_known())
+        if (!file.is_known()) // Java has an error pending, and nothing more may be asked of it
             return opened(-1);
-        return opened(OpenLog(file.text(), name.text()));
+        const JavaText name(env, app_name);
+        return opened(name.is_known() ? OpenLog(file.text(), name.text()) : -1);
     }
 
     JNIEXPORT jint JNICALL Java_lumaris_infra_log_KoralLog_close(JNIEnv*, jclass) { return KorGLog.Close(); }

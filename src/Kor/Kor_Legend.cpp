@@ -52,7 +52,26 @@ struct Kor_Legend::Family
 const char* const Kor_Legend::sm_OutputFormat_array[6] = {"false", "true", "disabled", "enabled", "off", "on"};
 Mutex Kor_Legend::sm_mutex;
 std::atomic<bool> Kor_Legend::sm_isInit{false};
-std::shared_ptr<Kor_Legend> Kor_Legend::sm_instance;
+
+namespace
+{
+// The pointer itself is never destroyed: hosts that unload in another order may still ask for the legend.
+alignas(std::shared_ptr<Kor_Legend>) unsigned char instance_place[sizeof(std::shared_ptr<Kor_Legend>)];
+} // namespace
+
+std::shared_ptr<Kor_Legend>& Kor_Legend::sm_instance = *new (instance_place) std::shared_ptr<Kor_Legend>;
+
+/// Gives the legend back when the library goes. Who asks later gets a new one.
+struct Kor_Legend::Release
+{
+    ~Release()
+    {
+        sm_isInit = false;
+        sm_instance.reset();
+    }
+};
+
+const Kor_Legend::Release Kor_Legend::sm_release;
 
 Kor_Legend::Kor_Legend() : m_families(FIRST_BUCKETS) {}
 
@@ -92,9 +111,20 @@ Kor_Legend::Outcome Kor_Legend::register_family(const std::string& declaration)
     }
     catch (const std::bad_alloc&)
     {
+        // Half a family would stand in the way of the whole one.
+        forget_family(name);
         report_missing_memory(declaration);
         return Outcome::Refused;
     }
+}
+
+/// Needs no memory.
+void Kor_Legend::forget_family(std::string_view name) noexcept
+{
+    const auto found =
+        std::find_if(m_families.begin(), m_families.end(), [name](const auto& family) { return family.first == name; });
+    if (found != m_families.end())
+        m_families.erase(found);
 }
 
 Kor_Legend::Outcome Kor_Legend::process_enums(std::string_view list, std::string name)
@@ -133,6 +163,18 @@ Kor_EnumResult Kor_Legend::ToEnum(std::string family, std::string name, bool ign
 }
 
 std::string Kor_Legend::ToString(std::string typeName, int value)
+{
+    try
+    {
+        return find_name(std::move(typeName), value);
+    }
+    catch (const std::bad_alloc&) // for a long name; digits need none
+    {
+        return std::to_string(value);
+    }
+}
+
+std::string Kor_Legend::find_name(std::string typeName, int value) const
 {
     if (typeName.find(ENUM_KEYWORD) == std::string::npos)
         return std::to_string(value);

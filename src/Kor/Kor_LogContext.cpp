@@ -42,9 +42,10 @@ Kor_LogMTVars::Kor_LogMTVars()
     : m_accepted(1), m_level(1), m_package(0),
       m_thread_id(::GetCurrentThreadId()), m_time{}, m_level_names{"NONE",    "SEVERE", "CRITICAL", "ERROR",
                                                                    "WARNING", "NOTICE", "INFO",     "DEBUG"},
-      m_references(0), m_time_text{}, m_time_parts{}, m_time_length(0), m_time_taken_at(0), m_seen_changes(0),
-      m_seen_name(nullptr), m_seen_ip(nullptr), m_seen_session(0), m_seen_process(0), m_seen_thread(0),
-      m_has_client(false), m_client{}, m_origin{}, m_client_length(0), m_origin_length(0), m_location_length(0)
+      m_references(0), m_time_text{}, m_time_parts{}, m_time_length(0), m_time_taken_at(0), m_uses(0),
+      m_seen_changes(0), m_seen_name(nullptr), m_seen_ip(nullptr), m_seen_session(0), m_seen_process(0),
+      m_seen_thread(0), m_has_client(false), m_client{}, m_origin{}, m_client_length(0), m_origin_length(0),
+      m_location_length(0)
 {
     TIME_ZONE_INFORMATION information{};
     const DWORD season = ::GetTimeZoneInformation(&information);
@@ -83,6 +84,29 @@ void Kor_LogMTVars::ResetParams() noexcept
     m_headline_length = 0;
     m_has_location = m_has_context = m_has_thread_name = false;
     m_headline_kind = HEADLINE_NONE;
+}
+
+Kor_LogMTVars::Message Kor_LogMTVars::message() const noexcept
+{
+    return {m_file, m_function, m_line, m_accepted, m_level, m_package, m_time, m_time_taken_at};
+}
+
+/// A headline that was made of other parameters is made anew when it is asked for.
+void Kor_LogMTVars::restore(const Message& message) noexcept
+{
+    const bool same = m_file == message.file && m_function == message.function && m_line == message.line &&
+                      m_level == message.level && m_package == message.package &&
+                      m_time_taken_at == message.time_taken_at;
+    if (!same)
+        m_headline_kind = HEADLINE_NONE;
+    m_file = message.file;
+    m_function = message.function;
+    m_line = message.line;
+    m_accepted = message.accepted;
+    m_level = message.level;
+    m_package = message.package;
+    m_time = message.time;
+    m_time_taken_at = message.time_taken_at;
 }
 
 /// Takes the process's texts over when they are not those that this thread saw last.

@@ -85,9 +85,15 @@ int Kor_LogDestDebug::LogMessage(Kor_LogMTVarsPtr context, bool bare, const char
 
 Kor_LogDestFile::Kor_LogDestFile(const char* path)
 {
-    if (std::FILE* const stream = std::fopen(path, "at"))
-        m_file.reset(stream, &std::fclose);
-    else
+    try
+    {
+        if (std::FILE* const stream = std::fopen(path, "at"))
+            m_file.reset(stream, &std::fclose);
+    }
+    catch (const std::bad_alloc&) // the stream is closed again
+    {
+    }
+    if (!m_file)
         std::fprintf(stderr, "Kor_LogDestFile: failed to open file <%s>\n", path);
 }
 
@@ -147,9 +153,21 @@ private:
 
 void Kor_LogFile::RegisterLogDestination(Kor_LogDestBase* destination)
 {
+    if (destination == nullptr)
+        return;
     const LogLock lock(m_lock);
-    if (std::find(m_destinations.begin(), m_destinations.end(), destination) == m_destinations.end())
-        m_destinations.push_back(destination);
+    try
+    {
+        if (std::find(m_destinations.begin(), m_destinations.end(), destination) == m_destinations.end())
+            m_destinations.push_back(destination);
+    }
+    catch (const std::bad_alloc&)
+    {
+        constexpr int LEVEL_ERROR = 3;
+        if (StoreParams(
+                "Kor_LogFile", "Kor_LogFile::RegisterLogDestination", __LINE__, LEVEL_ERROR, KOR_PACKAGE_LIBRARY) != 0)
+            Log("No memory to register a log destination\n");
+    }
     m_destination_count = m_destinations.size();
 }
 
@@ -433,6 +451,7 @@ int Kor_LogFile::note_params(const char* file, const char* function, int line, i
     if (vars == nullptr)
         return 0;
     vars->UpdateTime();
+    ++vars->m_uses;
     vars->m_level = level;
     vars->m_package = package;
     vars->m_accepted = 1;
@@ -673,6 +692,7 @@ void Kor_LogFile::send_text(Kor_LogMTVarsPtr vars, const Line& line)
         write_event(*vars.operator->(), line);
     // What the parameters point at may be gone after this, also where a destination throws.
     const ParamsReset reset(vars);
+    ++vars->m_uses;
     if (m_destination_count != 0)
         write_destinations(vars, line);
 }
@@ -718,9 +738,17 @@ void Kor_LogFile::write_event(Kor_LogMTVars& vars, const Line& line)
 void Kor_LogFile::write_destinations(const Kor_LogMTVarsPtr& vars, const Line& line)
 {
     const LogLock lock(m_lock);
+    const Kor_LogMTVars::Message message = vars->message();
+    std::uint32_t uses = vars->m_uses;
     for (std::size_t i = 0; i < m_destination_count; ++i)
+    {
         m_destinations.at(i)->LogMessage(
             vars, !line.has_headline(), line.text.data(), static_cast<unsigned int>(line.length));
+        if (vars->m_uses == uses)
+            continue;
+        uses = vars->m_uses;
+        vars->restore(message); // it has logged itself, and what it left is its own message's
+    }
 }
 
 bool Kor_LogFile::ValidateFileMaxSizeInaccurately()

@@ -11,6 +11,10 @@
 
 namespace kor::core
 {
+/// std::memcpy, where compilers do not see it: of a buffer that is too short for this to be called, GCC 12
+/// warns at its highest optimisation.
+void copy_long_text(char* to, const char* from, std::size_t length) noexcept;
+
 /// Copies a text that does not overlap. For the lengths of words and lines it is quicker than a call
 /// into the C runtime, which is not the compiler's own here.
 inline void copy_text(char* to, const char* from, std::size_t length) noexcept
@@ -28,7 +32,7 @@ inline void copy_text(char* to, const char* from, std::size_t length) noexcept
         std::memcpy(to + length - sizeof last, &last, sizeof last);
     };
     if (length > 512)
-        std::memcpy(to, from, length);
+        copy_long_text(to, from, length);
     else if (length >= sizeof(Block))
     {
         for (std::size_t at = 0; at + sizeof(Block) <= length; at += sizeof(Block))

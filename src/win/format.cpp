@@ -75,6 +75,20 @@ FormatResult format_into(FormatJob& job) noexcept
     return measure(job.format, job.args) < static_cast<int>(job.size) ? FormatResult::MISFIT : FormatResult::CUT;
 }
 
+struct LengthJob
+{
+    const char* text;
+    std::size_t most;
+    bool longer;
+};
+
+/// Runs guarded.
+void run_length(void* argument)
+{
+    auto& job = *static_cast<LengthJob*>(argument);
+    job.longer = ::strnlen(job.text, job.most + 1) > job.most;
+}
+
 int put(char* buffer, std::string_view text) noexcept
 {
     std::memcpy(buffer, text.data(), text.size());
@@ -82,6 +96,12 @@ int put(char* buffer, std::string_view text) noexcept
     return static_cast<int>(text.size());
 }
 } // namespace
+
+bool is_longer(const char* text, std::size_t most) noexcept
+{
+    LengthJob job{text, most, false};
+    return text != nullptr && kor_guarded_call(&run_length, &job) == 0 && job.longer;
+}
 
 FormatResult format_text(char* buffer, std::size_t size, const char* format, char* args) noexcept
 {

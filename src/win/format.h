@@ -16,6 +16,9 @@ enum class FormatResult
     MISFIT ///< the arguments do not fit the format, a wild pointer among them
 };
 
+/// True when a text has more characters than that; false also for a wild pointer.
+bool is_longer(const char* text, std::size_t most) noexcept;
+
 /// Formats into buffer and terminates it. args: a va_list. size: of the buffer, at least that of
 /// core::FORMAT_ERROR, which, without its newline, takes the place of a text that does not fit its format.
 FormatResult format_text(char* buffer, std::size_t size, const char* format, char* args) noexcept;

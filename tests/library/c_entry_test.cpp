@@ -72,6 +72,31 @@ TEST_F(CEntry, TheCodeGivesThePackageWhichGivesTheLevel)
                  }));
 }
 
+TEST_F(CEntry, ALineGetsItsNewline)
+{
+    RecordingDestination seen;
+    KorGLog.RegisterLogDestination(&seen);
+    WriteLog(4, 3100000, 1, "tool.c", "load", "one");
+    WriteLog(4, 3100000, 1, "tool.c", "load", "two\n");
+    ASSERT_EQ(seen.messages.size(), 2u);
+    EXPECT_EQ(seen.messages[0].text, "one\n");
+    EXPECT_EQ(seen.messages[1].text, "two\n");
+}
+
+TEST_F(CEntry, ATestFileDestinationKeepsTheCodesOfPackage217)
+{
+    Kor_TestLogDestFile copy(m_directory.file("copy.log").c_str());
+    KorGLog.RegisterLogDestination(&copy);
+    for (const unsigned int code : {2169999u, 2170000u, 2179999u, 2180000u})
+        WriteLog(4, code, 1, "tool.c", "load", std::to_string(code).c_str());
+    KorGLog.UnregisterLogDestination(&copy);
+    EXPECT_EQ(
+        m_directory.lines("copy.log"), (Lines{
+                                           "<time> WARNING (217) tool (<pid>,<tid>)  tool.c(1) load -> 2170000",
+                                           "<time> WARNING (217) tool (<pid>,<tid>)  tool.c(1) load -> 2179999",
+                                       }));
+}
+
 TEST_F(CEntry, TheDivisionOfTheCodeIsUnsigned)
 {
     RecordingDestination seen;

@@ -5,7 +5,9 @@
 #include <gtest/gtest.h>
 #include <windows.h>
 
+#include <functional>
 #include <stdexcept>
+#include <utility>
 
 #include "bounded.h"
 #include "captured_stream.h"
@@ -18,6 +20,7 @@ namespace
 using Lines = std::vector<std::string>;
 
 KOR_IMPORT(OutputDebugStringA);
+KOR_IMPORT(malloc);
 
 /// Notes its name for each message in a list that several share.
 class NamedDestination : public Kor_LogDestBase
@@ -101,6 +104,38 @@ TEST_F(LogDestinations, UnregisteringAnUnknownObjectChangesNothing)
     m_log.UnregisterLogDestination(nullptr);
 
     EXPECT_EQ(reached(), Lines{"a"});
+}
+
+TEST_F(LogDestinations, NullIsNotRegistered)
+{
+    m_log.RegisterLogDestination(nullptr);
+    m_log.RegisterLogDestination(&m_a);
+    EXPECT_EQ(reached(), Lines{"a"});
+}
+
+TEST_F(LogDestinations, WithoutMemoryForTheListADestinationIsLeftOutWithALine)
+{
+    m_log.RegisterLogDestination(&m_a);
+    {
+        bool failed = false;
+        Hook<mallocImport>* mallocs = nullptr;
+        Hook<mallocImport> hook(
+            [&](std::size_t size) -> void*
+            {
+                const bool is_list = size == 2 * sizeof(void*); // of two pointers: what it grows to
+                return is_list && !std::exchange(failed, true) ? nullptr : mallocs->original(size);
+            });
+        mallocs = &hook;
+        ASSERT_TRUE(hook.installed());
+        EXPECT_NO_THROW(m_log.RegisterLogDestination(&m_b));
+        EXPECT_TRUE(failed);
+    }
+    const Lines lines = m_directory.lines();
+    ASSERT_EQ(lines.size(), 1u);
+    EXPECT_EQ(lines[0].substr(lines[0].find(" -> ")), " -> No memory to register a log destination");
+    EXPECT_EQ(reached(), Lines{"a"});
+    m_log.RegisterLogDestination(&m_b);
+    EXPECT_EQ(reached(), (Lines{"a", "b"}));
 }
 
 TEST_F(LogDestinations, ClearingForgetsAll)
@@ -215,6 +250,42 @@ TEST_F(LogDestinations, ADestinationMayLogFromInsideLogMessage)
     m_log.UnregisterLogDestination(&seen);
 }
 
+TEST_F(LogDestinations, WhatADestinationLogsItselfDoesNotChangeTheMessageForTheNext)
+{
+    bool nested = false;
+    RecordingDestination logging(
+        [&](Kor_LogMTVars&)
+        {
+            if (std::exchange(nested, true))
+                return;
+            m_log.StoreParams("Inside", "Inner", 5, 2, 33);
+            m_log.Log("from inside");
+        });
+    Lines headlines;
+    RecordingDestination next([&](Kor_LogMTVars& context)
+                              { headlines.push_back(masked_line(context.AsStringFull(false))); });
+    m_log.RegisterLogDestination(&logging);
+    m_log.RegisterLogDestination(&next);
+    m_log.StoreParams("Kor_Image", "Load", 210, 3, 217);
+    m_log.Log("from outside");
+    m_log.ClearAllLogDestinations();
+
+    ASSERT_EQ(next.messages.size(), 2u);
+    EXPECT_EQ(next.messages[0].text, "from inside\n");
+    EXPECT_EQ(next.messages[0].package, 33);
+    EXPECT_EQ(next.messages[1].text, "from outside\n");
+    EXPECT_EQ(next.messages[1].package, 217);
+    EXPECT_EQ(next.messages[1].level, 3);
+    EXPECT_EQ(next.messages[1].file_name, "Kor_Image");
+    EXPECT_EQ(next.messages[1].function, "Load");
+    EXPECT_EQ(next.messages[1].line, 210);
+    EXPECT_EQ(
+        headlines, (Lines{
+                       "<time> CRITICAL(033) viewer (<pid>,<tid>)  Inside(5) Inner ->",
+                       "<time> ERROR   (217) viewer (<pid>,<tid>)  Kor_Image(210) Load ->",
+                   }));
+}
+
 TEST_F(LogDestinations, ADestinationMayRegisterAnotherFromInside)
 {
     RecordingDestination seen([&](Kor_LogMTVars&) { m_log.RegisterLogDestination(&m_a); });
@@ -281,12 +352,13 @@ TEST_F(LogDestinations, AFailingDestinationDoesNotStopTheNextOnes)
     EXPECT_EQ(m_log.LogNoHeadline("the log does not mind"), 0);
 }
 
-TEST_F(LogDestinations, UnregisteringFromAnotherThreadWaitsForTheMessageInProgress)
+/// True when a change of the list by another thread waits for the message that a destination is in.
+bool waits_for_the_message(Kor_LogFile& log, const std::function<void(Kor_LogDestBase&)>& change)
 {
     const NamedEvent entered(unique_name("entered"));
     const NamedEvent about_to(unique_name("about-to"));
     std::atomic<bool> finished{false};
-    std::atomic<bool> finished_when_unregistered{false};
+    std::atomic<bool> finished_when_changed{false};
     RecordingDestination slow(
         [&](Kor_LogMTVars&)
         {
@@ -295,19 +367,27 @@ TEST_F(LogDestinations, UnregisteringFromAnotherThreadWaitsForTheMessageInProgre
             ::Sleep(30); // time for a thread that does not wait to get ahead
             finished = true;
         });
-    m_log.RegisterLogDestination(&slow);
-    BoundedThread writer([&] { m_log.LogNoHeadline("x"); });
-    ASSERT_TRUE(entered.wait());
+    log.RegisterLogDestination(&slow);
+    BoundedThread writer([&] { log.LogNoHeadline("x"); });
+    if (!entered.wait())
+        return false;
     about_to.set();
     on_another_thread(
         [&]
         {
-            m_log.UnregisterLogDestination(&slow);
-            finished_when_unregistered = finished.load();
+            change(slow);
+            finished_when_changed = finished.load();
         });
     writer.join();
+    log.UnregisterLogDestination(&slow);
+    return finished_when_changed;
+}
 
-    EXPECT_TRUE(finished_when_unregistered);
+TEST_F(LogDestinations, ChangesFromAnotherThreadWaitForTheMessageInProgress)
+{
+    EXPECT_TRUE(waits_for_the_message(m_log, [&](Kor_LogDestBase& slow) { m_log.UnregisterLogDestination(&slow); }));
+    EXPECT_TRUE(waits_for_the_message(m_log, [&](Kor_LogDestBase&) { m_log.RegisterLogDestination(&m_a); }));
+    EXPECT_TRUE(waits_for_the_message(m_log, [&](Kor_LogDestBase&) { m_log.ClearAllLogDestinations(); }));
 }
 
 TEST_F(LogDestinations, RegisteringAndLoggingFromManyThreadsKeepsEveryMessage)

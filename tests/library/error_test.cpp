@@ -115,9 +115,18 @@ TEST_F(ThreadError, ResettingTheTextKeepsTheCode)
     EXPECT_EQ(logged("N", 0), Lines{"Error 30012 detected. "});
 }
 
+/// Leaves no zero bytes on the stack that would end a text by luck.
+void dirty_the_stack()
+{
+    volatile char dirt[16384];
+    for (volatile char& c : dirt)
+        c = 'y';
+}
+
 TEST_F(ThreadError, ATextOf1023CharactersFits)
 {
     const std::string text(1023, 'x');
+    dirty_the_stack();
     KorGError.SetLogMsg("%s", text.c_str());
     EXPECT_EQ(KorGError.Get(), 0u);
     EXPECT_EQ(logged("N", 0), Lines{"Error occurred. " + text});
@@ -161,6 +170,19 @@ TEST_F(ThreadError, AFormatAndATextThatAreBothTooLongCountAsTheFormat)
     const std::string text(5000, 'x');
     KorGError.SetLogMsg(text.c_str());
     EXPECT_NE(m_directory.lines().back().find("Kor_Error(114)"), std::string::npos);
+}
+
+TEST_F(ThreadError, AFormatThatIsTooLongIsABoundsErrorWhateverItsArguments)
+{
+    const char* volatile wild = reinterpret_cast<const char*>(0x10);
+    const std::string text(1030, 'x');
+    for (const std::string& format : {text + "%s", "%s" + text})
+    {
+        KorGError.Set(0);
+        KorGError.SetLogMsg(format.c_str(), wild);
+        EXPECT_EQ(KorGError.Get(), 9003u);
+        EXPECT_NE(m_directory.lines().back().find("Kor_Error(114)"), std::string::npos);
+    }
 }
 
 TEST_F(ThreadError, ArgumentsThatDoNotFitTheFormatLeaveTheErrorLineAsTheText)
@@ -516,6 +538,17 @@ TEST(ThreadErrors, TheEndOfTheObjectFreesTheErrorsOfAllThreads)
     finish.set();
     other.join();
     EXPECT_EQ(freed, 4); // of two threads, a value and a text each
+}
+
+TEST(ThreadErrors, ABoundsErrorBecomesTheOneOfTheProcesssObject)
+{
+    const LogDirectory directory;
+    KorGLog.Open("test.log", "viewer", false);
+    Kor_GError other;
+    other.Set(7);
+    other.SetLogMsg("%s", std::string(1024, 'x').c_str());
+    EXPECT_EQ(other.Get(), 7u);
+    EXPECT_EQ(KorGError.Get(), 9003u);
 }
 
 TEST(ThreadErrors, SeveralObjectsKeepSeparateErrors)

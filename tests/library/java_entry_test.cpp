@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <windows.h>
 
+#include <algorithm>
 #include <climits>
 #include <stdexcept>
 
@@ -41,10 +42,12 @@ class JavaClass
 public:
     int open(JavaString* app_name)
     {
+        java.return_to_java();
         return native<jint(JNIEnv*, jclass, jstring)>("open__Ljava_lang_String_2")(java.env(), nullptr, app_name);
     }
     int open(JavaString* file_name, JavaString* app_name)
     {
+        java.return_to_java();
         return native<jint(JNIEnv*, jclass, jstring, jstring)>("open__Ljava_lang_String_2Ljava_lang_String_2")(
             java.env(), nullptr, file_name, app_name);
     }
@@ -58,10 +61,12 @@ public:
     }
     int tlog(JavaString* text)
     {
+        java.return_to_java();
         return native<jint(JNIEnv*, jclass, jint, jstring)>("tlog")(java.env(), nullptr, 4711, text);
     }
     int tlogln(int package, int level, JavaString* text)
     {
+        java.return_to_java();
         return native<jint(JNIEnv*, jclass, jint, jint, jstring)>("tlogln")(java.env(), nullptr, package, level, text);
     }
     int tlogln(int package, int level, const std::string& text)
@@ -132,6 +137,28 @@ TEST_F(JavaEntry, ANameThatTheThreadHasAlreadyIsNotSetAgain)
     EXPECT_EQ(line_of("x"), "|two)   -> x"); // installed though the message was not wanted
 }
 
+TEST_F(JavaEntry, ANameThatTheThreadGaveAnotherLogIsInstalledHereToo)
+{
+    on_another_thread(
+        []
+        {
+            Kor_LogFile other(777, false);
+            other.SetThreadName("main");
+            EXPECT_EQ(JavaClass().tlogln(3, 4, "<main,Viewer.load:77>image loaded"), 0);
+        });
+    EXPECT_EQ(lines(), Lines{"<time> WARNING (003) koral (<pid>,<tid>|main)  Viewer(77) load -> image loaded"});
+}
+
+TEST_F(JavaEntry, ADestinationGetsTheBodyWithoutThePrefix)
+{
+    RecordingDestination seen;
+    KorGLog.RegisterLogDestination(&seen);
+    EXPECT_EQ(tlogln(3, 4, "<main,Viewer.load:77>image loaded"), 0);
+    ASSERT_EQ(seen.messages.size(), 1u);
+    EXPECT_EQ(seen.messages[0].text, "image loaded");
+    EXPECT_EQ(seen.messages[0].length, 12u);
+}
+
 TEST_F(JavaEntry, WithoutAPrefixThePlaceIsUnknown)
 {
     RecordingDestination seen;
@@ -192,6 +219,16 @@ TEST_F(JavaEntry, OnlyLevelsZeroToSevenAreWritten)
     for (int level = 0; level <= 7; ++level)
         EXPECT_EQ(tlogln(310, level, "a"), 0);
     EXPECT_EQ(lines().size(), 8u);
+}
+
+TEST_F(JavaEntry, LevelEightIsNotWrittenThoughThePackageWritesEverything)
+{
+    KorGLog.SetCustomLogLevel(3, 255, false);
+    KorGLog.ClearCacheTable();
+    EXPECT_EQ(tlogln(3, 8, "a"), 0);
+    EXPECT_EQ(lines(), Lines{});
+    EXPECT_EQ(tlogln(3, 7, "b"), 0);
+    EXPECT_EQ(lines().size(), 1u);
 }
 
 TEST_F(JavaEntry, AMessageThatNobodyWantsIsNotWritten)
@@ -289,6 +326,29 @@ TEST_F(JavaEntry, WithoutMemoryForACopyTheCharactersAreReleasedAndNothingIsWritt
     EXPECT_EQ(lines(), Lines{});
     EXPECT_EQ(java.acquired, 2);
     EXPECT_EQ(java.released, 2);
+}
+
+TEST_F(JavaEntry, ACopyHasRoomForItsTerminator)
+{
+    std::size_t size_of_copy = 0;
+    Hook<mallocImport>* mallocs = nullptr;
+    Hook<mallocImport> hook(
+        [&](std::size_t size)
+        {
+            size_of_copy = std::max(size_of_copy, size);
+            return mallocs->original(size);
+        });
+    mallocs = &hook;
+    ASSERT_TRUE(hook.installed());
+    EXPECT_EQ(tlogln(3, 7, std::string(100000, 'x')), 0); // not wanted: only the copy is made
+    EXPECT_EQ(size_of_copy, 100001u);
+}
+
+TEST_F(JavaEntry, ALengthBelowZeroIsAnEmptyText)
+{
+    java.odd_length = -1;
+    EXPECT_EQ(tlogln(3, 4, "text"), 0);
+    EXPECT_EQ(lines(), Lines{"<time> WARNING (003) koral (<pid>,<tid>)   -> "});
 }
 
 TEST_F(JavaEntry, EveryCopyIsFreed)
@@ -468,6 +528,6 @@ TEST_F(JavaOpen, ANameThatJavaHasNoMemoryForFailsWithALineAndOpensNothing)
     EXPECT_EQ(open(&m_file, &m_name), -1);
     EXPECT_EQ(m_out.text(), "Fail to open system log.\nFail to open system log.\nFail to open system log.\n");
     EXPECT_EQ(KorGLog.GetApplicationName(), nullptr);
-    EXPECT_EQ(java.acquired, 2);
+    EXPECT_EQ(java.acquired, 1); // the file's name, before the application's was refused
 }
 } // namespace

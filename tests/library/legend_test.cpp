@@ -186,6 +186,62 @@ TEST(Legend, WithoutMemoryADeclarationIsRefusedWithALine)
     EXPECT_EQ(lines[0].rfind("<time> ERROR   (106) viewer (<pid>,<tid>)  Kor_Legend(", 0), 0u);
 }
 
+TEST(Legend, ADeclarationThatRanOutOfMemoryAnywhereCanBeRegisteredLater)
+{
+    const LogDirectory directory;
+    KorGLog.Open("test.log", "viewer", false);
+    Kor_Legend& instance = legend();
+    const DWORD self = ::GetCurrentThreadId();
+    bool registered = false;
+    int refused = 0;
+    for (int failing = 1; !registered; ++failing)
+    {
+        ASSERT_LT(failing, 200);
+        const std::string name = "Family_" + std::to_string(failing);
+        const std::string declaration = "enum " + name + " { A_LONG_ENUMERATOR_NAME, B_LONG_ENUMERATOR_NAME };";
+        {
+            int allocations = 0;
+            Hook<mallocImport>* mallocs = nullptr;
+            Hook<mallocImport> hook(
+                [&](std::size_t size) {
+                    return ::GetCurrentThreadId() == self && ++allocations == failing ? nullptr
+                                                                                      : mallocs->original(size);
+                });
+            mallocs = &hook;
+            ASSERT_TRUE(hook.installed());
+            registered = instance.Register(declaration) && allocations < failing; // got by without it
+        }
+        if (!registered)
+            refused += instance.Register(declaration) ? 1 : 0;
+        EXPECT_EQ(found(name, "B_LONG_ENUMERATOR_NAME"), "B_LONG_ENUMERATOR_NAME=1") << failing;
+        EXPECT_EQ(instance.ToString("enum " + name, 0), "A_LONG_ENUMERATOR_NAME") << failing;
+    }
+    EXPECT_GE(refused, 10);
+}
+
+TEST(Legend, TheMapsHaveRoomForAllEntriesFromTheStart)
+{
+    std::string declaration = "enum Table { A0"; // 1,010 entries: 1,009 buckets would be one too few
+    for (int i = 1; i < 1010; ++i)
+        declaration += ",A" + std::to_string(i);
+    Kor_Legend& instance = legend();
+    int tables = 0;
+    int others = 0;
+    Hook<mallocImport>* mallocs = nullptr;
+    Hook<mallocImport> hook(
+        [&](std::size_t size)
+        {
+            tables += size >= 2003 * sizeof(void*) ? 1 : 0;
+            others += size > 500 && size < 2003 * sizeof(void*) ? 1 : 0;
+            return mallocs->original(size);
+        });
+    mallocs = &hook;
+    ASSERT_TRUE(hook.installed());
+    EXPECT_TRUE(instance.Register(std::move(declaration)));
+    EXPECT_EQ(tables, 3);
+    EXPECT_EQ(others, 0);
+}
+
 // Looking up ---------------------------------------------------------------------
 TEST(Legend, NamesAreFoundInAnyCaseOnRequestOnly)
 {
@@ -242,6 +298,24 @@ TEST(Legend, TheFamilysNameFollowsTheFirstScopeOrTheKeyword)
     EXPECT_EQ(legend().ToString("12345Color and enum", 0), "0");
     EXPECT_EQ(legend().ToString("my_enum::Color", 0), "RED"); // the keyword may be anywhere in front
     EXPECT_EQ(legend().ToString(std::string("enum Color"), 0), "RED");
+}
+
+TEST(Legend, ANullTypeNameIsAnEmptyOne)
+{
+    const char* volatile none = nullptr;
+    EXPECT_EQ(legend().ToString(none, 7), "7");
+}
+
+TEST(Legend, WithoutMemoryForALongNameTheValueIsWrittenInDigits)
+{
+    Kor_Legend& instance = legend();
+    instance.Register("enum E { A, " + std::string(100, 'n') + " };");
+    std::string type = "enum E";
+    Hook<mallocImport>* mallocs = nullptr;
+    Hook<mallocImport> hook([&](std::size_t size) { return size == 101 ? nullptr : mallocs->original(size); });
+    mallocs = &hook;
+    ASSERT_TRUE(hook.installed());
+    EXPECT_EQ(instance.ToString(std::move(type), 1), "1");
 }
 
 TEST(Legend, TextsWithNulsAreJustTexts)
@@ -314,6 +388,33 @@ TEST(LegendInstance, ManyThreadsThatAskAtOnceGetTheSame)
         EXPECT_EQ(instance, instances[0]);
     ASSERT_NE(instances[0], nullptr);
     EXPECT_GE(instances[0].use_count(), 9); // the process holds one
+}
+
+TEST(LegendInstance, ASecondThreadWaitsUntilTheFirstHasMadeIt)
+{
+    const NamedEvent making(unique_name("making"));
+    std::shared_ptr<Kor_Legend> first, second;
+    std::atomic<int> made{0};
+    Hook<mallocImport>* mallocs = nullptr;
+    Hook<mallocImport> hook(
+        [&](std::size_t size)
+        {
+            if (size == sizeof(Kor_Legend))
+            {
+                ++made;
+                making.set();
+                ::Sleep(50); // time for a thread that does not wait to make another
+            }
+            return mallocs->original(size);
+        });
+    mallocs = &hook;
+    ASSERT_TRUE(hook.installed());
+    BoundedThread maker([&] { first = Kor_Legend::GetInstance(); });
+    ASSERT_TRUE(making.wait());
+    on_another_thread([&] { second = Kor_Legend::GetInstance(); });
+    maker.join();
+    EXPECT_EQ(made, 1);
+    EXPECT_EQ(first, second);
 }
 
 TEST(LegendInstance, ManyThreadsLookThingsUpAtOnce)

@@ -43,6 +43,10 @@ public:
     int refused = 0;
     int released = 0;
     const JavaString* refuse = nullptr; ///< the string that GetStringUTFChars has no memory for
+    jsize odd_length = 0;               ///< below 0: what GetStringUTFLength says
+
+    /// The native method returns to Java, which throws what is pending.
+    void return_to_java() noexcept { m_pending = false; }
 
     bool all_released() const noexcept { return m_live.empty() && acquired == released; }
 
@@ -79,20 +83,31 @@ private:
         std::memcpy(&m_table, all, sizeof all);
     }
 
-    static jsize JNICALL length_of(JNIEnv*, jstring text)
+    static jsize JNICALL length_of(JNIEnv* env, jstring text)
     {
+        auto& machine = *static_cast<JavaMachine*>(env);
+        machine.check_pending();
         if (text == nullptr)
             end("length of null", 0);
-        return static_cast<jsize>(text->bytes.size());
+        return machine.odd_length < 0 ? machine.odd_length : static_cast<jsize>(text->bytes.size());
+    }
+
+    /// With an error pending, a native method may release what it has, and nothing else.
+    void check_pending() const
+    {
+        if (m_pending)
+            end("called with an error pending", 0);
     }
 
     static const char* JNICALL acquire(JNIEnv* env, jstring text, jboolean* is_copy)
     {
         auto& machine = *static_cast<JavaMachine*>(env);
+        machine.check_pending();
         if (text == nullptr)
             end("characters of null", 0);
         if (text == machine.refuse)
         {
+            machine.m_pending = true;
             ++machine.refused;
             return nullptr;
         }
@@ -119,6 +134,7 @@ private:
     }
 
     Table m_table;
+    bool m_pending = false;
     std::map<const char*, std::pair<jstring, std::vector<char>>> m_live;
 };
 
