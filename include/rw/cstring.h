@@ -4,6 +4,7 @@
 #define KOR_RW_CSTRING_H
 
 #include <cstddef>
+#include <functional>
 #include <string>
 #include <utility>
 
@@ -21,6 +22,8 @@ public:
 
     const char* data() const noexcept { return m_text.c_str(); }
     std::size_t length() const noexcept { return m_text.size(); }
+    /// Upper and lower case count as different.
+    std::size_t hash() const noexcept { return std::hash<std::string>()(m_text); }
     bool isNull() const noexcept { return m_text.empty(); }
     operator const char*() const noexcept { return m_text.c_str(); }
 

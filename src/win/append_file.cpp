@@ -52,6 +52,7 @@ std::FILE* AppendFile::open(const std::string& path)
     const OwnerLockGuard guard(m_lock);
     m_path = path;
     m_handle = handle_of(descriptor);
+    m_in_line = false;
     m_line_broken = false;
     m_parked = false;
     m_looked_at = ::GetTickCount64();
@@ -116,14 +117,16 @@ void AppendFile::write_rest(std::string_view text, char* room) noexcept
     }
 }
 
-/// Notes whether what got through ends where a line ends.
+/// Notes whether a line was cut off.
 bool AppendFile::write_bytes(const char* bytes, std::size_t count) noexcept
 {
     DWORD written = 0;
     const bool done = ::WriteFile(m_handle, bytes, static_cast<DWORD>(count), &written, nullptr) != FALSE;
     if (written != 0)
-        m_line_broken = bytes[written - 1] != '\n';
-    return done && written == count;
+        m_in_line = bytes[written - 1] != '\n';
+    const bool whole = done && written == count;
+    m_line_broken = !whole && m_in_line;
+    return whole;
 }
 
 std::int64_t AppendFile::size(bool seek_end) noexcept
@@ -169,6 +172,7 @@ bool AppendFile::point_stream_at(const char* path) noexcept
     const bool done = ::_dup2(descriptor, ::_fileno(m_stream)) == 0;
     ::_close(descriptor);
     m_handle = handle_of(::_fileno(m_stream));
+    m_in_line = m_in_line && !done;
     m_line_broken = m_line_broken && !done;
     return done;
 }

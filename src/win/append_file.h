@@ -17,8 +17,8 @@ namespace kor::win
 /// Appends whole lines to a file that others may read, copy, rename, truncate or delete meanwhile.
 ///
 /// Any thread may write; lines of several threads never mix. A line that could not be written is lost,
-/// as its caller does not wait for it, but the next one begins where a line begins. A file that was
-/// deleted is made again within a second of further lines.
+/// as its caller does not wait for it, but what follows one that was cut off begins where a line begins. A
+/// file that was deleted is made again within a second of further lines.
 class AppendFile
 {
 public:
@@ -57,8 +57,9 @@ private:
     HANDLE m_handle = nullptr; // the stream's, which owns it
     std::string m_path;
     OwnerLock m_lock;
-    bool m_line_broken = false;
-    bool m_parked = false; // the stream writes to nowhere until the file can be made again
+    bool m_in_line = false;     // what was written last does not end in a newline
+    bool m_line_broken = false; // and the rest of it will not come
+    bool m_parked = false;      // the stream writes to nowhere until the file can be made again
     ULONGLONG m_looked_at = 0;
 };
 } // namespace kor::win
