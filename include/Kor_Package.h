@@ -29,6 +29,9 @@ KOR_CONSTANT int PACKAGE_COUNT = 750;
 /** Package of the library's own diagnostics. */
 KOR_CONSTANT int KOR_PACKAGE_LIBRARY = 106;
 
+/** Package whose level turns the performance-monitor log on. */
+KOR_CONSTANT int KOR_PACKAGE_PERFMON = 109;
+
 /** The one package that a Kor_TestLogDestFile keeps. */
 KOR_CONSTANT int KOR_PACKAGE_TEST = 217;
 

@@ -15,6 +15,7 @@
 #include "Kor/diagnostics.h"
 #include "Kor/identity.h"
 #include "Kor/shared_name.h"
+#include "Kor_PerfmonLogFile.h"
 #include "core/bounded_text.h"
 #include "core/headline.h"
 #include "core/message.h"
@@ -781,3 +782,7 @@ bool Kor_LogFile::ValidateFileMaxSizeInaccurately()
 
 // Last in this file: everything above that it is made of exists before it and outlives it.
 Kor_LogFile KorGLog(777, true);
+
+// Here and not with its class: it goes by the general log's configuration, so it has to come after that log
+// and go before it, which only the order within one source can promise.
+Kor_PerfmonLogFile KorPLog(777);

@@ -1,0 +1,648 @@
+#include "Kor_PerfmonLogFile.h"
+
+#include <windows.h>
+
+#include <sys/timeb.h>
+
+#include <algorithm>
+#include <cstdarg>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <new>
+#include <optional>
+#include <string_view>
+#include <utility>
+
+#include "Kor/diagnostics.h"
+#include "core/bounded_text.h"
+#include "core/message.h"
+#include "core/monitor_line.h"
+#include "win/append_file.h"
+#include "win/console.h"
+#include "win/environment.h"
+#include "win/format.h"
+#include "win/guarded_call.h"
+#include "win/kept_errors.h"
+#include "win/owner_lock.h"
+
+using kor::core::BoundedText;
+using kor::win::FormatResult;
+using kor::win::KeptErrors;
+using kor::win::OwnerLock;
+using kor::win::OwnerLockGuard;
+
+namespace
+{
+constexpr int LEVEL_WARNING = 4;
+constexpr int LEVEL_DEBUG = 7;
+constexpr int LINE_SIZE = 1024;
+constexpr unsigned long EVENT_ID = 65534;
+constexpr std::size_t TIMER_BUCKETS = 1024;
+constexpr std::int64_t RUNNING = -1;
+
+char* duplicate(const char* text) noexcept { return text == nullptr ? nullptr : ::_strdup(text); }
+
+/// Holds a lock, where there was memory for one, for a scope.
+class OptionalGuard
+{
+public:
+    explicit OptionalGuard(OwnerLock* lock) noexcept
+    {
+        if (lock != nullptr)
+            m_guard.emplace(*lock);
+    }
+
+private:
+    std::optional<OwnerLockGuard> m_guard;
+};
+
+std::int64_t now() noexcept { return static_cast<std::int64_t>(Kor_PerfmonTimerData::GetTickCount()); }
+} // namespace
+
+/// A line of this source in the general log.
+#define KOR_GENERAL_LOG(level, function, ...)                                                                   \
+    do                                                                                                          \
+    {                                                                                                           \
+        if (KorGLog.StoreParams("Kor_PerfmonLogFile", (function), __LINE__, (level), KOR_PACKAGE_LIBRARY) != 0) \
+            KorGLog.Log(__VA_ARGS__);                                                                           \
+    } while (false)
+
+// Kor_PerfmonTimerData --------------------------------------------------------------------------------
+Kor_PerfmonTimerData::Kor_PerfmonTimerData() noexcept : m_start(0), m_stop(RUNNING), m_buffer(nullptr) {}
+
+Kor_PerfmonTimerData::Kor_PerfmonTimerData(const Kor_PerfmonTimerData& other) noexcept = default;
+
+Kor_PerfmonTimerData::~Kor_PerfmonTimerData() { std::free(m_buffer); }
+
+bool Kor_PerfmonTimerData::operator==(const Kor_PerfmonTimerData& other) const noexcept { return this == &other; }
+
+void Kor_PerfmonTimerData::Reset() noexcept
+{
+    m_start = now();
+    m_stop = RUNNING;
+}
+
+void Kor_PerfmonTimerData::Stop() noexcept { m_stop = now(); }
+
+std::int64_t Kor_PerfmonTimerData::GetTime() noexcept
+{
+    if (m_stop == RUNNING)
+        Stop();
+    return m_stop - m_start;
+}
+
+std::uint64_t Kor_PerfmonTimerData::GetTickCount() noexcept
+{
+    constexpr std::uint64_t MS_PER_SECOND = 1000;
+    struct __timeb64 time;
+    ::_ftime64(&time);
+    return static_cast<std::uint64_t>(time.time) * MS_PER_SECOND + time.millitm;
+}
+
+// Kor_PerfmonTimers -----------------------------------------------------------------------------------
+Kor_PerfmonTimers::Kor_PerfmonTimers() : Kor_ValHashMap(TIMER_BUCKETS), m_lock(new (std::nothrow) OwnerLock) {}
+
+Kor_PerfmonTimers::~Kor_PerfmonTimers() { delete std::exchange(m_lock, nullptr); }
+
+/// The lock has to be held.
+Kor_PerfmonTimerData* Kor_PerfmonTimers::find(const RWCString& name) const
+{
+    Kor_PerfmonTimerData* data = nullptr;
+    findValue(name, data);
+    return data;
+}
+
+int Kor_PerfmonTimers::AddTimer(RWCString name)
+{
+    try
+    {
+        const OptionalGuard guard(m_lock);
+        if (!contains(name))
+        {
+            auto data = std::make_unique<Kor_PerfmonTimerData>();
+            data->Reset();
+            insert(name, data.get());
+            static_cast<void>(data.release()); // the set's now
+            return 0;
+        }
+    }
+    catch (const std::bad_alloc&)
+    {
+        KOR_GENERAL_LOG(LEVEL_WARNING, "Kor_PerfmonTimers::AddTimer", "No memory to add timer %s\n", name.data());
+        return 1;
+    }
+    KOR_GENERAL_LOG(LEVEL_WARNING, "Kor_PerfmonTimers::AddTimer", "test, %s Already exists\n", name.data());
+    return 1;
+}
+
+int Kor_PerfmonTimers::Stop(RWCString name)
+{
+    {
+        const OptionalGuard guard(m_lock);
+        if (Kor_PerfmonTimerData* const data = find(name))
+        {
+            data->Stop();
+            return 1;
+        }
+    }
+    KOR_GENERAL_LOG(LEVEL_WARNING, "Kor_PerfmonTimers::Stop", "Timer to stop %s was not found\n", name.data());
+    return 0;
+}
+
+int Kor_PerfmonTimers::GetTime(RWCString name, std::int64_t& time)
+{
+    KOR_GENERAL_LOG(LEVEL_DEBUG, "Kor_PerfmonTimers::GetTime", "GetTime\n");
+    {
+        const OptionalGuard guard(m_lock);
+        if (Kor_PerfmonTimerData* const data = find(name))
+        {
+            time = data->GetTime();
+            return 1;
+        }
+    }
+    KOR_GENERAL_LOG(LEVEL_WARNING, "Kor_PerfmonTimers::GetTime", "Didn't find time of %s\n", name.data());
+    return 0;
+}
+
+int Kor_PerfmonTimers::GetTimeAndReset(RWCString name, std::int64_t& time)
+{
+    KOR_GENERAL_LOG(LEVEL_DEBUG, "Kor_PerfmonTimers::GetTimeAndReset", "GetTimeAndReset\n");
+    {
+        const OptionalGuard guard(m_lock);
+        if (Kor_PerfmonTimerData* const data = find(name))
+        {
+            time = data->GetTime();
+            data->Reset();
+            return 1;
+        }
+    }
+    KOR_GENERAL_LOG(LEVEL_WARNING, "Kor_PerfmonTimers::GetTimeAndReset", "Didn't find time of %s\n", name.data());
+    return 0;
+}
+
+int Kor_PerfmonTimers::GetTimeAndRemove(RWCString name, std::int64_t& time)
+{
+    const int result = GetTime(name, time);
+    Remove(std::move(name));
+    return result;
+}
+
+Kor_PerfmonTimerData* Kor_PerfmonTimers::GetTimerData(RWCString name)
+{
+    KOR_GENERAL_LOG(LEVEL_DEBUG, "Kor_PerfmonTimers::GetTimerData", "GetTimerData\n");
+    {
+        const OptionalGuard guard(m_lock);
+        if (Kor_PerfmonTimerData* const data = find(name))
+            return data;
+    }
+    KOR_GENERAL_LOG(LEVEL_WARNING, "Kor_PerfmonTimers::GetTimerData", "Didn't find time of %s\n", name.data());
+    return nullptr;
+}
+
+int Kor_PerfmonTimers::Remove(RWCString name)
+{
+    // Another thread may have been quicker since, so only the removal itself decides who deletes.
+    std::unique_ptr<Kor_PerfmonTimerData> removed;
+    if (GetTimerData(name) != nullptr)
+    {
+        const OptionalGuard guard(m_lock);
+        removed.reset(find(name));
+        remove(name);
+    }
+    if (removed)
+        return 1;
+    KOR_GENERAL_LOG(
+        LEVEL_WARNING, "Kor_PerfmonTimers::Remove", "Didn't find timer data %s for deletion\n", name.data());
+    return 0;
+}
+
+RWCString Kor_PerfmonTimers::GenerateID(RWCString name, long n)
+{
+    name += RWCString(std::to_string(static_cast<int>(n)));
+    return name;
+}
+
+// Life of the log -------------------------------------------------------------------------------------
+const int Kor_PerfmonLogFile::MAX_LINE_LEN = LINE_SIZE;
+
+// An event log knows three kinds; the general log counts level 5 as information.
+Kor_PerfmonLogFile::Kor_PerfmonLogFile(int)
+    : m_file(nullptr),
+      m_event_source(nullptr), m_event_types{EVENTLOG_ERROR_TYPE,       EVENTLOG_ERROR_TYPE,      EVENTLOG_ERROR_TYPE,
+                                             EVENTLOG_ERROR_TYPE,       EVENTLOG_WARNING_TYPE,    EVENTLOG_WARNING_TYPE,
+                                             EVENTLOG_INFORMATION_TYPE, EVENTLOG_INFORMATION_TYPE},
+      m_app_name(nullptr), m_pending(new (std::nothrow) RWTThreadLocal<Pending>(&leave_behind)),
+      m_process_id(static_cast<std::int32_t>(::GetCurrentProcessId())), m_user_name{}, m_computer_name{},
+      m_context(nullptr), m_append_file(new (std::nothrow) kor::win::AppendFile), m_lock(new (std::nothrow) OwnerLock),
+      m_left_behind(new (std::nothrow) std::vector<Pending>)
+{
+    DWORD size = sizeof m_user_name;
+    ::GetUserNameA(m_user_name, &size);
+    size = sizeof m_computer_name;
+    ::GetComputerNameA(m_computer_name, &size);
+}
+
+Kor_PerfmonLogFile::~Kor_PerfmonLogFile()
+{
+    if (!is_closed())
+    {
+        write_banner("end");
+        EndNoHeadLine();
+    }
+    // What other threads still have comes to those that have ended.
+    delete std::exchange(m_pending, nullptr);
+    if (m_event_source != nullptr)
+        report_left_behind();
+    Close();
+    std::free(std::exchange(m_app_name, nullptr));
+    std::free(std::exchange(m_context, nullptr));
+    delete std::exchange(m_append_file, nullptr);
+    delete std::exchange(m_left_behind, nullptr);
+    delete std::exchange(m_lock, nullptr);
+}
+
+bool Kor_PerfmonLogFile::is_closed() const noexcept { return m_file == nullptr && m_event_source == nullptr; }
+
+int Kor_PerfmonLogFile::Open(const char* appName) { return is_closed() ? Init(appName) : 0; }
+
+int Kor_PerfmonLogFile::Open(std::FILE* stream, const char* appName)
+{
+    if (!is_closed())
+        return 0;
+    if (stream != nullptr && m_append_file != nullptr)
+    {
+        m_append_file->adopt(stream);
+        m_file = stream;
+    }
+    const int result = Init(appName);
+    return stream == nullptr ? -1 : result;
+}
+
+int Kor_PerfmonLogFile::Open(const char* fileName, const char* appName)
+{
+    if (!is_closed())
+        return 0;
+    auto directory = kor::win::environment("PRISMATE_LOG_DIR");
+    if (!directory)
+    {
+        std::printf("Kor_PerfmonLogFile - Warning - No configuration file\n");
+        directory = "log";
+    }
+    if (m_append_file != nullptr)
+        m_file = m_append_file->open(*directory + "\\" + (fileName == nullptr ? "" : fileName));
+    return Init(appName);
+}
+
+int Kor_PerfmonLogFile::Init(const char* appName)
+{
+    {
+        const OptionalGuard guard(m_lock);
+        std::free(std::exchange(m_app_name, duplicate(appName == nullptr ? "" : appName)));
+    }
+    m_event_source = ::RegisterEventSourceA(nullptr, m_app_name);
+    if (m_event_source == nullptr)
+        return -1;
+    write_banner("start");
+    EndNoHeadLine();
+    return 0;
+}
+
+void Kor_PerfmonLogFile::write_banner(const char* what)
+{
+    Kor_PerfmonLogMTVars* const params = find_params();
+    if (params == nullptr)
+        return;
+    params->m_enabled = 1;
+    params->m_level = LEVEL_WARNING;
+    LogNoHeadline("===== user %s on %s (%d) %s session =====\n", m_user_name, m_computer_name, m_process_id, what);
+}
+
+int Kor_PerfmonLogFile::Close()
+{
+    if (is_closed())
+        return -1;
+    m_file = nullptr;
+    if (m_append_file != nullptr)
+        m_append_file->close();
+    if (m_event_source != nullptr)
+        ::CloseEventLog(std::exchange(m_event_source, nullptr));
+    return 0;
+}
+
+// Filtering -------------------------------------------------------------------------------------------
+/// Null when there is no memory for this thread's parameters: it stays silent, its host goes on.
+Kor_PerfmonLogMTVars* Kor_PerfmonLogFile::find_params() noexcept
+{
+    try
+    {
+        return &m_params.value();
+    }
+    catch (const std::bad_alloc&)
+    {
+        return nullptr;
+    }
+}
+
+int Kor_PerfmonLogFile::IsPerfmonEnabled()
+{
+    constexpr int LEVEL_NOTICE = 5;
+    return GetLogLevel(KOR_PACKAGE_PERFMON * PACKAGE_RANGE) >= LEVEL_NOTICE ? 1 : 0;
+}
+
+unsigned char Kor_PerfmonLogFile::GetLogLevel(int id) { return KorGLog.GetLogLevel(id); }
+
+int Kor_PerfmonLogFile::StoreParams(const char*, int, int level, int)
+{
+    if (KorGLog.IsRejected(level, KOR_PACKAGE_PERFMON))
+        return 0;
+    const KeptErrors kept;
+    if (level > GetLogLevel(KOR_PACKAGE_PERFMON * PACKAGE_RANGE))
+        return 0;
+    Kor_PerfmonLogMTVars* const params = find_params();
+    if (params == nullptr)
+        return 0;
+    params->m_enabled = 1;
+    params->m_level = level;
+    params->m_package = KOR_PACKAGE_PERFMON;
+    return 1;
+}
+
+void Kor_PerfmonLogFile::SetContext(const char* text)
+{
+    char* context = duplicate(text);
+    {
+        const OptionalGuard guard(m_lock);
+        std::swap(m_context, context);
+    }
+    std::free(context);
+}
+
+// Writing ---------------------------------------------------------------------------------------------
+void Kor_PerfmonLogFile::Log(const char* format, ...)
+{
+    const KeptErrors kept;
+    const Kor_PerfmonLogMTVars* const params = find_params();
+    if (params == nullptr || params->m_enabled == 0)
+        return;
+    va_list args;
+    va_start(args, format);
+    SendLog(0, format, args);
+    va_end(args);
+}
+
+int Kor_PerfmonLogFile::LogNoHeadline(const char* format, ...)
+{
+    const KeptErrors kept;
+    const Kor_PerfmonLogMTVars* const params = find_params();
+    if (params == nullptr || params->m_enabled == 0)
+        return -1;
+    va_list args;
+    va_start(args, format);
+    const int result = SendLog(1, format, args);
+    va_end(args);
+    return result;
+}
+
+int Kor_PerfmonLogFile::PrintOrLog(std::FILE* stream, const char* format, ...)
+{
+    const KeptErrors kept;
+    va_list args;
+    va_start(args, format);
+    int result = 0;
+    if (stream != nullptr)
+    {
+        kor::win::print(stream, format, args);
+        std::fflush(stream);
+    }
+    else
+    {
+        const Kor_PerfmonLogMTVars* const params = find_params();
+        result = params == nullptr || params->m_enabled == 0 ? -1 : SendLog(1, format, args);
+    }
+    va_end(args);
+    return result;
+}
+
+namespace
+{
+struct MeasurementJob
+{
+    BoundedText text;
+    const char* title;
+    const char* types;
+    char* args;
+};
+
+/// Runs guarded: owns nothing and works in the job's buffer.
+void run_measurement(void* argument)
+{
+    auto& job = *static_cast<MeasurementJob*>(argument);
+    kor::core::add_measurement(job.text, job.title, job.types, job.args);
+}
+} // namespace
+
+void Kor_PerfmonLogFile::FLog(const char* title, const char* types, ...)
+{
+    const KeptErrors kept;
+    char line[kor::core::MESSAGE_SIZE]; // more than either log writes
+    MeasurementJob job{BoundedText(line, sizeof line), title, types, nullptr};
+    va_list args;
+    va_start(args, types);
+    job.args = args;
+    const bool fits = kor_guarded_call(&run_measurement, &job) == 0;
+    va_end(args);
+    if (fits)
+        job.text.finish();
+    else
+        BoundedText(line, sizeof line).add(kor::core::FORMAT_ERROR).finish();
+    KOR_GENERAL_LOG(LEVEL_DEBUG, "Kor_PerfmonLogFile::FLog", "string to plog is %s\n", line);
+    Log("%s", line);
+}
+
+/// 0 standard error, 2 the file, anything else the event log.
+int Kor_PerfmonLogFile::output() const noexcept
+{
+    const Kor_LogConf* const conf = KorGLog.GetConf();
+    const int wanted = conf == nullptr ? static_cast<int>(Kor_LogConf::OUTPUT_STDERR) : conf->GetOutput();
+    return wanted == Kor_LogConf::OUTPUT_PRIVATE_FILE && m_file == nullptr ? Kor_LogConf::OUTPUT_SYSLOG_FILE : wanted;
+}
+
+int Kor_PerfmonLogFile::SendLog(int noHeadline, const char* format, char* args)
+{
+    const KeptErrors kept;
+    const Kor_PerfmonLogMTVars* const params = find_params();
+    if (params == nullptr)
+        return 0;
+    const int to = output();
+    if (to == Kor_LogConf::OUTPUT_STDERR || to == Kor_LogConf::OUTPUT_PRIVATE_FILE)
+        write_line(to == Kor_LogConf::OUTPUT_STDERR, *params, noHeadline, format, args);
+    else
+        PrintToSyslog(noHeadline, format, args);
+    return 0;
+}
+
+namespace
+{
+/// A formatted message, LINE_SIZE - 1 characters at most; a newline ends what stands for a misfit.
+class Message
+{
+public:
+    Message(const char* format, char* args) noexcept
+        : m_misfit(kor::win::format_text(m_text, sizeof m_text, format, args) == FormatResult::MISFIT)
+    {
+        if (m_misfit)
+            std::strcat(m_text, "\n");
+    }
+    const char* text() const noexcept { return m_text; }
+
+private:
+    char m_text[LINE_SIZE];
+    bool m_misfit;
+};
+
+void set_colour_of_level(int level) noexcept
+{
+    if (level <= 3)
+        kor::win::set_console_colour(kor::win::BRIGHT_RED);
+    else if (level == 4)
+        kor::win::set_console_colour(kor::win::YELLOW);
+    else if (level <= 6)
+        kor::win::set_console_colour(kor::win::BRIGHT_GREEN);
+}
+
+kor::core::LocalTime local_time() noexcept
+{
+    SYSTEMTIME now{};
+    ::GetLocalTime(&now);
+    return {now.wYear, now.wMonth, now.wDay, now.wHour, now.wMinute, now.wSecond, now.wMilliseconds};
+}
+} // namespace
+
+void Kor_PerfmonLogFile::write_line(
+    bool to_console, const Kor_PerfmonLogMTVars& params, int noHeadline, const char* format, char* args)
+{
+    const Message message(format, args);
+    char line[LINE_SIZE];
+    BoundedText text(line, sizeof line);
+    if (noHeadline == 0)
+    {
+        char time[32];
+        const auto write_time =
+            to_console ? &kor::core::write_monitor_console_time : &kor::core::write_monitor_file_time;
+        write_time({time, sizeof time}, local_time());
+        const OptionalGuard guard(m_lock); // of the application's name and the context
+        kor::core::add_monitor_headline(
+            text, {time, params.m_level, m_app_name == nullptr ? "" : m_app_name, m_process_id, ::GetCurrentThreadId(),
+                   m_context == nullptr ? "" : m_context});
+    }
+    const int length = text.add(std::string_view(message.text())).finish();
+    const std::string_view whole(line, length < 0 ? LINE_SIZE - 1 : static_cast<std::size_t>(length));
+    if (!to_console)
+    {
+        m_append_file->write(whole);
+        return;
+    }
+    set_colour_of_level(params.m_level);
+    std::fwrite(whole.data(), 1, whole.size(), stderr);
+    std::fflush(stderr);
+    kor::win::set_console_colour(kor::win::WHITE);
+}
+
+// The event log ---------------------------------------------------------------------------------------
+int Kor_PerfmonLogFile::PrintToSyslog(int noHeadline, const char* format, char* args)
+{
+    const Kor_PerfmonLogMTVars* const params = find_params();
+    if (params == nullptr)
+        return 0;
+    report_left_behind();
+    const Message message(format, args);
+    if (noHeadline != 0)
+    {
+        collect(*params, message.text());
+        return 0;
+    }
+    EndNoHeadLine();
+    char line[LINE_SIZE];
+    BoundedText text(line, sizeof line);
+    {
+        const OptionalGuard guard(m_lock);
+        text.add(std::string_view(m_context == nullptr ? "" : m_context));
+    }
+    text.add(": =").add(std::string_view(message.text())).finish();
+    report(line, params->m_level, params->m_package);
+    return 0;
+}
+
+void Kor_PerfmonLogFile::report(const char* text, int level, int package) noexcept
+{
+    const char* strings[] = {text};
+    ::ReportEventA(
+        m_event_source, static_cast<WORD>(m_event_types[std::clamp(level, 0, 7)]), static_cast<WORD>(package), EVENT_ID,
+        nullptr, 1, 0, strings, nullptr);
+}
+
+/// Adds to what this thread has for the event log.
+void Kor_PerfmonLogFile::collect(const Kor_PerfmonLogMTVars& params, const char* text)
+{
+    if (m_pending == nullptr)
+        return;
+    try
+    {
+        Pending& pending = m_pending->value();
+        if (kor::core::is_event_complete(pending.text))
+            report_pending(pending, params.m_level, params.m_package);
+        pending.text += text;
+        pending.level = params.m_level;
+        pending.package = params.m_package;
+        pending.owner = this;
+    }
+    catch (const std::bad_alloc&) // reported alone, then
+    {
+        report(text, params.m_level, params.m_package);
+    }
+}
+
+void Kor_PerfmonLogFile::report_pending(Pending& pending, int level, int package) noexcept
+{
+    if (!pending.text.empty())
+        report(pending.text.c_str(), level, package);
+    pending.text.clear();
+}
+
+int Kor_PerfmonLogFile::EndNoHeadLine()
+{
+    Pending* const pending = m_pending == nullptr ? nullptr : m_pending->find();
+    const Kor_PerfmonLogMTVars* const params = find_params();
+    if (pending != nullptr && params != nullptr)
+        report_pending(*pending, params->m_level, params->m_package);
+    return 0;
+}
+
+/// Called when a thread ends, from inside the system's loader: no place to report from. The next to write
+/// does that.
+void Kor_PerfmonLogFile::leave_behind(Pending& pending)
+{
+    if (pending.text.empty() || pending.owner == nullptr || pending.owner->m_left_behind == nullptr)
+        return;
+    const OptionalGuard guard(pending.owner->m_lock);
+    try
+    {
+        pending.owner->m_left_behind->push_back(std::move(pending));
+    }
+    catch (const std::bad_alloc&) // the text is lost
+    {
+    }
+}
+
+void Kor_PerfmonLogFile::report_left_behind() noexcept
+{
+    std::vector<Pending> texts;
+    if (m_left_behind != nullptr)
+    {
+        const OptionalGuard guard(m_lock);
+        texts.swap(*m_left_behind);
+    }
+    for (Pending& pending : texts)
+        report_pending(pending, pending.level, pending.package);
+}
