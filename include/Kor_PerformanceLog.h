@@ -15,8 +15,8 @@ namespace kor::core
 class RecordStreams;
 }
 
-/// Timed records of the process, one line of text each, for reading a measurement's counter without
-/// disturbing what is measured:
+/// Timed records of the process, one line of text each, which cost the code that is measured next to
+/// nothing:
 ///
 ///     Kor_PerformanceLog* const log = Kor_PerformanceLog::GetInstance(); // before there are threads
 ///     ...
