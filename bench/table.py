@@ -145,6 +145,20 @@ def lookup_rows(directory):
     return rows
 
 
+def record_rows(directory):
+    runs = Runs(directory, "records")
+    young, many = (int(runs.context(key)) for key in ("young", "many"))
+    bare = nanoseconds(runs.time("fprintf"))
+    rows = []
+    for name, call, count in (("record", "record/append", 1), (f"record, the first {young}", "record/young", young)):
+        ratio = runs.ratio(call, "fprintf") / count
+        rows.append([name, nanoseconds(runs.time(call) / count), "", bare, f"{ratio:.2f} of bare"]
+                    + judged((ratio, 0.5, " of bare")))
+    rows.append(["record, later, at the close", nanoseconds(runs.time("record/written") / many), "", "", "", "", ""])
+    rows.append(["of a record: reading the counter", "", "", nanoseconds(runs.time("counter")), "", "", ""])
+    return rows
+
+
 def print_table(rows):
     widths = [max(len(row[column]) for row in rows) for column in range(len(HEADER))]
     for number, row in enumerate(rows):
@@ -165,6 +179,7 @@ def main():
     rows += change_rows(directory)
     rows += way_rows(directory)
     rows += lookup_rows(directory)
+    rows += record_rows(directory)
     print_table(rows)
     print("\nMedians. The ratios are of times of the same run: to spdlog, to the bare call where that is said, and of\n"
           "the process to an empty one. docs/benchmarks.md explains the rows.")

@@ -51,6 +51,8 @@ for number in 1 2 3 4 5; do
         "${run[@]}" "$tree/bin/lines.exe" "${repeat[@]}" --benchmark_repetitions=41
     measure "Errors and names, $number of 5" "lookups-$number.json" \
         "${run[@]}" "$tree/bin/lookups.exe" "${repeat[@]}" --benchmark_repetitions=41 --benchmark_min_time=0.002
+    measure "Records, $number of 5" "records-$number.json" \
+        "${run[@]}" "$tree/bin/records.exe" "${repeat[@]}" --benchmark_repetitions=41 --benchmark_min_time=0.002
 done
 measure "Changes of the configuration" level_change.json "${run[@]}" "$tree/bin/level_change.exe"
 
