@@ -218,10 +218,10 @@ TEST_F(RecordLog, TextsMayBeOfAnyLength)
 // The file -----------------------------------------------------------------------
 TEST_F(RecordLog, TheFirstCallMakesAnEmptyFileNamedAfterProcessMinuteAndNumber)
 {
-    const Hook<GetLocalTimeImport> clock([](SYSTEMTIME* now) { *now = {2024, 3, 0, 3, 4, 5, 59, 999}; });
+    const Hook<GetLocalTimeImport> clock([](SYSTEMTIME* now) { *now = {2024, 3, 0, 4, 5, 6, 59, 999}; });
     ASSERT_TRUE(clock.installed());
     log();
-    EXPECT_THAT(files(), ElementsAre(std::to_string(::GetCurrentProcessId()) + "_P03030405_0"));
+    EXPECT_THAT(files(), ElementsAre(std::to_string(::GetCurrentProcessId()) + "_P03040506_0"));
     EXPECT_EQ(bytes(), "");
 }
 
@@ -765,6 +765,19 @@ TEST_F(RecordLogFolder, AFileInThePlaceOfTheFolderDropsTheRecordsAndStays)
     const EnvironmentVariable variable("PRISMATE_LOG_DIR", m_current.file("new"));
     EXPECT_THAT(told_without_a_file(), ElementsAre(BEGIN));
     EXPECT_EQ(read_file(m_current.file("new")), "of somebody else");
+}
+
+TEST_F(RecordLogFolder, InitAgainWithoutAFolderClosesTheFileAndDropsWhatComes)
+{
+    log().write("x\n");
+    const Hook<fcloseImport> closes;
+    ASSERT_TRUE(closes.installed());
+    const EnvironmentVariable variable("PRISMATE_LOG_DIR", m_current.file("missing\\new"));
+    log().Init();
+    EXPECT_EQ(closes.calls(), 1);
+    EXPECT_EQ(bytes(), "x\r\n");
+    EXPECT_THAT(told_without_a_file(), IsEmpty());
+    EXPECT_EQ(bytes(), "x\r\n");
 }
 
 TEST_F(RecordLogFolder, AFileThatCannotBeOpenedDropsTheRecords)

@@ -279,6 +279,26 @@ TEST(RecordText, TakesOverWhatAnotherOneHas)
     EXPECT_EQ(text_of(to), "7,a,b,0,c,d\n" + text_of(from) + "8,a,b,0,c,d\n");
 }
 
+TEST(RecordText, TakesOverTextsThatFillAPieceToItsEnd)
+{
+    // A text's one piece of memory is 4096 bytes, or as large as a longer line makes it.
+    for (const std::size_t length : {3980u, 3986u, 3987u, 3988u, 3989u, 3990u, 4000u, 300'000u})
+    {
+        const auto line = [](std::size_t size) { return "0," + std::string(size - 8, 'x') + ",,0,,\n"; };
+        const std::string texts[] = {std::string(100, 'x'), std::string(length, 'x')};
+        RecordText to;
+        std::string expected;
+        for (const std::string& text : texts)
+        {
+            RecordText from;
+            from.append({0, text.c_str(), "", 0, "", ""});
+            EXPECT_TRUE(to.append(from));
+            expected += line(text.size() + 8);
+        }
+        EXPECT_TRUE(text_of(to) == expected) << length;
+    }
+}
+
 // Streams ---------------------------------------------------------------------------------------------
 TEST(RecordStreams, GiveEachThreadATextOfItsOwn)
 {
