@@ -131,6 +131,18 @@ def way_rows(directory):
     return rows
 
 
+def monitor_rows(directory):
+    runs = Runs(directory, "monitor")
+    rows = []
+    for name, call in (("timer, added and removed", "timer/add-remove"), ("timer, read and started anew", "timer/read-reset")):
+        rows.append([name, nanoseconds(runs.time(call)), "", nanoseconds(runs.time("clock/twice")),
+                     f"{runs.ratio(call, 'clock/twice'):.2f} of bare", "", ""])
+    for name, call in (("KorPLog.StoreParams, rejected", "params/rejected"), ("KorPLog.StoreParams, accepted", "params/accepted"),
+                       ("a scope nobody measures", "scope/unwanted"), ("line of KorPLog.FLog", "line/flog")):
+        rows.append([name, nanoseconds(runs.time(call)), "", "", "", "", ""])
+    return rows
+
+
 def lookup_rows(directory):
     runs = Runs(directory, "lookups")
     rows = []
@@ -179,6 +191,7 @@ def main():
     rows += change_rows(directory)
     rows += way_rows(directory)
     rows += lookup_rows(directory)
+    rows += monitor_rows(directory)
     rows += record_rows(directory)
     print_table(rows)
     print("\nMedians. The ratios are of times of the same run: to spdlog, to the bare call where that is said, and of\n"

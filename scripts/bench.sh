@@ -51,6 +51,8 @@ for number in 1 2 3 4 5; do
         "${run[@]}" "$tree/bin/lines.exe" "${repeat[@]}" --benchmark_repetitions=41
     measure "Errors and names, $number of 5" "lookups-$number.json" \
         "${run[@]}" "$tree/bin/lookups.exe" "${repeat[@]}" --benchmark_repetitions=41 --benchmark_min_time=0.002
+    measure "Measurements, $number of 5" "monitor-$number.json" \
+        "${run[@]}" "$tree/bin/monitor.exe" "${repeat[@]}" --benchmark_repetitions=41 --benchmark_min_time=0.002
     measure "Records, $number of 5" "records-$number.json" \
         "${run[@]}" "$tree/bin/records.exe" "${repeat[@]}" --benchmark_repetitions=41 --benchmark_min_time=0.002
 done
