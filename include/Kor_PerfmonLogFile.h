@@ -236,7 +236,7 @@ private:
     bool is_closed() const noexcept;
     Kor_PerfmonLogMTVars* find_params() noexcept;
     int output() const noexcept;
-    void write_banner(const char* what);
+    Kor_PerfmonLogMTVars* prepare_banner() noexcept;
     void
     write_line(bool to_console, const Kor_PerfmonLogMTVars& params, int noHeadline, const char* format, char* args);
     void collect(const Kor_PerfmonLogMTVars& params, const char* text);

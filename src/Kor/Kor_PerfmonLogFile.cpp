@@ -245,9 +245,9 @@ Kor_PerfmonLogFile::Kor_PerfmonLogFile(int)
 
 Kor_PerfmonLogFile::~Kor_PerfmonLogFile()
 {
-    if (!is_closed())
+    if (!is_closed() && prepare_banner() != nullptr)
     {
-        write_banner("end");
+        LogNoHeadline("===== user %s on %s (%d) end session =====\n", m_user_name, m_computer_name, m_process_id);
         EndNoHeadLine();
     }
     // What other threads still have comes to those that have ended.
@@ -303,19 +303,22 @@ int Kor_PerfmonLogFile::Init(const char* appName)
     m_event_source = ::RegisterEventSourceA(nullptr, m_app_name);
     if (m_event_source == nullptr)
         return -1;
-    write_banner("start");
+    if (prepare_banner() == nullptr)
+        return 0;
+    LogNoHeadline("===== user %s on %s (%d) start session =====\n", m_user_name, m_computer_name, m_process_id);
     EndNoHeadLine();
     return 0;
 }
 
-void Kor_PerfmonLogFile::write_banner(const char* what)
+/// The parameters of this thread for a banner; null when there is no memory for them.
+Kor_PerfmonLogMTVars* Kor_PerfmonLogFile::prepare_banner() noexcept
 {
     Kor_PerfmonLogMTVars* const params = find_params();
     if (params == nullptr)
-        return;
+        return nullptr;
     params->m_enabled = 1;
     params->m_level = LEVEL_WARNING;
-    LogNoHeadline("===== user %s on %s (%d) %s session =====\n", m_user_name, m_computer_name, m_process_id, what);
+    return params;
 }
 
 int Kor_PerfmonLogFile::Close()
