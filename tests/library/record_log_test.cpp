@@ -43,8 +43,6 @@ KOR_IMPORT(fputs);
 KOR_IMPORT(EnterCriticalSection);
 KOR_IMPORT(WaitForSingleObject);
 
-const std::string ALL_OF_THE_LIBRARY = TO_FILE + "Library 106 7\n";
-
 /// The names of the record files of a folder, by their numbers.
 Lines record_files(const std::string& directory)
 {
@@ -687,7 +685,7 @@ TEST_F(RecordLog, ADestinationThatAsksForTheLogWhileItIsMadeGetsIt)
 class RecordLogDebug : public RecordLog
 {
 protected:
-    RecordLogDebug() : RecordLog(ALL_OF_THE_LIBRARY) {}
+    RecordLogDebug() : RecordLog(TO_FILE + "Library 106 7\n") {}
 };
 
 TEST_F(RecordLogDebug, TheBeginIsToldForDebugging)
