@@ -6,7 +6,7 @@
 # Stages, all of them where none is named:
 #   format         the sources are formatted as .clang-format says, and what the pages show is compiled
 #   headers        each exported header compiles alone, with both compilers
-#   native-asan    unit tests on this machine, with sanitizers
+#   native-asan    unit tests on this machine, with sanitizers, and tests of the tools
 #   native-fuzz    a short run of each fuzz target, on this machine
 #   mingw-release  all tests under Wine, and checks of the DLL and its package
 #   mingw-debug    the tests again, with assertions

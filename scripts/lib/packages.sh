@@ -8,8 +8,9 @@ base_packages=(
     wine wine64 googletest
 )
 # What the tests need on top: the second compiler with its linker, sanitizers and symbolizer,
-# the formatter, GoogleTest for this machine, and Python to read CTest's results.
-test_packages=(clang-14 lld-14 llvm-14 libclang-rt-14-dev clang-format-14 libgtest-dev libgmock-dev python3)
+# the formatter, GoogleTest for this machine, Python for the tools and CTest's results, and jq to read
+# what the tools write.
+test_packages=(clang-14 lld-14 llvm-14 libclang-rt-14-dev clang-format-14 libgtest-dev libgmock-dev python3 jq)
 # What the tests of the Java class need, where the machine has no Java compiler of its own.
 java_packages=(openjdk-17-jdk-headless)
 bench_packages=(libspdlog-dev libfmt-dev)
