@@ -48,6 +48,10 @@ endfunction()
 build_and_run(consumer ${CONSUMER_DIR})
 expect(consumer "${printed}" "linked with LUMlog; a package has 10000 message codes")
 
+if(NOT EXISTS ${prefix}/share/lumlog/tools/perf2trace)
+    message(FATAL_ERROR "the tool is not installed")
+endif()
+
 build_and_run(first ${EXAMPLES_DIR}/first)
 file(READ ${WORK_DIR}/first/log/viewer.log log)
 expect(first "${log}" " WARNING \\(310\\) viewer .* -> only 12 of 17 images fit into memory")
