@@ -6,6 +6,8 @@
 
 #include <atomic>
 #include <climits>
+#include <iterator>
+#include <random>
 #include <stdexcept>
 #include <type_traits>
 
@@ -150,6 +152,75 @@ TEST(Legend, OddDeclarationsAreTakenAsTheyStand)
     EXPECT_TRUE(legend().Register("enum Lines {\nA,\n B\n};"));
     EXPECT_EQ(found("Lines", "\nA"), "\nA=0");
     EXPECT_EQ(found("Lines", "\n B\n"), "\n B\n=1");
+}
+
+TEST(Legend, AnyTextIsRegisteredOrRefusedOrThrowsOneOfTheTwoExceptions)
+{
+    const std::string pieces[] = {
+        "enum",
+        "class",
+        " ",
+        "{",
+        "}",
+        ";",
+        ",",
+        "=",
+        "A",
+        "b",
+        "5",
+        "-",
+        "2147483648",
+        "\n",
+        "\t",
+        "::",
+        "enum class ",
+        "enum X",
+        std::string(1, '\0')};
+    std::mt19937 random(11);
+    int registered = 0, refused = 0, no_number = 0, out_of_range = 0;
+    for (int i = 0; i < 20000; ++i)
+    {
+        std::string text = random() % 3 != 0 ? "enum E" + std::to_string(i) + " {" : "";
+        for (unsigned count = random() % 12; count > 0; --count)
+            text += pieces[random() % std::size(pieces)];
+        try
+        {
+            ++(legend().Register(text) ? registered : refused);
+        }
+        catch (const std::invalid_argument&)
+        {
+            ++no_number;
+        }
+        catch (const std::out_of_range&)
+        {
+            ++out_of_range;
+        }
+        legend().ToString(text, 0);
+        legend().ToEnum(text, text, true);
+    }
+    EXPECT_GT(registered, 1000);
+    EXPECT_GT(refused, 1000);
+    EXPECT_GT(no_number, 100);
+    EXPECT_GT(out_of_range, 100);
+}
+
+TEST(Legend, AMegabyteOfCommasTakesNoMoreMemoryThanItsText)
+{
+    std::string declaration = "enum Commas {" + std::string(1 << 20, ',') + "};";
+    Kor_Legend& instance = legend();
+    std::size_t taken = 0;
+    Hook<mallocImport>* mallocs = nullptr;
+    Hook<mallocImport> hook(
+        [&](std::size_t size)
+        {
+            taken += size;
+            return mallocs->original(size);
+        });
+    mallocs = &hook;
+    ASSERT_TRUE(hook.installed());
+    EXPECT_TRUE(instance.Register(std::move(declaration)));
+    EXPECT_LT(taken, 1u << 20);
+    EXPECT_EQ(found("Commas", ""), "none");
 }
 
 TEST(Legend, AHundredThousandEntriesAreAllFound)
