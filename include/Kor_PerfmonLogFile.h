@@ -6,7 +6,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
-#include <string>
 #include <vector>
 
 #include "Kor_LogFile.h"
@@ -83,8 +82,9 @@ public:
 /// Stopwatches by name; names that differ in case are different. Results are 1 for done and 0 for not
 /// found, except where it is said. What goes wrong is written to the general log.
 ///
-/// Threads: any, at any time. A record that GetTimerData gave must not be used while another thread may
-/// remove it.
+/// Threads: the members that are declared here may be called from any thread at any time; those of the map
+/// below are for tests. A record that GetTimerData gave must not be used while another thread may remove
+/// it. Once the DLL has begun to go, there are no timers and none can be added.
 class KOR_API Kor_PerfmonTimers : public Kor_ValHashMap<RWCString, Kor_PerfmonTimerData*, Kor_DefaultHash<RWCString>>
 {
 public:
@@ -121,9 +121,15 @@ public:
     static RWCString GenerateID(RWCString name, long n);
 
 private:
+    class Guard;
+
     Kor_PerfmonTimerData* find(const RWCString& name) const;
+    int get_time(const RWCString& name, std::int64_t& time);
+    Kor_PerfmonTimerData* get_data(const RWCString& name);
+    int remove_timer(const RWCString& name);
 
     kor::win::OwnerLock* m_lock; // null when there was no memory for it
+    bool m_ended;
 };
 
 /// One thread's call parameters.
@@ -146,12 +152,13 @@ public:
 ///     if (KorPLog.StoreParams("viewer", __LINE__, 5, 109) != 0)
 ///         KorPLog.FLog("load", "fg", "cpu", 12.34, "ms", std::int64_t{1500});
 ///
-/// Lines end where the text ends: it brings its newline. They are cut at MAX_LINE_LEN - 1 characters. The
+/// Lines end where the text ends: it brings its newline. They are cut at MAX_LINE_LEN - 1 characters, where a
+/// newline at the end is lost as well, so that the next line goes on behind. The
 /// members that write leave the thread's last error and errno as they were, report no error of the output,
 /// and throw nothing.
 ///
-/// Threads: everything may be called from any thread at any time, but the opening members and SetContext
-/// should come before the threads do. Loader lock: construct and destroy only.
+/// Threads: from any thread at any time, but for the opening members and Close, which are for one thread
+/// and not for when others write. Loader lock: construct and destroy only.
 class KOR_API Kor_PerfmonLogFile
 {
 public:
@@ -220,10 +227,14 @@ public:
     Kor_PerfmonTimers& Timers() noexcept { return m_timers; }
 
 private:
-    /// What a thread has for the event log and has not reported yet.
+    /// What a thread has for the event log and has not reported yet. In its place, as the end of the
+    /// process may stop a thread anywhere, and what it leaves must be readable.
     struct Pending
     {
-        std::string text;
+        static constexpr std::size_t SIZE = 448 + 1024; // an event that is not full yet, one more text, a terminator
+
+        char text[SIZE] = {};
+        std::uint32_t length = 0; // set when the text is there
         std::int32_t level = 1;
         std::int32_t package = 0;
         Kor_PerfmonLogFile* owner = nullptr;
@@ -234,7 +245,9 @@ private:
     int EndNoHeadLine();
 
     bool is_closed() const noexcept;
+    std::FILE* open_file(const char* name);
     Kor_PerfmonLogMTVars* find_params() noexcept;
+    Pending* find_pending() noexcept;
     int output() const noexcept;
     Kor_PerfmonLogMTVars* prepare_banner() noexcept;
     void

@@ -16,8 +16,9 @@
 ///
 ///     Kor_PerfmonScope timing("load series");
 ///
-/// Where package 109 does not write that level when the scope begins, it costs a few loads and no line is
-/// written. Throws nothing; without memory it does not measure.
+/// Where package 109 does not write that level when the scope begins, it costs next to nothing and no line is
+/// written. Throws nothing; without memory it does not measure. Its line is one like others: where a scope
+/// ends between a StoreParams of the same thread and its Log, that line gets the scope's level.
 ///
 /// Threads: any number of scopes on any threads, with equal titles too. One object belongs to one thread at
 /// a time.
@@ -30,7 +31,8 @@ public:
     /// level: of the line, as for Kor_PerfmonLogFile::StoreParams.
     explicit Kor_PerfmonScope(const char* title, int level = LEVEL_NOTICE) noexcept : m_level(level)
     {
-        if (KorGLog.IsRejected(level, KOR_PACKAGE_PERFMON))
+        if (KorGLog.IsRejected(level, KOR_PACKAGE_PERFMON) ||
+            level > KorPLog.GetLogLevel(KOR_PACKAGE_PERFMON * PACKAGE_RANGE))
             return;
         try
         {
@@ -77,7 +79,7 @@ public:
         std::int64_t time = NOT_MEASURED;
         try
         {
-            KorPLog.Timers().GetTimeAndRemove(m_timer, time);
+            KorPLog.Timers().GetTimeAndRemove(std::move(m_timer), time);
             if (KorPLog.StoreParams(nullptr, 0, m_level, KOR_PACKAGE_PERFMON) != 0)
                 KorPLog.FLog(m_title.data(), "g", "ms", time);
         }

@@ -53,6 +53,9 @@ public:
             m_guard.emplace(*lock);
     }
 
+    /// False when it gave up waiting.
+    bool held() const noexcept { return !m_guard || m_guard->held(); }
+
 private:
     std::optional<OwnerLockGuard> m_guard;
 };
@@ -101,11 +104,37 @@ std::uint64_t Kor_PerfmonTimerData::GetTickCount() noexcept
 }
 
 // Kor_PerfmonTimers -----------------------------------------------------------------------------------
-Kor_PerfmonTimers::Kor_PerfmonTimers() : Kor_ValHashMap(TIMER_BUCKETS), m_lock(new (std::nothrow) OwnerLock) {}
+/// Holds the set's lock for a scope.
+class Kor_PerfmonTimers::Guard
+{
+public:
+    explicit Guard(const Kor_PerfmonTimers& set) noexcept
+        : m_guard(set.m_ended ? nullptr : set.m_lock), m_usable(!set.m_ended && m_guard.held())
+    {
+    }
 
-Kor_PerfmonTimers::~Kor_PerfmonTimers() { delete std::exchange(m_lock, nullptr); }
+    /// False when the set is gone, or another thread does not let go of it: a map that two threads change at
+    /// once would bring the host down.
+    bool usable() const noexcept { return m_usable; }
 
-/// The lock has to be held.
+private:
+    OptionalGuard m_guard;
+    bool m_usable;
+};
+
+Kor_PerfmonTimers::Kor_PerfmonTimers()
+    : Kor_ValHashMap(TIMER_BUCKETS), m_lock(new (std::nothrow) OwnerLock), m_ended(false)
+{
+}
+
+Kor_PerfmonTimers::~Kor_PerfmonTimers()
+{
+    delete m_lock;
+    // Hosts that shut down in another order may still ask; volatile, or the store would be left out.
+    *const_cast<volatile bool*>(&m_ended) = true;
+}
+
+/// The set has to be usable.
 Kor_PerfmonTimerData* Kor_PerfmonTimers::find(const RWCString& name) const
 {
     Kor_PerfmonTimerData* data = nullptr;
@@ -117,7 +146,9 @@ int Kor_PerfmonTimers::AddTimer(RWCString name)
 {
     try
     {
-        const OptionalGuard guard(m_lock);
+        const Guard guard(*this);
+        if (!guard.usable())
+            return 1;
         if (!contains(name))
         {
             auto data = std::make_unique<Kor_PerfmonTimerData>();
@@ -139,8 +170,9 @@ int Kor_PerfmonTimers::AddTimer(RWCString name)
 int Kor_PerfmonTimers::Stop(RWCString name)
 {
     {
-        const OptionalGuard guard(m_lock);
-        if (Kor_PerfmonTimerData* const data = find(name))
+        const Guard guard(*this);
+        Kor_PerfmonTimerData* const data = guard.usable() ? find(name) : nullptr;
+        if (data != nullptr)
         {
             data->Stop();
             return 1;
@@ -150,12 +182,15 @@ int Kor_PerfmonTimers::Stop(RWCString name)
     return 0;
 }
 
-int Kor_PerfmonTimers::GetTime(RWCString name, std::int64_t& time)
+int Kor_PerfmonTimers::GetTime(RWCString name, std::int64_t& time) { return get_time(name, time); }
+
+int Kor_PerfmonTimers::get_time(const RWCString& name, std::int64_t& time)
 {
     KOR_GENERAL_LOG(LEVEL_DEBUG, "Kor_PerfmonTimers::GetTime", "GetTime\n");
     {
-        const OptionalGuard guard(m_lock);
-        if (Kor_PerfmonTimerData* const data = find(name))
+        const Guard guard(*this);
+        Kor_PerfmonTimerData* const data = guard.usable() ? find(name) : nullptr;
+        if (data != nullptr)
         {
             time = data->GetTime();
             return 1;
@@ -169,8 +204,9 @@ int Kor_PerfmonTimers::GetTimeAndReset(RWCString name, std::int64_t& time)
 {
     KOR_GENERAL_LOG(LEVEL_DEBUG, "Kor_PerfmonTimers::GetTimeAndReset", "GetTimeAndReset\n");
     {
-        const OptionalGuard guard(m_lock);
-        if (Kor_PerfmonTimerData* const data = find(name))
+        const Guard guard(*this);
+        Kor_PerfmonTimerData* const data = guard.usable() ? find(name) : nullptr;
+        if (data != nullptr)
         {
             time = data->GetTime();
             data->Reset();
@@ -183,32 +219,40 @@ int Kor_PerfmonTimers::GetTimeAndReset(RWCString name, std::int64_t& time)
 
 int Kor_PerfmonTimers::GetTimeAndRemove(RWCString name, std::int64_t& time)
 {
-    const int result = GetTime(name, time);
-    Remove(std::move(name));
+    const int result = get_time(name, time);
+    remove_timer(name);
     return result;
 }
 
-Kor_PerfmonTimerData* Kor_PerfmonTimers::GetTimerData(RWCString name)
+Kor_PerfmonTimerData* Kor_PerfmonTimers::GetTimerData(RWCString name) { return get_data(name); }
+
+Kor_PerfmonTimerData* Kor_PerfmonTimers::get_data(const RWCString& name)
 {
     KOR_GENERAL_LOG(LEVEL_DEBUG, "Kor_PerfmonTimers::GetTimerData", "GetTimerData\n");
     {
-        const OptionalGuard guard(m_lock);
-        if (Kor_PerfmonTimerData* const data = find(name))
+        const Guard guard(*this);
+        Kor_PerfmonTimerData* const data = guard.usable() ? find(name) : nullptr;
+        if (data != nullptr)
             return data;
     }
     KOR_GENERAL_LOG(LEVEL_WARNING, "Kor_PerfmonTimers::GetTimerData", "Didn't find time of %s\n", name.data());
     return nullptr;
 }
 
-int Kor_PerfmonTimers::Remove(RWCString name)
+int Kor_PerfmonTimers::Remove(RWCString name) { return remove_timer(name); }
+
+int Kor_PerfmonTimers::remove_timer(const RWCString& name)
 {
     // Another thread may have been quicker since, so only the removal itself decides who deletes.
     std::unique_ptr<Kor_PerfmonTimerData> removed;
-    if (GetTimerData(name) != nullptr)
+    if (get_data(name) != nullptr)
     {
-        const OptionalGuard guard(m_lock);
-        removed.reset(find(name));
-        remove(name);
+        const Guard guard(*this);
+        if (guard.usable())
+        {
+            removed.reset(find(name));
+            remove(name);
+        }
     }
     if (removed)
         return 1;
@@ -275,6 +319,8 @@ int Kor_PerfmonLogFile::Open(std::FILE* stream, const char* appName)
         m_append_file->adopt(stream);
         m_file = stream;
     }
+    else if (stream != nullptr)
+        std::fclose(stream);
     const int result = Init(appName);
     return stream == nullptr ? -1 : result;
 }
@@ -283,15 +329,26 @@ int Kor_PerfmonLogFile::Open(const char* fileName, const char* appName)
 {
     if (!is_closed())
         return 0;
+    try
+    {
+        m_file = open_file(fileName == nullptr ? "" : fileName);
+    }
+    catch (const std::bad_alloc&) // as with any other file that cannot be opened
+    {
+        m_file = nullptr;
+    }
+    return Init(appName);
+}
+
+std::FILE* Kor_PerfmonLogFile::open_file(const char* name)
+{
     auto directory = kor::win::environment("PRISMATE_LOG_DIR");
     if (!directory)
     {
         std::printf("Kor_PerfmonLogFile - Warning - No configuration file\n");
         directory = "log";
     }
-    if (m_append_file != nullptr)
-        m_file = m_append_file->open(*directory + "\\" + (fileName == nullptr ? "" : fileName));
-    return Init(appName);
+    return m_append_file == nullptr ? nullptr : m_append_file->open(*directory + "\\" + name);
 }
 
 int Kor_PerfmonLogFile::Init(const char* appName)
@@ -588,29 +645,42 @@ void Kor_PerfmonLogFile::report(const char* text, int level, int package) noexce
 /// Adds to what this thread has for the event log.
 void Kor_PerfmonLogFile::collect(const Kor_PerfmonLogMTVars& params, const char* text)
 {
-    if (m_pending == nullptr)
+    Pending* const pending = find_pending();
+    if (pending == nullptr)
+    {
+        report(text, params.m_level, params.m_package); // alone, then
         return;
+    }
+    if (kor::core::is_event_complete({pending->text, pending->length}))
+        report_pending(*pending, params.m_level, params.m_package);
+    BoundedText room(pending->text + pending->length, Pending::SIZE - pending->length);
+    const std::string_view added(text);
+    room.add(added).finish();
+    pending->level = params.m_level;
+    pending->package = params.m_package;
+    pending->owner = this;
+    pending->length += static_cast<std::uint32_t>(added.size());
+}
+
+/// Null when there is no memory for it, or the log is gone.
+Kor_PerfmonLogFile::Pending* Kor_PerfmonLogFile::find_pending() noexcept
+{
     try
     {
-        Pending& pending = m_pending->value();
-        if (kor::core::is_event_complete(pending.text))
-            report_pending(pending, params.m_level, params.m_package);
-        pending.text += text;
-        pending.level = params.m_level;
-        pending.package = params.m_package;
-        pending.owner = this;
+        return m_pending == nullptr ? nullptr : &m_pending->value();
     }
-    catch (const std::bad_alloc&) // reported alone, then
+    catch (const std::bad_alloc&)
     {
-        report(text, params.m_level, params.m_package);
+        return nullptr;
     }
 }
 
 void Kor_PerfmonLogFile::report_pending(Pending& pending, int level, int package) noexcept
 {
-    if (!pending.text.empty())
-        report(pending.text.c_str(), level, package);
-    pending.text.clear();
+    if (pending.length != 0)
+        report(pending.text, level, package);
+    pending.length = 0;
+    pending.text[0] = '\0';
 }
 
 int Kor_PerfmonLogFile::EndNoHeadLine()
@@ -626,12 +696,13 @@ int Kor_PerfmonLogFile::EndNoHeadLine()
 /// does that.
 void Kor_PerfmonLogFile::leave_behind(Pending& pending)
 {
-    if (pending.text.empty() || pending.owner == nullptr || pending.owner->m_left_behind == nullptr)
+    if (pending.length == 0 || pending.owner == nullptr || pending.owner->m_left_behind == nullptr)
         return;
+    pending.text[pending.length] = '\0'; // what the thread was adding when it was stopped is not whole
     const OptionalGuard guard(pending.owner->m_lock);
     try
     {
-        pending.owner->m_left_behind->push_back(std::move(pending));
+        pending.owner->m_left_behind->push_back(pending);
     }
     catch (const std::bad_alloc&) // the text is lost
     {

@@ -39,6 +39,7 @@ HANDLE handle_of(int descriptor) noexcept { return reinterpret_cast<HANDLE>(::_g
 
 std::FILE* AppendFile::open(const std::string& path)
 {
+    std::string kept(path); // before there is anything that a lack of memory could leave open
     const int descriptor = open_descriptor(path.c_str());
     if (descriptor == -1)
         return nullptr;
@@ -50,7 +51,7 @@ std::FILE* AppendFile::open(const std::string& path)
     }
     close();
     const OwnerLockGuard guard(m_lock);
-    m_path = path;
+    m_path.swap(kept);
     m_handle = handle_of(descriptor);
     m_in_line = false;
     m_line_broken = false;

@@ -6,7 +6,6 @@
 #include <windows.h>
 
 #include <cerrno>
-#include <limits>
 #include <regex>
 
 #include "bounded.h"
@@ -23,7 +22,8 @@ KOR_IMPORT(ReportEventA);
 KOR_IMPORT(CloseEventLog);
 KOR_IMPORT(GetLocalTime);
 KOR_IMPORT(SetConsoleTextAttribute);
-KOR_IMPORT(malloc);
+KOR_IMPORT(CreateFileA);
+KOR_IMPORT(FlsSetValue);
 
 const HANDLE SOURCE = reinterpret_cast<HANDLE>(0x5150);
 
@@ -293,8 +293,17 @@ TEST_F(MonitorLog, WithoutADirectoryTheFolderLogIsTakenWithAWarning)
 {
     const EnvironmentVariable none("PRISMATE_LOG_DIR", "");
     CapturedStream out(stdout);
+    Lines paths;
+    Hook<CreateFileAImport> files(
+        [&](const char* path, DWORD, DWORD, SECURITY_ATTRIBUTES*, DWORD, DWORD, HANDLE) -> HANDLE
+        {
+            paths.push_back(path);
+            return INVALID_HANDLE_VALUE;
+        });
+    ASSERT_TRUE(files.installed());
     Kor_PerfmonLogFile log(0);
-    log.Open("missing folder\\perf.log", "viewer");
+    log.Open("perf.log", "viewer");
+    EXPECT_EQ(paths, Lines{"log\\perf.log"});
     EXPECT_EQ(out.text(), "Kor_PerfmonLogFile - Warning - No configuration file\n");
 }
 
@@ -654,6 +663,41 @@ TEST_F(MonitorEvents, WhatOtherThreadsHaveCollectedIsReportedAtTheEndOfTheLog)
     EXPECT_EQ(events[2], event_of(EVENTLOG_ERROR_TYPE, 0, "of a thread that lives"));
 }
 
+TEST_F(MonitorEvents, WithoutMemoryForAThreadsTextEachIsReportedAlone)
+{
+    reported();
+    on_another_thread(
+        [&]
+        {
+            m_log.StoreParams("x", 1, 6, 17); // what the thread needs beside it
+            const Hook<FlsSetValueImport> hook([](DWORD, void*) { return FALSE; });
+            ASSERT_TRUE(hook.installed());
+            m_log.LogNoHeadline("one, ");
+            m_log.LogNoHeadline("two");
+        });
+    EXPECT_EQ(
+        reported(),
+        (std::vector<Event>{
+            event_of(EVENTLOG_INFORMATION_TYPE, 109, "one, "), event_of(EVENTLOG_INFORMATION_TYPE, 109, "two")}));
+}
+
+TEST_F(MonitorLog, WithoutMemoryForItsParametersAThreadIsSilent)
+{
+    Kor_PerfmonLogFile log(0);
+    log.Open("perf.log", "viewer");
+    on_another_thread(
+        [&]
+        {
+            const Hook<FlsSetValueImport> hook([](DWORD, void*) { return FALSE; });
+            ASSERT_TRUE(hook.installed());
+            EXPECT_EQ(log.StoreParams("x", 1, 5, 17), 0);
+            log.Log("text\n");
+            EXPECT_EQ(log.LogNoHeadline("text\n"), -1);
+            log.FLog("load", "d", "a", 1);
+        });
+    EXPECT_EQ(file(), START);
+}
+
 // Threads ------------------------------------------------------------------------
 TEST_F(MonitorLog, LinesOfManyThreadsComeWholeWhileTheContextChanges)
 {
@@ -700,6 +744,7 @@ TEST_F(MonitorLog, AfterItsEndTheLogIsSilent)
     log->Log("text\n");
     EXPECT_EQ(log->LogNoHeadline("text\n"), -1);
     log->FLog("load", "d", "a", 1);
+    EXPECT_EQ(log->Timers().AddTimer("load"), 1);
     EXPECT_EQ(log->Close(), -1);
     EXPECT_EQ(file(), START + END);
 }

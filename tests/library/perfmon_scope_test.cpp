@@ -126,14 +126,17 @@ TEST_F(Scope, NestedOnesOfOneTitleAreApart)
 
 TEST_F(Scope, OfALevelThatIsNotWrittenItMeasuresNothing)
 {
+    for (const char* const level : {"6", "0"})
     {
-        Kor_PerfmonScope timing("load", 7);
-        KorGLog.CheckMsgLevel(KOR_PACKAGE_PERFMON * PACKAGE_RANGE, 7); // from now on the level is known
-    }
-    {
+        m_directory.configure(TO_FILE + "Monitor 109 " + level + "\n");
+        KorGLog.ReadFile();
+        KorGLog.ClearCacheTable(); // the first to ask finds nothing computed yet
         Kor_PerfmonScope timing("load", 7);
         EXPECT_EQ(KorPLog.Timers().entries(), 0u);
-        EXPECT_EQ(timing.Stop(), Kor_PerfmonScope::NOT_MEASURED);
+        m_directory.configure(TO_FILE + "Monitor 109 7\n");
+        KorGLog.ReadFile();
+        KorGLog.ClearCacheTable();
+        EXPECT_EQ(timing.Stop(), Kor_PerfmonScope::NOT_MEASURED); // too late for this one
     }
     EXPECT_EQ(lines(), Lines{});
 }

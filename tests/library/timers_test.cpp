@@ -52,8 +52,10 @@ protected:
     }
 
     std::int64_t m_now = 1000000;
+    std::int64_t m_step = 0; ///< by which each reading moves the clock on
     Hook<_ftime64Import> m_clock{[this](struct __timeb64* time)
                                  {
+                                     m_now += m_step;
                                      time->time = m_now / 1000;
                                      time->millitm = static_cast<unsigned short>(m_now % 1000);
                                  }};
@@ -168,6 +170,45 @@ TEST_F(Timers, ReadingAndResettingStartsAnew)
     EXPECT_EQ(told(), Lines{});
 }
 
+TEST_F(Timers, ResettingReadsTheClockASecondTime)
+{
+    m_timers.AddTimer("load");
+    m_step = 1;
+    m_timers.GetTimeAndReset("load", m_time); // one reading for the result, one for the new start
+    EXPECT_EQ(m_time, 1);
+    m_timers.GetTime("load", m_time);
+    EXPECT_EQ(m_time, 1);
+    EXPECT_EQ(m_now, 1000003);
+}
+
+TEST_F(Timers, ResettingAStoppedTimerGivesItsTimeAndStartsItAnew)
+{
+    m_timers.AddTimer("load");
+    m_now += 5;
+    m_timers.Stop("load");
+    m_now += 100;
+    EXPECT_EQ(m_timers.GetTimeAndReset("load", m_time), 1);
+    EXPECT_EQ(m_time, 5);
+    m_now += 3;
+    m_timers.GetTime("load", m_time);
+    EXPECT_EQ(m_time, 3);
+}
+
+TEST_F(Timers, AfterItsEndTheSetHasNoTimersAndTakesNone)
+{
+    alignas(Kor_PerfmonTimers) static unsigned char place[sizeof(Kor_PerfmonTimers)];
+    auto* const timers = new (place) Kor_PerfmonTimers;
+    timers->AddTimer("load");
+    timers->~Kor_PerfmonTimers();
+    EXPECT_EQ(timers->AddTimer("other"), 1);
+    EXPECT_EQ(timers->Stop("load"), 0);
+    EXPECT_EQ(timers->GetTime("load", m_time), 0);
+    EXPECT_EQ(timers->GetTimeAndReset("load", m_time), 0);
+    EXPECT_EQ(timers->GetTimerData("load"), nullptr);
+    EXPECT_EQ(timers->Remove("load"), 0);
+    EXPECT_EQ(m_time, -7);
+}
+
 TEST_F(Timers, ReadingAndRemovingForgetsTheName)
 {
     m_timers.AddTimer("load");
@@ -234,6 +275,18 @@ TEST_F(Timers, AtDebugLevelEachQuestionIsTold)
                     "DEBUG  Kor_PerfmonTimers::GetTimerData -> GetTimerData",
                     "DEBUG  Kor_PerfmonTimers::GetTime -> GetTime",
                     "DEBUG  Kor_PerfmonTimers::GetTimerData -> GetTimerData",
+                }));
+    m_timers.GetTime("none", m_time);
+    m_timers.GetTimeAndReset("none", m_time);
+    m_timers.GetTimerData("none");
+    EXPECT_EQ(
+        told(), (Lines{
+                    "DEBUG  Kor_PerfmonTimers::GetTime -> GetTime",
+                    "WARNINGKor_PerfmonTimers::GetTime -> Didn't find time of none",
+                    "DEBUG  Kor_PerfmonTimers::GetTimeAndReset -> GetTimeAndReset",
+                    "WARNINGKor_PerfmonTimers::GetTimeAndReset -> Didn't find time of none",
+                    "DEBUG  Kor_PerfmonTimers::GetTimerData -> GetTimerData",
+                    "WARNINGKor_PerfmonTimers::GetTimerData -> Didn't find time of none",
                 }));
 }
 

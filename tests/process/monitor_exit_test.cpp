@@ -7,8 +7,11 @@
 
 #include <atomic>
 #include <cstdlib>
+#include <cstring>
+#include <string>
 #include <thread>
 
+#include "import_hook.h"
 #include "log_directory.h"
 
 namespace
@@ -31,8 +34,32 @@ struct MeasuresAtItsEnd
     bool active = false;
 } measures_at_its_end;
 
+HANDLE events_file = nullptr;
+
+/// Takes no memory, as a thread that is stopped while it does leaves the heap unusable for the rest of the
+/// process under Wine, whose own function would.
+BOOL WINAPI note_event(HANDLE, WORD, WORD, DWORD, PSID, WORD, DWORD, LPCSTR* texts, void*)
+{
+    DWORD count = 0;
+    ::WriteFile(events_file, texts[0], static_cast<DWORD>(std::strlen(texts[0])), &count, nullptr);
+    return TRUE;
+}
+
+/// Sends the library's events to a file, until the very end of the process.
+void note_events()
+{
+    events_file = ::CreateFileA(
+        (std::string(std::getenv("PRISMATE_LOG_DIR")) + "\\events.log").c_str(), FILE_APPEND_DATA | SYNCHRONIZE,
+        FILE_SHARE_READ, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+    const auto* const hook = new ImportHook("ReportEventA", reinterpret_cast<void*>(&note_event));
+    if (!hook->installed())
+        std::_Exit(6);
+}
+
 KOR_CHILD(ends_with_both_logs)
 {
+    if (args.size() > 1)
+        note_events();
     KorGLog.Open("test.log", "viewer");
     KorPLog.Open("perf.log", "viewer");
     KorPLog.Timers().AddTimer("life");
@@ -113,6 +140,22 @@ TEST(MonitorExit, BothLogsEndWithTheirBannersWhileThreadsWrite)
                 line == "a line of a thread" || line == "timed" || line.find(": =T=end,of=1") != std::string::npos)
                 << line;
         }
+    }
+}
+
+TEST(MonitorExit, AProcessEndsInOrderWhileThreadsCollectTextsForTheEventLog)
+{
+    for (int round = 0; round < 5; ++round)
+    {
+        const LogDirectory directory(TO_EVENT_LOG + "Monitor 109 7\n");
+        ChildOptions options = directory.for_child();
+        options.arguments = {"while threads write", "events"};
+        const ChildResult child = run_child("ends_with_both_logs", options);
+        EXPECT_TRUE(child.finished);
+        EXPECT_EQ(child.exit_code, 5u);
+        const std::string events = directory.text("events.log");
+        EXPECT_NE(events.find(" end session ====="), std::string::npos);
+        EXPECT_NE(events.find("a line of a thread\n"), std::string::npos);
     }
 }
 
