@@ -8,6 +8,19 @@ namespace
 {
 constexpr int LEVEL_ERROR = 3;
 
+/// Sets a flag for a scope, which an exception of a log destination may end.
+class Flag
+{
+public:
+    explicit Flag(bool& flag) noexcept : m_flag(flag) { m_flag = true; }
+    Flag(const Flag&) = delete;
+    Flag& operator=(const Flag&) = delete;
+    ~Flag() { m_flag = false; }
+
+private:
+    bool& m_flag;
+};
+
 /// The log takes such a lock itself for every message that has destinations. When that very lock is
 /// the broken one, a report must not lead to the next.
 void report(const char* function, int line, const char* text)
@@ -16,10 +29,9 @@ void report(const char* function, int line, const char* text)
     bool& nested = reporting.value();
     if (nested)
         return;
-    nested = true;
+    const Flag flag(nested);
     if (KorGLog.StoreParams("Mutex", function, line, LEVEL_ERROR, KOR_PACKAGE_LIBRARY) != 0)
         KorGLog.Log("%s", text);
-    nested = false;
 }
 } // namespace
 

@@ -6,6 +6,7 @@
 #include <windows.h>
 
 #include <memory>
+#include <stdexcept>
 
 #include "Kor_LogFile.h"
 #include "bounded.h"
@@ -262,6 +263,30 @@ TEST(RecursiveMutex, TheMessagesNeedLevelThreeInTheLibrarysPackage)
 
     EXPECT_EQ(child.exit_code, 0u);
     EXPECT_EQ(directory.lines(), (Lines{"made", "locked", "unlocked", "destroying", "destroyed"}));
+}
+
+TEST(RecursiveMutex, ADestinationsExceptionDoesNotEndTheReports)
+{
+    struct Thrower : Kor_LogDestBase
+    {
+        int LogMessage(Kor_LogMTVarsPtr, bool, const char*, unsigned int) override
+        {
+            throw std::runtime_error("from the destination");
+        }
+    } thrower;
+    const LogDirectory directory;
+    KorGLog.Open("test.log", "viewer", false);
+    std::unique_ptr<ThreadAPI_RecursiveMutex> mutex;
+    {
+        Hook<CreateMutexAImport> hook([](SECURITY_ATTRIBUTES*, BOOL, const char*) -> HANDLE { return nullptr; });
+        ASSERT_TRUE(hook.installed());
+        mutex = std::make_unique<ThreadAPI_RecursiveMutex>();
+    }
+    KorGLog.RegisterLogDestination(&thrower);
+    EXPECT_THROW(mutex->Lock(), std::runtime_error);
+    KorGLog.UnregisterLogDestination(&thrower);
+    mutex->Lock();
+    EXPECT_EQ(directory.lines().size(), 3u); // of the construction and of both calls
 }
 
 TEST(RecursiveMutex, WithoutItsObjectALogStillServesItsDestinations)
