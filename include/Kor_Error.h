@@ -89,7 +89,6 @@ public:
     void Log(const char* name, unsigned long code);
 
 private:
-    Kor_ErrorValue* find_or_make() noexcept;
     void report_bounds(int line);
 
     RWTThreadLocal<Kor_ErrorValue> m_value;

@@ -340,7 +340,8 @@ public:
 
     // Destinations.
 
-    /// Adds a destination at the end of the list; one that is listed stays where it is.
+    /// Adds a destination at the end of the list; one that is listed stays where it is. Null is not added.
+    /// One for which the list has no memory is left out, with a line in this log.
     void RegisterLogDestination(Kor_LogDestBase* destination);
     void UnregisterLogDestination(Kor_LogDestBase* destination);
     void ClearAllLogDestinations();

@@ -153,9 +153,8 @@ public:
 ///         KorPLog.FLog("load", "fg", "cpu", 12.34, "ms", std::int64_t{1500});
 ///
 /// Lines end where the text ends: it brings its newline. They are cut at MAX_LINE_LEN - 1 characters, where a
-/// newline at the end is lost as well, so that the next line goes on behind. The
-/// members that write leave the thread's last error and errno as they were, report no error of the output,
-/// and throw nothing.
+/// newline at the end is lost as well, so that the next line goes on behind. The members that write leave
+/// the thread's last error and errno as they were, report no error of the output, and throw nothing.
 ///
 /// Threads: from any thread at any time, but for the opening members and Close, which are for one thread
 /// and not for when others write. Loader lock: construct and destroy only.
@@ -247,9 +246,8 @@ private:
     bool is_closed() const noexcept;
     std::FILE* open_file(const char* name);
     Kor_PerfmonLogMTVars* find_params() noexcept;
-    Pending* find_pending() noexcept;
     int output() const noexcept;
-    Kor_PerfmonLogMTVars* prepare_banner() noexcept;
+    bool prepare_banner() noexcept;
     void
     write_line(bool to_console, const Kor_PerfmonLogMTVars& params, int noHeadline, const char* format, char* args);
     void collect(const Kor_PerfmonLogMTVars& params, const char* text);
@@ -271,10 +269,10 @@ private:
     Kor_PerfmonTimers m_timers;
     kor::win::AppendFile* m_append_file;
     kor::win::OwnerLock* m_lock; // of name, context and what ended threads have left
-    std::vector<Pending>* m_left_behind;
+    std::vector<Pending> m_left_behind;
 };
 
-/// The performance-monitor log of the process. It is there as long as the general log is.
+/// The performance-monitor log of the process: there right after the general log, and gone right before it.
 extern KOR_API Kor_PerfmonLogFile KorPLog;
 
 #endif // KOR_PERFMONLOGFILE_H

@@ -56,6 +56,19 @@ public:
         throw std::bad_alloc();
     }
 
+    /// The calling thread's value, null when there is no memory, or no slot, for it.
+    T* find_or_make() noexcept
+    {
+        try
+        {
+            return &value();
+        }
+        catch (const std::bad_alloc&)
+        {
+            return nullptr;
+        }
+    }
+
     /// The calling thread's value, null when it has none yet.
     T* find() const noexcept
     {

@@ -4,13 +4,13 @@
 #include <cstdarg>
 #include <cstdlib>
 #include <cstring>
-#include <new>
 #include <utility>
 
-#include "core/message.h"
 #include "win/format.h"
 #include "win/kept_errors.h"
+#include "win/text.h"
 
+using kor::win::duplicate;
 using kor::win::KeptErrors;
 
 static_assert(offsetof(Kor_ErrorValue, value) == 0 && offsetof(Kor_ErrorValue, logMsg) == 8);
@@ -20,7 +20,6 @@ namespace
 constexpr std::size_t TEXT_SIZE = 1024; // bytes with the terminator
 constexpr std::size_t LONGEST_FORMAT = 1024;
 
-char* duplicate(const char* text) noexcept { return text == nullptr ? nullptr : ::_strdup(text); }
 } // namespace
 
 // Kor_ErrorValue --------------------------------------------------------------------------------------
@@ -53,23 +52,10 @@ Kor_GError::Kor_GError() noexcept = default;
 // The slot goes with the member, and with it the errors of all threads.
 Kor_GError::~Kor_GError() = default;
 
-/// Null when the thread has no error yet and there is no memory for one.
-Kor_ErrorValue* Kor_GError::find_or_make() noexcept
-{
-    try
-    {
-        return &m_value.value();
-    }
-    catch (const std::bad_alloc&)
-    {
-        return nullptr;
-    }
-}
-
 void Kor_GError::Set(unsigned long code) noexcept
 {
     const KeptErrors kept;
-    if (Kor_ErrorValue* const own = find_or_make())
+    if (Kor_ErrorValue* const own = m_value.find_or_make())
         own->value = code;
 }
 
@@ -96,7 +82,7 @@ void Kor_GError::SetLogMsg(const char* format, ...)
     va_end(args);
     if (result == kor::win::FormatResult::CUT)
         return report_bounds(LINE_LONG_TEXT);
-    if (Kor_ErrorValue* const own = find_or_make())
+    if (Kor_ErrorValue* const own = m_value.find_or_make())
     {
         own->ResetLogMsg();
         own->logMsg = duplicate(text);
@@ -134,7 +120,7 @@ void Kor_GError::Log(const char* name, unsigned long code)
         KorGLog.Log("Errno %d [%s - %s] occurred. %s\n", error, name, std::strerror(error), text);
     else
         KorGLog.Log("Error %d [%s] occurred. %s\n", static_cast<int>(code), name, text);
-    if (Kor_ErrorValue* const own = find_or_make())
+    if (Kor_ErrorValue* const own = m_value.find_or_make())
     {
         own->value = code;
         own->ResetLogMsg();

@@ -11,7 +11,6 @@
 #include "Kor/identity.h"
 #include "Kor_LogFile.h"
 #include "core/bounded_text.h"
-#include "core/fixed_text.h"
 #include "core/headline.h"
 #include "win/clock.h"
 

@@ -26,9 +26,11 @@
 #include "win/environment.h"
 #include "win/format.h"
 #include "win/kept_errors.h"
+#include "win/text.h"
 
 using kor::core::MAX_MESSAGE;
 using kor::core::MESSAGE_SIZE;
+using kor::win::duplicate;
 using kor::win::KeptErrors;
 using kor::win::OwnerLockGuard;
 
@@ -36,8 +38,6 @@ namespace
 {
 /// True by default; PRISMATE_TRUNC_SZT clears it.
 bool truncation_enabled = true;
-
-char* duplicate(const char* text) noexcept { return text == nullptr ? nullptr : ::_strdup(text); }
 
 int clamp_level(int level) noexcept { return std::clamp(level, 0, Kor_LogMTVars::LEVEL_COUNT - 1); }
 
@@ -238,17 +238,7 @@ Kor_LogFile::~Kor_LogFile()
 }
 
 /// Null when there is no memory for this thread's context: it stays silent, its host goes on.
-Kor_LogMTVarsPtr* Kor_LogFile::find_context() noexcept
-{
-    try
-    {
-        return &m_context.value();
-    }
-    catch (const std::bad_alloc&)
-    {
-        return nullptr;
-    }
-}
+Kor_LogMTVarsPtr* Kor_LogFile::find_context() noexcept { return m_context.find_or_make(); }
 
 Kor_LogMTVars* Kor_LogFile::context() noexcept
 {

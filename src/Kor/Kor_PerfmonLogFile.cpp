@@ -14,7 +14,6 @@
 #include <string_view>
 #include <utility>
 
-#include "Kor/diagnostics.h"
 #include "core/bounded_text.h"
 #include "core/message.h"
 #include "core/monitor_line.h"
@@ -25,8 +24,10 @@
 #include "win/guarded_call.h"
 #include "win/kept_errors.h"
 #include "win/owner_lock.h"
+#include "win/text.h"
 
 using kor::core::BoundedText;
+using kor::win::duplicate;
 using kor::win::FormatResult;
 using kor::win::KeptErrors;
 using kor::win::OwnerLock;
@@ -40,8 +41,6 @@ constexpr int LINE_SIZE = 1024;
 constexpr unsigned long EVENT_ID = 65534;
 constexpr std::size_t TIMER_BUCKETS = 1024;
 constexpr std::int64_t RUNNING = -1;
-
-char* duplicate(const char* text) noexcept { return text == nullptr ? nullptr : ::_strdup(text); }
 
 /// Holds a lock, where there was memory for one, for a scope.
 class OptionalGuard
@@ -278,8 +277,7 @@ Kor_PerfmonLogFile::Kor_PerfmonLogFile(int)
                                              EVENTLOG_INFORMATION_TYPE, EVENTLOG_INFORMATION_TYPE},
       m_app_name(nullptr), m_pending(new (std::nothrow) RWTThreadLocal<Pending>(&leave_behind)),
       m_process_id(static_cast<std::int32_t>(::GetCurrentProcessId())), m_user_name{}, m_computer_name{},
-      m_context(nullptr), m_append_file(new (std::nothrow) kor::win::AppendFile), m_lock(new (std::nothrow) OwnerLock),
-      m_left_behind(new (std::nothrow) std::vector<Pending>)
+      m_context(nullptr), m_append_file(new (std::nothrow) kor::win::AppendFile), m_lock(new (std::nothrow) OwnerLock)
 {
     DWORD size = sizeof m_user_name;
     ::GetUserNameA(m_user_name, &size);
@@ -289,7 +287,7 @@ Kor_PerfmonLogFile::Kor_PerfmonLogFile(int)
 
 Kor_PerfmonLogFile::~Kor_PerfmonLogFile()
 {
-    if (!is_closed() && prepare_banner() != nullptr)
+    if (!is_closed() && prepare_banner())
     {
         LogNoHeadline("===== user %s on %s (%d) end session =====\n", m_user_name, m_computer_name, m_process_id);
         EndNoHeadLine();
@@ -302,7 +300,6 @@ Kor_PerfmonLogFile::~Kor_PerfmonLogFile()
     std::free(std::exchange(m_app_name, nullptr));
     std::free(std::exchange(m_context, nullptr));
     delete std::exchange(m_append_file, nullptr);
-    delete std::exchange(m_left_behind, nullptr);
     delete std::exchange(m_lock, nullptr);
 }
 
@@ -360,22 +357,22 @@ int Kor_PerfmonLogFile::Init(const char* appName)
     m_event_source = ::RegisterEventSourceA(nullptr, m_app_name);
     if (m_event_source == nullptr)
         return -1;
-    if (prepare_banner() == nullptr)
+    if (!prepare_banner())
         return 0;
     LogNoHeadline("===== user %s on %s (%d) start session =====\n", m_user_name, m_computer_name, m_process_id);
     EndNoHeadLine();
     return 0;
 }
 
-/// The parameters of this thread for a banner; null when there is no memory for them.
-Kor_PerfmonLogMTVars* Kor_PerfmonLogFile::prepare_banner() noexcept
+/// Gives this thread the parameters of a banner; false when there is no memory for them.
+bool Kor_PerfmonLogFile::prepare_banner() noexcept
 {
     Kor_PerfmonLogMTVars* const params = find_params();
     if (params == nullptr)
-        return nullptr;
+        return false;
     params->m_enabled = 1;
     params->m_level = LEVEL_WARNING;
-    return params;
+    return true;
 }
 
 int Kor_PerfmonLogFile::Close()
@@ -392,17 +389,7 @@ int Kor_PerfmonLogFile::Close()
 
 // Filtering -------------------------------------------------------------------------------------------
 /// Null when there is no memory for this thread's parameters: it stays silent, its host goes on.
-Kor_PerfmonLogMTVars* Kor_PerfmonLogFile::find_params() noexcept
-{
-    try
-    {
-        return &m_params.value();
-    }
-    catch (const std::bad_alloc&)
-    {
-        return nullptr;
-    }
-}
+Kor_PerfmonLogMTVars* Kor_PerfmonLogFile::find_params() noexcept { return m_params.find_or_make(); }
 
 int Kor_PerfmonLogFile::IsPerfmonEnabled()
 {
@@ -645,7 +632,7 @@ void Kor_PerfmonLogFile::report(const char* text, int level, int package) noexce
 /// Adds to what this thread has for the event log.
 void Kor_PerfmonLogFile::collect(const Kor_PerfmonLogMTVars& params, const char* text)
 {
-    Pending* const pending = find_pending();
+    Pending* const pending = m_pending == nullptr ? nullptr : m_pending->find_or_make();
     if (pending == nullptr)
     {
         report(text, params.m_level, params.m_package); // alone, then
@@ -660,19 +647,6 @@ void Kor_PerfmonLogFile::collect(const Kor_PerfmonLogMTVars& params, const char*
     pending->package = params.m_package;
     pending->owner = this;
     pending->length += static_cast<std::uint32_t>(added.size());
-}
-
-/// Null when there is no memory for it, or the log is gone.
-Kor_PerfmonLogFile::Pending* Kor_PerfmonLogFile::find_pending() noexcept
-{
-    try
-    {
-        return m_pending == nullptr ? nullptr : &m_pending->value();
-    }
-    catch (const std::bad_alloc&)
-    {
-        return nullptr;
-    }
 }
 
 void Kor_PerfmonLogFile::report_pending(Pending& pending, int level, int package) noexcept
@@ -696,13 +670,13 @@ int Kor_PerfmonLogFile::EndNoHeadLine()
 /// does that.
 void Kor_PerfmonLogFile::leave_behind(Pending& pending)
 {
-    if (pending.length == 0 || pending.owner == nullptr || pending.owner->m_left_behind == nullptr)
+    if (pending.length == 0 || pending.owner == nullptr)
         return;
     pending.text[pending.length] = '\0'; // what the thread was adding when it was stopped is not whole
     const OptionalGuard guard(pending.owner->m_lock);
     try
     {
-        pending.owner->m_left_behind->push_back(pending);
+        pending.owner->m_left_behind.push_back(pending);
     }
     catch (const std::bad_alloc&) // the text is lost
     {
@@ -712,10 +686,9 @@ void Kor_PerfmonLogFile::leave_behind(Pending& pending)
 void Kor_PerfmonLogFile::report_left_behind() noexcept
 {
     std::vector<Pending> texts;
-    if (m_left_behind != nullptr)
     {
         const OptionalGuard guard(m_lock);
-        texts.swap(*m_left_behind);
+        texts.swap(m_left_behind);
     }
     for (Pending& pending : texts)
         report_pending(pending, pending.level, pending.package);

@@ -5,6 +5,7 @@
 #include <direct.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstddef>
 #include <ctime>
@@ -52,12 +53,17 @@ bool make_directory(const std::string& directory) noexcept
 /// Ticks a second of the high-resolution counter; at least 1.
 std::int64_t counter_frequency() noexcept
 {
-    static const std::int64_t frequency = []
+    // No static that initialises itself, as that costs a thread-local slot for each load of the DLL. Two
+    // threads that ask at once get the same answer.
+    static std::atomic<std::int64_t> known{0};
+    std::int64_t frequency = known.load(std::memory_order_relaxed);
+    if (frequency == 0)
     {
         LARGE_INTEGER ticks{};
         ::QueryPerformanceFrequency(&ticks);
-        return std::max<std::int64_t>(ticks.QuadPart, 1);
-    }();
+        frequency = std::max<std::int64_t>(ticks.QuadPart, 1);
+        known.store(frequency, std::memory_order_relaxed);
+    }
     return frequency;
 }
 

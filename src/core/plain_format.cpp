@@ -1,7 +1,6 @@
 #include "core/plain_format.h"
 
 #include <cstdint>
-#include <string_view>
 
 namespace kor::core
 {

@@ -3,10 +3,14 @@
 #ifndef KOR_WIN_TEXT_H
 #define KOR_WIN_TEXT_H
 
+#include <cstring>
 #include <string>
 
 namespace kor::win
 {
+/// A copy on the heap, to be given back with free; null for null, and without memory.
+inline char* duplicate(const char* text) noexcept { return text == nullptr ? nullptr : ::_strdup(text); }
+
 /// text in the process's code page; what that lacks becomes a question mark.
 std::string narrow(const wchar_t* text);
 } // namespace kor::win

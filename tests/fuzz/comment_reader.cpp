@@ -11,16 +11,12 @@
 #include <string>
 #include <string_view>
 
+#include "require.h"
+
 using kor::core::LoggerComment;
 
 namespace
 {
-void require(bool holds)
-{
-    if (!holds)
-        std::abort();
-}
-
 void check_comment(std::string_view line, int package_count)
 {
     LoggerComment comment;

@@ -10,21 +10,12 @@
 #include <string>
 #include <string_view>
 
+#include "require.h"
+
 using kor::core::LocatedText;
 
 namespace
 {
-void require(bool holds)
-{
-    if (!holds)
-        std::abort();
-}
-
-bool is_inside(std::string_view part, std::string_view text)
-{
-    return part.data() >= text.data() && part.data() + part.size() <= text.data() + text.size();
-}
-
 /// The number as the C library reads it, whose rules are the same but for the number of bits.
 void check_line_number(std::string_view field)
 {

@@ -16,18 +16,14 @@
 #include <string_view>
 #include <vector>
 
+#include "require.h"
+
 using kor::core::LoggerLine;
 using kor::core::MAX_LOGGER_LINE;
 
 namespace
 {
 constexpr int PACKAGES = 750;
-
-void require(bool holds)
-{
-    if (!holds)
-        std::abort();
-}
 
 struct Lines
 {
@@ -65,11 +61,6 @@ bool has_long_number(const std::string& line)
             digits = std::isdigit(c) != 0 ? digits + 1 : 0;
             return digits > 9;
         });
-}
-
-bool is_inside(std::string_view part, std::string_view line)
-{
-    return part.empty() || (part.data() >= line.data() && part.data() + part.size() <= line.data() + line.size());
 }
 
 /// A parser made of scanf.
@@ -187,8 +178,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         require(line.size() <= MAX_LOGGER_LINE);
 
         const LoggerLine result = parser.parse(line);
-        require(is_inside(result.name, line));
-        require(is_inside(result.rules, line));
+        require(is_empty_or_inside(result.name, line));
+        require(is_empty_or_inside(result.rules, line));
         if (result.kind == LoggerLine::PACKAGE)
         {
             require(result.number >= 0 && result.number < PACKAGES);

@@ -11,22 +11,13 @@
 #include <string_view>
 #include <vector>
 
+#include "require.h"
+
 using kor::core::RuleText;
 using Items = std::vector<std::string_view>;
 
 namespace
 {
-void require(bool holds)
-{
-    if (!holds)
-        std::abort();
-}
-
-bool is_inside(std::string_view part, std::string_view text)
-{
-    return part.data() >= text.data() && part.data() + part.size() <= text.data() + text.size();
-}
-
 bool has(std::string_view text, char c) { return text.find(c) != std::string_view::npos; }
 
 std::string joined(const Items& items)
