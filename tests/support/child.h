@@ -60,6 +60,10 @@ public:
 
     /// False when the process could not be created; wait then reports "not finished".
     bool started() const noexcept { return m_process != nullptr; }
+
+    /// Waits until the child has come as far as its main function or has ended, at most so long. A child
+    /// with a program of its own gives no sign and counts as begun.
+    bool wait_for_begin(unsigned timeout_ms) const;
     unsigned long pid() const noexcept { return m_pid; }
 
     /// Waits for the end, at most so long. A child that is still running goes on.
@@ -73,10 +77,15 @@ private:
     void* m_process;
     void* m_out;
     void* m_err;
+    void* m_begun;
     unsigned long m_pid;
 };
 
-/// Starts a body, waits for its end, and kills it when it is not over in time.
+/// To be called first of all in a process that has been started as a child.
+void tell_that_child_has_begun();
+
+/// Starts a body, waits for its end, and kills it when it is not over in time. A process that the system
+/// leaves standing before it comes to its main function is started again, and standard error says so.
 ChildResult run_child(const char* name, const ChildOptions& options = {});
 
 #endif // KOR_TESTS_CHILD_H

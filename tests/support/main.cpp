@@ -35,7 +35,10 @@ int main(int argc, char** argv)
 
     const std::size_t option_length = sizeof CHILD_OPTION - 1;
     if (argc > 1 && std::strncmp(argv[1], CHILD_OPTION, option_length) == 0)
+    {
+        tell_that_child_has_begun();
         return run_body(argv[1] + option_length, std::vector<std::string>(argv + 2, argv + argc));
+    }
 
     // Said before anything can go wrong here, so that a run which says nothing never began: what is
     // printed to standard output would be lost in its buffer at a crash.
