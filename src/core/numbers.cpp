@@ -1,7 +1,10 @@
 #include "core/numbers.h"
 
 #include <algorithm>
+#include <charconv>
+#include <cmath>
 #include <limits>
+#include <system_error>
 
 namespace kor::core
 {
@@ -14,6 +17,27 @@ void skip_blanks(std::string_view& text) noexcept
 }
 
 bool is_digit(char c) noexcept { return c >= '0' && c <= '9'; }
+
+/// The ASCII characters at the front of a text, as many as the longest number in decimal digits has.
+class AsciiFront
+{
+public:
+    explicit AsciiFront(std::wstring_view text) noexcept
+    {
+        for (const wchar_t c : text.substr(0, sizeof m_text))
+        {
+            if (static_cast<std::uint32_t>(c) > 0x7F)
+                break;
+            m_text[m_length++] = static_cast<char>(c);
+        }
+    }
+
+    std::string_view view() const noexcept { return {m_text, m_length}; }
+
+private:
+    char m_text[400]; // a double has 309 digits in front of the point
+    std::size_t m_length = 0;
+};
 } // namespace
 
 bool take_number(std::string_view& text, std::int64_t& value) noexcept
@@ -59,6 +83,20 @@ std::int64_t number_at_front(std::string_view text) noexcept
     std::int64_t value = 0;
     take_number(text, value);
     return value;
+}
+
+std::int64_t number_at_front(std::wstring_view text) noexcept { return number_at_front(AsciiFront(text).view()); }
+
+double fraction_at_front(std::wstring_view text) noexcept
+{
+    const AsciiFront front(text);
+    std::string_view digits = front.view();
+    skip_blanks(digits);
+    if (!digits.empty() && digits.front() == '+')
+        digits.remove_prefix(1);
+    double value = 0;
+    const auto result = std::from_chars(digits.data(), digits.data() + digits.size(), value);
+    return result.ec == std::errc() && std::isfinite(value) ? value : 0;
 }
 
 int clamp_to_int(std::int64_t value) noexcept

@@ -20,6 +20,13 @@ std::string_view take_word(std::string_view& text) noexcept;
 /// The number at the front of text, 0 when there is none.
 std::int64_t number_at_front(std::string_view text) noexcept;
 
+/// The same of wide text.
+std::int64_t number_at_front(std::wstring_view text) noexcept;
+
+/// The decimal floating-point number at the front of text, with a point whatever the locale; 0 when there is none, and
+/// for what is no finite double.
+double fraction_at_front(std::wstring_view text) noexcept;
+
 /// value, or the nearest that an int can hold.
 int clamp_to_int(std::int64_t value) noexcept;
 } // namespace kor::core

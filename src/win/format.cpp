@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <cwchar>
 #include <memory>
 #include <new>
 #include <string_view>
@@ -75,6 +76,32 @@ FormatResult format_into(FormatJob& job) noexcept
     return measure(job.format, job.args) < static_cast<int>(job.size) ? FormatResult::MISFIT : FormatResult::CUT;
 }
 
+struct WideFormatJob
+{
+    wchar_t* buffer;
+    std::size_t size;
+    const wchar_t* format;
+    char* args;
+    int length; // -1: cut, or the arguments do not fit
+    int whole_length;
+};
+
+/// Runs guarded.
+void run_wide_format(void* argument)
+{
+    auto& job = *static_cast<WideFormatJob*>(argument);
+    const std::size_t literal = ::wcsnlen(job.format, job.size);
+    if (std::wmemchr(job.format, L'%', literal) == nullptr) // as most are
+    {
+        std::wmemcpy(job.buffer, job.format, literal);
+        job.length = static_cast<int>(literal);
+        return;
+    }
+    job.length = ::_vsnwprintf(job.buffer, job.size, job.format, job.args);
+    // What the buffer holds means nothing when an argument could not be converted.
+    job.whole_length = job.length < 0 ? ::_vscwprintf(job.format, job.args) : job.length;
+}
+
 struct LengthJob
 {
     const char* text;
@@ -110,6 +137,19 @@ FormatResult format_text(char* buffer, std::size_t size, const char* format, cha
     if (result == FormatResult::MISFIT)
         put(buffer, FORMAT_ERROR.substr(0, FORMAT_ERROR.size() - 1));
     return result;
+}
+
+std::size_t format_wide_text(wchar_t* buffer, std::size_t size, const wchar_t* format, char* args) noexcept
+{
+    WideFormatJob job{buffer, size, format, args, 0, 0};
+    const bool converted = kor_guarded_call(&run_wide_format, &job) == 0;
+    if (converted && job.length >= 0)
+        return static_cast<std::size_t>(job.length);
+    if (converted && job.whole_length > static_cast<int>(size))
+        return size;
+    const std::string_view error = FORMAT_ERROR.substr(0, std::min(size, FORMAT_ERROR.size() - 1));
+    std::copy(error.begin(), error.end(), buffer);
+    return error.size();
 }
 
 int format_message(char* buffer, const char* format, char* args) noexcept

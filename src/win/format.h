@@ -23,6 +23,10 @@ bool is_longer(const char* text, std::size_t most) noexcept;
 /// core::FORMAT_ERROR, which, without its newline, takes the place of a text that does not fit its format.
 FormatResult format_text(char* buffer, std::size_t size, const char* format, char* args) noexcept;
 
+/// The same for wide text, without an end. size: of the buffer, in characters. Returns the length of the text,
+/// which is cut when it does not fit.
+std::size_t format_wide_text(wchar_t* buffer, std::size_t size, const wchar_t* format, char* args) noexcept;
+
 /// Formats into buffer (core::MESSAGE_SIZE bytes) and terminates it. args: a va_list. Returns the
 /// length, -1 when the text was cut at core::MAX_MESSAGE. Arguments that do not fit the format, a wild
 /// pointer included, give core::FORMAT_ERROR.

@@ -35,6 +35,9 @@ public:
 
     void unlock() noexcept { m_owner.store(0, std::memory_order_release); }
 
+    /// True when the calling thread holds it.
+    bool is_mine() const noexcept { return m_owner.load(std::memory_order_relaxed) == ::GetCurrentThreadId(); }
+
 private:
     bool wait_for_lock() noexcept;
 

@@ -13,6 +13,12 @@ inline char* duplicate(const char* text) noexcept { return text == nullptr ? nul
 
 /// text in the process's code page; what that lacks becomes a question mark.
 std::string narrow(const wchar_t* text);
+
+/// The same in the code page of the calling thread.
+std::string narrow_for_thread(const wchar_t* text);
+
+/// text out of the code page of the calling thread.
+std::wstring wide_for_thread(const char* text);
 } // namespace kor::win
 
 #endif // KOR_WIN_TEXT_H

@@ -1,0 +1,144 @@
+// Kor_SessionLog.h - what a host calls when it crashes: minidump, crash report, crash line, state.
+
+#ifndef KOR_SESSIONLOG_H
+#define KOR_SESSIONLOG_H
+
+#include <list>
+#include <memory>
+#include <string>
+
+#include "Kor_Package.h"
+
+struct _EXCEPTION_POINTERS;
+struct _MINIDUMP_CALLBACK_INPUT;
+struct _MINIDUMP_CALLBACK_OUTPUT;
+struct _MINIDUMP_MODULE_CALLBACK;
+
+struct Kor_SessionLogHost;
+
+/// The crash reporter of the process. It catches nothing by itself: the host installs the handlers that it
+/// wants, and calls from them
+///
+///     reporter->produceMinidump(exception);                   // first, as it finds the modules
+///     reporter->createReport(exception);                      // an XML report with exception, modules and events
+///     Kor_SessionLogHost::reportToCrashLogFile(exception);    // one line in the crash log of all processes
+///     Kor_SessionLogHost::saveState();                        // statistics, which the next process begins with
+///
+/// All files go to the configuration directory (PRISMATE_LOG_DIR). Their names:
+///
+///     <type>-<program>-<year>-<month>-<day>-<hour><minute><second>.xml     a report
+///     minidump-<program>-<the same>.dmp
+///     crashes.log                                                          of all processes
+///     CLGState.mp                                                          of all processes
+///
+/// Unless Activate(true) came first the instance is inert: members do nothing and return null. What is
+/// reported comes from Kor_SessionLogGatherer, which is switched on by an Activate of its own.
+///
+/// Threads: Activate and GetInstance may be called from any thread. The others take no lock, as they are for the
+/// thread that crashes; the host sees to it that one thread at a time crashes. Failures are silent or told in the
+/// general log, nothing is thrown.
+class KOR_API Kor_SessionLog
+{
+public:
+    /// The instance, null before the first GetInstance and once it has been destroyed.
+    static Kor_SessionLog* myInstance;
+    /// True: the instance is inert. Changed by Activate only.
+    static bool bBypass;
+    /// True: createReport writes nothing. For hosts that want the crash line alone.
+    static bool bOnlyReportToCrashLogFile;
+    /// Kept for the host, without effect here.
+    static bool bSuppressExceptions;
+
+    /// Switches the reporter on or off. Without effect once there is an instance.
+    static void Activate(bool active);
+
+    /// The instance. The first call makes it: reads the state that the last process has left, loads the DLLs that are
+    /// needed in a crash, and reserves address space for it. Null when there is no memory, and once it has been
+    /// destroyed.
+    static Kor_SessionLog* GetInstance();
+
+    /// True once there is, or was, an instance.
+    static bool IsActive();
+
+    static void setReportToCrashLogFileOnly(bool only);
+
+    Kor_SessionLog(const Kor_SessionLog&) = delete;
+    Kor_SessionLog& operator=(const Kor_SessionLog&) = delete;
+
+    /// Loads the DLLs that were added and are not loaded yet and, the first time, reserves address space.
+    void enable();
+    /// Frees what enable has loaded and reserved.
+    void disable();
+
+    /// Has the next enable load a DLL. A path of more than 259 bytes is refused, with a warning in the general log.
+    void addDllToLoad(const char* path);
+
+    /// Writes a crash report named "crash-...". exception: as the handler got it; null: nothing is known of it.
+    void createReport(_EXCEPTION_POINTERS* exception);
+    /// The same to a file of the host's choice. eventId: the host's name for this crash; null: none.
+    void createReport(_EXCEPTION_POINTERS* exception, const wchar_t* reportPath, const wchar_t* eventId);
+
+    /// Writes a report without an exception, named "session-..." unless a report was named before.
+    void createSessionReport();
+
+    /// Writes a minidump and notes the modules of the process for the report. exception may be null.
+    void produceMinidump(_EXCEPTION_POINTERS* exception);
+
+    // Paths: valid until the next call that changes them, null without memory.
+
+    /// A new path for a minidump, with the present time.
+    const wchar_t* generateMinidumpFullPath();
+    /// The path of the last minidump; a new one when there was none.
+    const wchar_t* getMinidumpFullPath();
+    /// The path of the report. The first type that is asked for names it; all later calls return the same.
+    const wchar_t* getLogFullPath(std::wstring type);
+    const wchar_t* getStateFullPath();
+
+    /// The modules that minidumps have found so far, those of the last dump last.
+    const std::list<_MINIDUMP_MODULE_CALLBACK>& getModulesList() const noexcept;
+
+    bool getSuppressExceptions() const noexcept { return bSuppressExceptions; }
+    void setSuppressExceptions(bool suppress) noexcept { bSuppressExceptions = suppress; }
+
+    /// False always.
+    bool DEBUG_checkFilter() const noexcept { return false; }
+
+protected:
+    Kor_SessionLog();
+    /// Saves the state and disables.
+    ~Kor_SessionLog();
+
+private:
+    friend struct Kor_SessionLogHost;
+
+    struct Content;
+
+    void reportToCrashLogFile(_EXCEPTION_POINTERS* exception);
+    void saveState();
+    void load_state();
+    void load_dlls() noexcept;
+    void find_process_name() noexcept;
+    void reserve_memory();
+    void release_reserved_memory(const char* function);
+    static int __stdcall miniDumpCallback(
+        void* instance, _MINIDUMP_CALLBACK_INPUT* input, _MINIDUMP_CALLBACK_OUTPUT* output);
+
+    std::unique_ptr<Content> m_content;
+};
+
+/// What the host alone may have done, each on the instance, if there is one. Not part of Kor_SessionLog, so that
+/// other code which writes reports cannot do it by mistake.
+struct KOR_API Kor_SessionLogHost
+{
+    /// Appends the line of a crash to crashes.log. exception may be null.
+    static void reportToCrashLogFile(_EXCEPTION_POINTERS* exception);
+
+    /// Writes the state file, which the next process begins with.
+    static void saveState();
+
+    /// Destroys the instance, which saves the state. To be called at the end of main, when no other thread uses the
+    /// reporter. There will be no second instance.
+    static void destroy();
+};
+
+#endif // KOR_SESSIONLOG_H

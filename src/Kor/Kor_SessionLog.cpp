@@ -1,0 +1,466 @@
+#include "Kor_SessionLog.h"
+
+#include <windows.h>
+
+#include <dbghelp.h>
+#include <process.h>
+
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <cwchar>
+#include <iterator>
+#include <list>
+#include <new>
+
+#include "Kor_LogFile.h"
+#include "Kor_SessionLogGatherer.h"
+#include "core/fixed_text.h"
+#include "core/system_texts.h"
+#include "general_log.h"
+#include "win/clock.h"
+#include "win/kept_errors.h"
+#include "win/library.h"
+#include "win/recursive_lock.h"
+#include "win/text.h"
+
+using kor::win::KeptErrors;
+using kor::win::OwnedLibrary;
+using kor::win::RecursiveGuard;
+
+namespace
+{
+constexpr char SOURCE[] = "Kor_SessionLog";
+constexpr DWORD PATH_SIZE = 256; // of the program's path, in characters
+constexpr std::size_t DLL_PATH_SIZE = 260;
+constexpr SIZE_T RESERVED_SIZE = 0x10000; // 64 KiB: the least that address space is handed out in
+
+// Recursive, as reading the state writes to the general log, and a destination there may ask for the instance. It
+// gets none until there is one.
+kor::win::RecursiveLock lock;
+std::atomic<bool> created{false};
+bool being_made = false; // only the holder of the lock looks at it
+
+using WriteDump = BOOL WINAPI(
+    HANDLE, DWORD, HANDLE, MINIDUMP_TYPE, PMINIDUMP_EXCEPTION_INFORMATION, PMINIDUMP_USER_STREAM_INFORMATION,
+    PMINIDUMP_CALLBACK_INFORMATION);
+
+/// A DLL that is to be there in a crash.
+struct DllToLoad
+{
+    char path[DLL_PATH_SIZE];
+    OwnedLibrary module;
+};
+
+/// Modules with paths of their own.
+class ModuleList
+{
+public:
+    ModuleList() = default;
+    ModuleList(const ModuleList&) = delete;
+    ModuleList& operator=(const ModuleList&) = delete;
+    ~ModuleList()
+    {
+        for (const MINIDUMP_MODULE_CALLBACK& module : m_modules)
+            std::free(module.FullPath);
+    }
+
+    void add(const MINIDUMP_MODULE_CALLBACK& module)
+    {
+        m_modules.push_back(module);
+        m_modules.back().FullPath = nullptr;
+        if (module.FullPath != nullptr)
+            m_modules.back().FullPath = ::_wcsdup(module.FullPath);
+    }
+
+    const std::list<MINIDUMP_MODULE_CALLBACK>& list() const noexcept { return m_modules; }
+
+private:
+    std::list<MINIDUMP_MODULE_CALLBACK> m_modules;
+};
+
+const std::list<MINIDUMP_MODULE_CALLBACK> no_modules;
+
+/// The file of a minidump. It is closed whatever its handle is, also when it could not be created.
+class DumpFile
+{
+public:
+    explicit DumpFile(const wchar_t* path) noexcept
+        : m_handle(::CreateFileW(path, GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr))
+    {
+    }
+    DumpFile(const DumpFile&) = delete;
+    DumpFile& operator=(const DumpFile&) = delete;
+    ~DumpFile() { ::CloseHandle(m_handle); }
+
+    HANDLE handle() const noexcept { return m_handle; }
+
+private:
+    HANDLE m_handle;
+};
+
+std::wstring in_config_directory(const std::wstring& name)
+{
+    return kor::win::wide_for_thread(Kor_LogFile::GetLogConfigDir()) + L"\\" + name;
+}
+
+/// "viewer-2024-01-31-235959"
+std::wstring program_and_time()
+{
+    wchar_t path[PATH_SIZE] = {};
+    ::GetModuleFileNameW(nullptr, path, PATH_SIZE);
+    path[PATH_SIZE - 1] = L'\0'; // a path that was cut may have no end
+    const std::tm now = kor::win::local_time();
+    wchar_t stamp[32] = {};
+    std::wcsftime(stamp, std::size(stamp), L"-%Y-%m-%d-%H%M%S", &now);
+    return std::wstring(kor::core::program_name(path)) + stamp;
+}
+
+/// text() as a pointer, null when there was no memory for it.
+template <class Text>
+const wchar_t* pointer_to(Text&& text) noexcept
+try
+{
+    return text().c_str();
+}
+catch (...)
+{
+    return nullptr;
+}
+
+DWORD code_of(const EXCEPTION_POINTERS* exception) noexcept
+{
+    return exception == nullptr || exception->ExceptionRecord == nullptr ? 0
+                                                                         : exception->ExceptionRecord->ExceptionCode;
+}
+} // namespace
+
+struct Kor_SessionLog::Content
+{
+    std::wstring report_path;
+    std::wstring state_path;
+    std::wstring minidump_path;
+    char process_name[PATH_SIZE] = ""; // empty until enable
+    ModuleList modules;
+    bool enabled = false;
+    std::list<DllToLoad> dlls;
+    void* reserved_memory = nullptr;
+    int process_id = ::_getpid();
+    // Here and not when it is needed: to load a DLL in a crash could wait for a lock that the crash left behind.
+    OwnedLibrary dump_library = kor::win::load_system_library(L"dbghelp.dll");
+    WriteDump* write_dump = kor::win::find_function<WriteDump>(dump_library.get(), "MiniDumpWriteDump");
+};
+
+// Life ------------------------------------------------------------------------------------------------------
+Kor_SessionLog* Kor_SessionLog::myInstance = nullptr;
+bool Kor_SessionLog::bBypass = true;
+bool Kor_SessionLog::bOnlyReportToCrashLogFile = false;
+bool Kor_SessionLog::bSuppressExceptions = false;
+
+void Kor_SessionLog::Activate(bool active)
+{
+    if (created.load(std::memory_order_acquire))
+        return;
+    const RecursiveGuard guard(lock);
+    if (guard.held() && !created.load(std::memory_order_relaxed))
+        bBypass = !active;
+}
+
+Kor_SessionLog* Kor_SessionLog::GetInstance()
+{
+    if (created.load(std::memory_order_acquire))
+        return myInstance;
+    const KeptErrors kept;
+    const RecursiveGuard guard(lock);
+    if (!guard.held() || being_made || created.load(std::memory_order_relaxed))
+        return myInstance;
+    being_made = true;
+    myInstance = new (std::nothrow) Kor_SessionLog;
+    being_made = false;
+    if (myInstance != nullptr)
+        created.store(true, std::memory_order_release);
+    return myInstance;
+}
+
+bool Kor_SessionLog::IsActive() { return created.load(std::memory_order_acquire); }
+
+void Kor_SessionLog::setReportToCrashLogFileOnly(bool only) { bOnlyReportToCrashLogFile = only; }
+
+Kor_SessionLog::Kor_SessionLog()
+{
+    if (bBypass)
+        return;
+    try
+    {
+        m_content = std::make_unique<Content>();
+    }
+    catch (...)
+    {
+        return;
+    }
+    load_state();
+    enable();
+}
+
+Kor_SessionLog::~Kor_SessionLog()
+{
+    saveState();
+    disable();
+    myInstance = nullptr;
+}
+
+void Kor_SessionLog::load_state()
+{
+    Kor_SessionLogGatherer* const gatherer = Kor_SessionLogGatherer::GetInstance();
+    const wchar_t* const path = getStateFullPath();
+    if (gatherer == nullptr || path == nullptr)
+        return;
+    Kor_SessionLogGatherer_Loader loader(gatherer);
+    gatherer->loadFromFile(path, loader);
+}
+
+void Kor_SessionLog::saveState()
+{
+    Kor_SessionLogGatherer* const gatherer = Kor_SessionLogGatherer::GetInstance();
+    if (m_content != nullptr && gatherer != nullptr)
+        gatherer->generateReport(getStateFullPath(), false);
+}
+
+// What a crash needs ------------------------------------------------------------------------------------------
+void Kor_SessionLog::addDllToLoad(const char* path)
+{
+    if (m_content == nullptr || path == nullptr)
+        return;
+    const KeptErrors kept;
+    if (std::strlen(path) >= DLL_PATH_SIZE)
+    {
+        KOR_GENERAL_LOG(
+            SOURCE, "Kor_SessionLog::addDllToLoad", kor::LEVEL_WARNING, "The path of a DLL is too long: %s\n", path);
+        return;
+    }
+    try
+    {
+        m_content->dlls.emplace_back();
+    }
+    catch (...)
+    {
+        return;
+    }
+    kor::core::copy_cut(m_content->dlls.back().path, path);
+}
+
+void Kor_SessionLog::enable()
+{
+    if (m_content == nullptr)
+        return;
+    const KeptErrors kept;
+    load_dlls();
+    if (m_content->enabled)
+        return;
+    reserve_memory();
+    find_process_name();
+    m_content->enabled = true;
+}
+
+void Kor_SessionLog::load_dlls() noexcept
+{
+    for (DllToLoad& dll : m_content->dlls)
+        if (!dll.module)
+            dll.module = OwnedLibrary(::LoadLibraryExA(dll.path, nullptr, 0));
+}
+
+void Kor_SessionLog::reserve_memory()
+{
+    constexpr char FUNCTION[] = "Kor_SessionLog::enable";
+    m_content->reserved_memory = ::VirtualAlloc(nullptr, RESERVED_SIZE, MEM_RESERVE, PAGE_NOACCESS);
+    if (m_content->reserved_memory != nullptr)
+        KOR_GENERAL_LOG(
+            SOURCE, FUNCTION, kor::LEVEL_DEBUG, "Successfully reserved memory for crashlog processing at %p\n",
+            m_content->reserved_memory);
+    else
+        KOR_GENERAL_LOG(SOURCE, FUNCTION, kor::LEVEL_ERROR, "Failed to reserve memory for crashlog processing\n");
+}
+
+void Kor_SessionLog::find_process_name() noexcept
+{
+    char(&name)[PATH_SIZE] = m_content->process_name;
+    if (::GetModuleFileNameA(nullptr, name, PATH_SIZE) == 0)
+        kor::core::copy_cut(name, "Unknown");
+    name[PATH_SIZE - 1] = '\0'; // a path that was cut may have no end
+}
+
+void Kor_SessionLog::disable()
+{
+    if (m_content == nullptr || !m_content->enabled)
+        return;
+    const KeptErrors kept;
+    for (DllToLoad& dll : m_content->dlls)
+        dll.module = OwnedLibrary();
+    release_reserved_memory("Kor_SessionLog::disable");
+    m_content->enabled = false;
+}
+
+void Kor_SessionLog::release_reserved_memory(const char* function)
+{
+    void*& memory = m_content->reserved_memory;
+    if (memory != nullptr && !::VirtualFree(memory, 0, MEM_RELEASE))
+        KOR_GENERAL_LOG(
+            SOURCE, function, kor::LEVEL_ERROR, "Failed to release memory reserved for crashlog processing\n");
+    memory = nullptr;
+}
+
+// Reports -------------------------------------------------------------------------------------------------------
+void Kor_SessionLog::createReport(_EXCEPTION_POINTERS* exception)
+{
+    createReport(exception, getLogFullPath(L"crash"), nullptr);
+}
+
+void Kor_SessionLog::createReport(_EXCEPTION_POINTERS* exception, const wchar_t* reportPath, const wchar_t* eventId)
+{
+    if (m_content == nullptr || bOnlyReportToCrashLogFile)
+        return;
+    const KeptErrors kept;
+    release_reserved_memory("Kor_SessionLog::createReport");
+    Kor_SessionLogGatherer* const gatherer = Kor_SessionLogGatherer::GetInstance();
+    if (gatherer == nullptr)
+        return;
+    gatherer->reportException(exception, eventId);
+    gatherer->generateReport(reportPath, true);
+}
+
+void Kor_SessionLog::createSessionReport()
+{
+    if (m_content == nullptr)
+        return;
+    const KeptErrors kept;
+    release_reserved_memory("Kor_SessionLog::createSessionReport");
+    if (Kor_SessionLogGatherer* const gatherer = Kor_SessionLogGatherer::GetInstance())
+        gatherer->generateReport(getLogFullPath(L"session"), true);
+}
+
+void Kor_SessionLog::produceMinidump(_EXCEPTION_POINTERS* exception)
+{
+    if (m_content == nullptr)
+        return;
+    const KeptErrors kept;
+    const DumpFile file(generateMinidumpFullPath());
+    // A handle that means "failed" is none of null: the dump then fails by itself.
+    if (file.handle() == nullptr || m_content->write_dump == nullptr)
+        return;
+    MINIDUMP_EXCEPTION_INFORMATION crash{};
+    crash.ThreadId = ::GetCurrentThreadId();
+    crash.ExceptionPointers = exception;
+    crash.ClientPointers = FALSE;
+    MINIDUMP_CALLBACK_INFORMATION callback{};
+    callback.CallbackRoutine = &miniDumpCallback;
+    callback.CallbackParam = this;
+    m_content->write_dump(
+        ::GetCurrentProcess(), ::GetCurrentProcessId(), file.handle(), MiniDumpNormal,
+        exception == nullptr ? nullptr : &crash, nullptr, &callback);
+}
+
+int __stdcall Kor_SessionLog::miniDumpCallback(
+    void* instance, _MINIDUMP_CALLBACK_INPUT* input, _MINIDUMP_CALLBACK_OUTPUT*)
+{
+    if (input->CallbackType != ModuleCallback)
+        return TRUE;
+    try
+    {
+        static_cast<Kor_SessionLog*>(instance)->m_content->modules.add(input->Module);
+    }
+    catch (...) // no memory: the dump has the module all the same
+    {
+        return TRUE;
+    }
+    return TRUE;
+}
+
+void Kor_SessionLog::reportToCrashLogFile(_EXCEPTION_POINTERS* exception)
+try
+{
+    if (m_content == nullptr)
+        return;
+    const KeptErrors kept;
+    SYSTEMTIME now{};
+    ::GetLocalTime(&now);
+    const std::string path = std::string(Kor_LogFile::GetLogConfigDir()) + "\\crashes.log";
+    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(path.c_str(), "a"), &std::fclose);
+    if (file == nullptr)
+        return;
+    std::fprintf(
+        file.get(), "%02d/%02d %02d:%02d:%02d.%03d Crashed Process Details: %s[%lu,%lu] Exception Code: 0x%08x\n",
+        now.wDay, now.wMonth, now.wHour, now.wMinute, now.wSecond, now.wMilliseconds, m_content->process_name,
+        static_cast<unsigned long>(m_content->process_id), ::GetCurrentThreadId(),
+        static_cast<unsigned>(code_of(exception)));
+}
+catch (...) // no memory
+{
+    return;
+}
+
+// Names -----------------------------------------------------------------------------------------------------------
+const wchar_t* Kor_SessionLog::generateMinidumpFullPath()
+{
+    if (m_content == nullptr)
+        return nullptr;
+    return pointer_to(
+        [this]() -> const std::wstring&
+        { return m_content->minidump_path = in_config_directory(L"minidump-" + program_and_time() + L".dmp"); });
+}
+
+const wchar_t* Kor_SessionLog::getMinidumpFullPath()
+{
+    if (m_content == nullptr || m_content->minidump_path.empty())
+        return generateMinidumpFullPath();
+    return m_content->minidump_path.c_str();
+}
+
+const wchar_t* Kor_SessionLog::getLogFullPath(std::wstring type)
+{
+    if (m_content == nullptr)
+        return nullptr;
+    return pointer_to(
+        [&]() -> const std::wstring&
+        {
+            std::wstring& path = m_content->report_path;
+            if (path.empty())
+                path = in_config_directory(type + L"-" + program_and_time() + L".xml");
+            return path;
+        });
+}
+
+const wchar_t* Kor_SessionLog::getStateFullPath()
+{
+    if (m_content == nullptr)
+        return nullptr;
+    return pointer_to(
+        [this]() -> const std::wstring&
+        {
+            std::wstring& path = m_content->state_path;
+            if (path.empty())
+                path = in_config_directory(L"CLGState.mp");
+            return path;
+        });
+}
+
+const std::list<_MINIDUMP_MODULE_CALLBACK>& Kor_SessionLog::getModulesList() const noexcept
+{
+    return m_content == nullptr ? no_modules : m_content->modules.list();
+}
+
+// What the host alone may have done ------------------------------------------------------------------------------
+void Kor_SessionLogHost::reportToCrashLogFile(_EXCEPTION_POINTERS* exception)
+{
+    if (Kor_SessionLog* const instance = Kor_SessionLog::myInstance)
+        instance->reportToCrashLogFile(exception);
+}
+
+void Kor_SessionLogHost::saveState()
+{
+    if (Kor_SessionLog* const instance = Kor_SessionLog::myInstance)
+        instance->saveState();
+}
+
+void Kor_SessionLogHost::destroy() { delete Kor_SessionLog::myInstance; }

@@ -1,0 +1,384 @@
+// The part of Kor_SessionLogGatherer that looks at the machine and the process: what they are, how a crash left
+// them, and how much memory is in use.
+
+#include <cstring>
+#include <list>
+#include <optional>
+#include <string>
+
+#include <xercesc/util/OutOfMemoryException.hpp>
+
+#include "Kor_SessionLog.h"
+#include "Kor_SessionLogGatherer.h"
+#include "core/session_text.h"
+#include "core/session_time.h"
+#include "core/system_texts.h"
+#include "general_log.h"
+#include "session_content.h"
+#include "win/registry.h"
+#include "win/system_version.h"
+#include "win/zone_clock.h"
+
+#include <dbghelp.h> // behind windows.h
+
+using kor::core::hex_text;
+using kor::core::size_text;
+using xercesc::DOMElement;
+
+namespace
+{
+constexpr char GATHER_SYSTEM_INFO[] = "Kor_SessionLogGatherer::gatherSystemInfo";
+constexpr char GATHER_PROCESSORS[] = "gatherProcessorDetails";
+constexpr char GATHER_DISKS[] = "gatherDiskDetails";
+constexpr char REPORT_EXCEPTION[] = "Kor_SessionLogGatherer::reportException";
+constexpr char REPORT_MEMORY_DIFFERENCE[] = "Kor_SessionLogGatherer::reportMemoryDifference";
+
+constexpr wchar_t MEMORY_TYPE[] = L"Mem";
+constexpr wchar_t MEMORY_FORMAT[] = L"Mem Usage: %ls; VM Size: %ls";
+
+DOMElement& append(xercesc::DOMNode& parent, const wchar_t* name)
+{
+    DOMElement* const element = parent.getOwnerDocument()->createElement(name);
+    parent.appendChild(element);
+    return *element;
+}
+
+void set(DOMElement& element, const wchar_t* name, std::wstring_view value)
+{
+    element.setAttribute(name, kor::core::replace_forbidden(value).c_str());
+}
+
+void set_if(DOMElement& element, const wchar_t* name, const std::optional<std::wstring>& value)
+{
+    if (value.has_value())
+        set(element, name, *value);
+}
+
+std::wstring low_32_bits(std::uint64_t value) { return std::to_wstring(static_cast<std::uint32_t>(value)); }
+
+std::wstring signed_32_bits(std::uint32_t value) { return std::to_wstring(static_cast<std::int32_t>(value)); }
+
+/// Runs change(root of the document), if there is one. What it throws ends it and is told in the general log; what was
+/// added before stays. function: with its class, as the general log has it.
+template <class Change>
+void change_document(xercesc::DOMDocument* document, const char* function, Change&& change)
+{
+    const char* const name = std::strchr(function, ':') + 2; // texts have it without the class's prefix
+    try
+    {
+        if (document != nullptr)
+            change(*document->getDocumentElement());
+    }
+    catch (const xercesc::OutOfMemoryException&)
+    {
+        KOR_GENERAL_LOG(
+            kor::GATHERER_SOURCE, function, kor::LEVEL_ERROR, "Out of memory in SessionLogGatherer::%s()\n", name);
+    }
+    catch (const xercesc::DOMException& error)
+    {
+        KOR_GENERAL_LOG(
+            kor::GATHERER_SOURCE, function, kor::LEVEL_ERROR, "DOM Exception %d in SessionLogGatherer::%s()\n",
+            static_cast<int>(error.code), name);
+    }
+    catch (...)
+    {
+        KOR_GENERAL_LOG(
+            kor::GATHERER_SOURCE, function, kor::LEVEL_ERROR, "Exception in SessionLogGatherer::%s()\n", name);
+    }
+}
+
+// The machine ---------------------------------------------------------------------------------------------
+void add_processor(DOMElement& system, int number, const kor::win::OwnedRegistryKey& key)
+{
+    DOMElement& processor = append(system, L"Processor");
+    set(processor, L"Number", std::to_wstring(number));
+    set_if(processor, L"ProcessorName", kor::win::text_value(key, L"ProcessorNameString"));
+    set_if(processor, L"VendorIdentifier", kor::win::text_value(key, L"VendorIdentifier"));
+    set_if(processor, L"Identifier", kor::win::text_value(key, L"Identifier"));
+    if (const auto frequency = kor::win::number_value(key, L"~MHz"))
+        set(processor, L"Frequency", signed_32_bits(*frequency) + L" MHz");
+}
+
+void add_processors(DOMElement& system)
+try
+{
+    constexpr int MOST_PROCESSORS = 4096; // twice what Windows supports: the numbering ends in any case
+    for (int number = 0; number < MOST_PROCESSORS; ++number)
+    {
+        const std::wstring path = L"Hardware\\Description\\System\\CentralProcessor\\" + std::to_wstring(number);
+        const kor::win::OwnedRegistryKey key = kor::win::open_machine_key(path.c_str());
+        if (!key)
+            return;
+        add_processor(system, number, key);
+    }
+}
+catch (const xercesc::DOMException& error)
+{
+    KOR_GENERAL_LOG(
+        kor::GATHERER_SOURCE, GATHER_PROCESSORS, kor::LEVEL_ERROR, "DOM Exception %d in gatherProcessorDetails()\n",
+        static_cast<int>(error.code));
+}
+catch (...)
+{
+    KOR_GENERAL_LOG(
+        kor::GATHERER_SOURCE, GATHER_PROCESSORS, kor::LEVEL_ERROR, "Exception in gatherProcessorDetails()\n");
+}
+
+std::optional<std::wstring> computer_name()
+{
+    wchar_t name[MAX_COMPUTERNAME_LENGTH + 1];
+    DWORD size = static_cast<DWORD>(std::size(name));
+    if (!::GetComputerNameW(name, &size))
+        return std::nullopt;
+    return std::wstring(name, size);
+}
+
+void add_system_name(DOMElement& system)
+{
+    DOMElement& name = append(system, L"OS");
+    const std::optional<OSVERSIONINFOEXA> version = kor::win::system_version();
+    if (version.has_value())
+    {
+        const std::wstring description = kor::core::product_name(kor::win::describe(*version));
+        if (!description.empty())
+            set(name, L"Description", description);
+        set(name, L"Version", signed_32_bits(version->dwMajorVersion) + L"." + signed_32_bits(version->dwMinorVersion));
+        set(name, L"Build", signed_32_bits(version->dwBuildNumber));
+        set(name, L"CSDVersion", kor::win::service_pack_of(*version));
+    }
+    set_if(name, L"HostName", computer_name());
+}
+
+void add_free_space(DOMElement& volume, const wchar_t* root)
+{
+    ULARGE_INTEGER free_for_user{};
+    ULARGE_INTEGER total_for_user{};
+    ULARGE_INTEGER free_on_disk{};
+    if (!::GetDiskFreeSpaceExW(root, &free_for_user, &total_for_user, &free_on_disk))
+    {
+        const DWORD error = ::GetLastError();
+        KOR_GENERAL_LOG(
+            kor::GATHERER_SOURCE, GATHER_DISKS, kor::LEVEL_DEBUG, "GetDiskFreeSpaceEx failed (%d)\n",
+            static_cast<int>(error));
+        return;
+    }
+    set(volume, L"UserFreeBytes", std::to_wstring(free_for_user.QuadPart));
+    set(volume, L"UserTotalBytes", std::to_wstring(total_for_user.QuadPart));
+    set(volume, L"DiskFreeBytes", std::to_wstring(free_on_disk.QuadPart));
+}
+
+/// Keeps Windows from asking the user to insert a disk.
+class QuietDrives
+{
+public:
+    QuietDrives() noexcept { ::SetThreadErrorMode(SEM_FAILCRITICALERRORS, &m_before); }
+    QuietDrives(const QuietDrives&) = delete;
+    QuietDrives& operator=(const QuietDrives&) = delete;
+    ~QuietDrives() { ::SetThreadErrorMode(m_before, nullptr); }
+
+private:
+    DWORD m_before = 0;
+};
+
+void add_disks(DOMElement& parent)
+{
+    constexpr DWORD SIZE = 150; // 26 drives take 105
+    const QuietDrives quiet;
+    wchar_t roots[SIZE + 1] = {};
+    const DWORD length = ::GetLogicalDriveStringsW(SIZE, roots);
+    if (length == 0)
+    {
+        const DWORD error = ::GetLastError();
+        KOR_GENERAL_LOG(
+            kor::GATHERER_SOURCE, GATHER_DISKS, kor::LEVEL_ERROR, "GetLogicalDriveStrings failed (%d)\n",
+            static_cast<int>(error));
+    }
+    DOMElement& disks = append(parent, L"Disks");
+    if (length > SIZE) // that is how much room there should have been: no roots
+        return;
+    for (const wchar_t* root = roots; *root != L'\0' && root < roots + SIZE; root += std::wcslen(root) + 1)
+    {
+        DOMElement& volume = append(disks, L"Volume");
+        set(volume, L"DriveLetter", root);
+        set(volume, L"Type", kor::core::drive_type_name(::GetDriveTypeW(root)));
+        add_free_space(volume, root);
+    }
+}
+
+// The process ---------------------------------------------------------------------------------------------
+std::optional<PROCESS_MEMORY_COUNTERS_EX> sample_memory() noexcept
+{
+    const kor::win::OwnedHandle process(
+        ::OpenProcess(PROCESS_QUERY_INFORMATION | PROCESS_VM_READ, FALSE, ::GetCurrentProcessId()));
+    PROCESS_MEMORY_COUNTERS_EX counters{};
+    counters.cb = sizeof counters;
+    if (!process ||
+        !::GetProcessMemoryInfo(process.get(), reinterpret_cast<PROCESS_MEMORY_COUNTERS*>(&counters), sizeof counters))
+        return std::nullopt;
+    return counters;
+}
+
+void add_memory(DOMElement& exception)
+{
+    const std::optional<PROCESS_MEMORY_COUNTERS_EX> sample = sample_memory();
+    if (!sample.has_value())
+        return;
+    DOMElement& memory = append(exception, L"memory");
+    set(memory, L"page_fault_count", low_32_bits(sample->PageFaultCount));
+    set(memory, L"peak_working_set_size", low_32_bits(sample->PeakWorkingSetSize));
+    set(memory, L"working_set_size", low_32_bits(sample->WorkingSetSize));
+    set(memory, L"quota_peak_paged_pool_usage", low_32_bits(sample->QuotaPeakPagedPoolUsage));
+    set(memory, L"quota_paged_pool_usage", low_32_bits(sample->QuotaPagedPoolUsage));
+    set(memory, L"quota_peak_non_paged_pool_usage", low_32_bits(sample->QuotaPeakNonPagedPoolUsage));
+    set(memory, L"quota_non_paged_pool_usage", low_32_bits(sample->QuotaNonPagedPoolUsage));
+    set(memory, L"page_file_usage", low_32_bits(sample->PagefileUsage));
+    set(memory, L"peak_page_file_usage", low_32_bits(sample->PeakPagefileUsage));
+    set(memory, L"private_usage", low_32_bits(sample->PrivateUsage));
+}
+
+std::wstring version_text(DWORD most, DWORD least)
+{
+    return std::to_wstring(HIWORD(most)) + L"." + std::to_wstring(LOWORD(most)) + L"." +
+           std::to_wstring(HIWORD(least)) + L"." + std::to_wstring(LOWORD(least));
+}
+
+void add_module(DOMElement& modules, const MINIDUMP_MODULE_CALLBACK& module, kor::win::ZoneClock& clock)
+{
+    constexpr std::uint64_t MS_PER_SECOND = 1000;
+    DOMElement& element = append(modules, L"Module");
+    set(element, L"FullPath", kor::text_or_empty(module.FullPath));
+    set(element, L"BaseAddress", hex_text(static_cast<std::uint32_t>(module.BaseOfImage)));
+    set(element, L"ImageSize", signed_32_bits(module.SizeOfImage));
+    wchar_t time[kor::core::SESSION_TIME_LENGTH];
+    kor::core::write_session_time(time, kor::core::local_session_time(clock, module.TimeDateStamp * MS_PER_SECOND));
+    set(element, L"ImageTimeStamp", {time, std::size(time)});
+    const VS_FIXEDFILEINFO& version = module.VersionInfo;
+    set(element, L"FileVersion", version_text(version.dwFileVersionMS, version.dwFileVersionLS));
+    set(element, L"ProductVersion", version_text(version.dwProductVersionMS, version.dwProductVersionLS));
+}
+
+void add_modules(DOMElement& root)
+{
+    DOMElement& modules = append(root, L"LoadedModules");
+    const Kor_SessionLog* const crash_reporter = Kor_SessionLog::myInstance;
+    if (crash_reporter == nullptr)
+        return;
+    kor::win::ZoneClock clock;
+    for (const MINIDUMP_MODULE_CALLBACK& module : crash_reporter->getModulesList())
+        add_module(modules, module, clock);
+}
+
+void add_exception(DOMElement& root, const EXCEPTION_POINTERS* pointers, const wchar_t* event_id)
+{
+    constexpr DWORD PATH_SIZE = 256;
+    wchar_t path[PATH_SIZE] = {};
+    ::GetModuleFileNameW(nullptr, path, PATH_SIZE);
+    path[PATH_SIZE - 1] = L'\0'; // a path that was cut may have no end
+
+    const EXCEPTION_RECORD nothing_known{};
+    const EXCEPTION_RECORD& record =
+        pointers == nullptr || pointers->ExceptionRecord == nullptr ? nothing_known : *pointers->ExceptionRecord;
+    const auto address = reinterpret_cast<std::uintptr_t>(record.ExceptionAddress);
+
+    DOMElement& exception = append(root, L"Exception");
+    set(exception, L"Module", path);
+    set(exception, L"Code", hex_text(record.ExceptionCode));
+    if (event_id != nullptr)
+        set(exception, L"EventID", event_id);
+    set(exception, L"Description", kor::core::exception_name(record.ExceptionCode));
+    set(exception, L"Address", hex_text(static_cast<std::uint32_t>(address))); // as readers know it: 32 bits
+    add_memory(exception);
+    add_disks(exception);
+}
+} // namespace
+
+void Kor_SessionLogGatherer::gatherSystemInfo()
+{
+    Access::run(
+        this,
+        [](Content& content)
+        {
+            change_document(
+                content.document.get(), GATHER_SYSTEM_INFO,
+                [](DOMElement& root)
+                {
+                    DOMElement& system = append(root, L"System");
+                    add_processors(system);
+                    add_system_name(system);
+                    add_disks(system);
+                });
+        });
+}
+
+void Kor_SessionLogGatherer::reportException(_EXCEPTION_POINTERS* exception, const wchar_t* eventId)
+{
+    Access::run(
+        this,
+        [&](Content& content)
+        {
+            change_document(
+                content.document.get(), REPORT_EXCEPTION,
+                [&](DOMElement& root)
+                {
+                    add_exception(root, exception, eventId);
+                    add_modules(root);
+                });
+        });
+}
+
+// Memory ----------------------------------------------------------------------------------------------------
+void Kor_SessionLogGatherer::storeMemoryStatus(const wchar_t* name)
+{
+    Access::run(
+        this,
+        [&](Content& content)
+        {
+            if (const auto sample = sample_memory())
+                content.memory_statuses.insert_or_assign({MEMORY_TYPE, kor::text_or_empty(name)}, *sample);
+        });
+}
+
+void Kor_SessionLogGatherer::reportMemoryStatus(const wchar_t* subject, unsigned flags)
+{
+    Access::run(
+        this,
+        [&](Content&)
+        {
+            const auto sample = sample_memory();
+            if (!sample.has_value())
+                return;
+            const std::wstring full_subject = kor::text_or_empty(subject) + std::wstring(L" - Status");
+            reportEvent(
+                MEMORY_TYPE, full_subject.c_str(), flags, 1, MEMORY_FORMAT, size_text(sample->WorkingSetSize).c_str(),
+                size_text(sample->PrivateUsage).c_str());
+        });
+}
+
+void Kor_SessionLogGatherer::reportMemoryDifference(const wchar_t* subject, const wchar_t* name, unsigned flags)
+{
+    Access::run(
+        this,
+        [&](Content& content)
+        {
+            const auto sample = sample_memory();
+            if (!sample.has_value())
+                return;
+            const kor::core::SessionEventKey key{MEMORY_TYPE, kor::text_or_empty(name)};
+            const auto stored = content.memory_statuses.find(key);
+            if (stored == content.memory_statuses.end())
+            {
+                KOR_GENERAL_LOG(
+                    kor::GATHERER_SOURCE, REPORT_MEMORY_DIFFERENCE, kor::LEVEL_WARNING,
+                    "No stored memory status for %ls.\n", kor::text_or_empty(name));
+                return;
+            }
+            const std::wstring full_subject = kor::text_or_empty(subject) + std::wstring(L" - Difference from ") +
+                                              (name == nullptr ? L"previous log" : name);
+            // A use that has shrunk wraps.
+            const std::uint64_t working_set = sample->WorkingSetSize - stored->second.WorkingSetSize;
+            const std::uint64_t private_usage = sample->PrivateUsage - stored->second.PrivateUsage;
+            reportEvent(
+                MEMORY_TYPE, full_subject.c_str(), flags, 1, MEMORY_FORMAT, size_text(working_set).c_str(),
+                size_text(private_usage).c_str());
+        });
+}

@@ -1,0 +1,25 @@
+// general_log.h - the library's own lines in the general log.
+
+#ifndef KOR_GENERAL_LOG_H
+#define KOR_GENERAL_LOG_H
+
+#include "Kor_LogFile.h"
+
+namespace kor
+{
+// Levels of those lines.
+constexpr int LEVEL_ERROR = 3;
+constexpr int LEVEL_WARNING = 4;
+constexpr int LEVEL_DEBUG = 7;
+} // namespace kor
+
+/// Writes a line, if its level is wanted, as one of the function `function` in the source `file`. A macro, so that
+/// the arguments cost nothing otherwise and the line number is that of the place.
+#define KOR_GENERAL_LOG(file, function, level, ...)                                               \
+    do                                                                                            \
+    {                                                                                             \
+        if (KorGLog.StoreParams((file), (function), __LINE__, (level), KOR_PACKAGE_LIBRARY) != 0) \
+            KorGLog.Log(__VA_ARGS__);                                                             \
+    } while (false)
+
+#endif // KOR_GENERAL_LOG_H

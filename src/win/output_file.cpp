@@ -1,0 +1,89 @@
+#include "win/output_file.h"
+
+#include <algorithm>
+#include <cstring>
+#include <memory>
+
+namespace kor::win
+{
+namespace
+{
+/// A new name that is no full path would be one within the file's own directory. Empty when there is none.
+std::wstring full_path(const wchar_t* path)
+{
+    std::wstring result(::GetFullPathNameW(path, 0, nullptr, nullptr), L'\0');
+    result.resize(::GetFullPathNameW(path, static_cast<DWORD>(result.size()), result.data(), nullptr));
+    return result;
+}
+} // namespace
+
+OutputFile OutputFile::create(const wchar_t* path) noexcept
+{
+    return OutputFile(
+        ::CreateFileW(path, GENERIC_WRITE, FILE_SHARE_READ, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+}
+
+OutputFile OutputFile::create_successor(const wchar_t* path)
+{
+    // One for each thread of each process: two may be saving at once.
+    const std::wstring name = std::wstring(path) + L"." + std::to_wstring(::GetCurrentProcessId()) + L"-" +
+                              std::to_wstring(::GetCurrentThreadId());
+    OutputFile file(::CreateFileW(
+        name.c_str(), GENERIC_WRITE | DELETE, FILE_SHARE_READ, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+    if (file.is_open())
+        file.set_vanishing(true);
+    return file;
+}
+
+bool OutputFile::set_vanishing(bool vanishing) noexcept
+{
+    FILE_DISPOSITION_INFO disposition{};
+    disposition.DeleteFile = vanishing ? TRUE : FALSE;
+    return ::SetFileInformationByHandle(m_file.get(), FileDispositionInfo, &disposition, sizeof disposition) != FALSE;
+}
+
+bool OutputFile::write(const void* data, std::size_t size) noexcept
+{
+    constexpr std::size_t MOST_AT_ONCE = 1 << 20; // of the DWORD that WriteFile takes, far below its end
+    auto at = static_cast<const char*>(data);
+    while (size > 0)
+    {
+        const auto piece = static_cast<DWORD>(std::min(size, MOST_AT_ONCE));
+        DWORD written = 0;
+        if (!::WriteFile(m_file.get(), at, piece, &written, nullptr) || written == 0)
+            return false;
+        at += written;
+        size -= written;
+    }
+    return true;
+}
+
+bool OutputFile::replace(const wchar_t* path)
+{
+    constexpr DWORD PAUSE_MS = 10;
+    const std::wstring name = full_path(path);
+    const std::size_t length = name.size() * sizeof(wchar_t);
+    const std::size_t size = sizeof(FILE_RENAME_INFO) + length;
+    const auto memory = std::make_unique<unsigned char[]>(size);
+    auto* const rename = reinterpret_cast<FILE_RENAME_INFO*>(memory.get());
+    rename->ReplaceIfExists = TRUE;
+    rename->FileNameLength = static_cast<DWORD>(length);
+    std::memcpy(rename->FileName, name.data(), length);
+
+    if (!set_vanishing(false)) // a file that is about to go cannot be renamed
+        return false;
+    for (DWORD waited = 0;; waited += PAUSE_MS)
+    {
+        if (::SetFileInformationByHandle(m_file.get(), FileRenameInfo, rename, static_cast<DWORD>(size)))
+        {
+            m_file = OwnedFile();
+            return true;
+        }
+        if (waited >= SHORTLY_MS)
+            break;
+        ::Sleep(PAUSE_MS); // nothing tells when a reader is done
+    }
+    set_vanishing(true);
+    return false;
+}
+} // namespace kor::win

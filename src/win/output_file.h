@@ -1,0 +1,43 @@
+// output_file.h - files that are written from their beginning to their end.
+
+#ifndef KOR_WIN_OUTPUT_FILE_H
+#define KOR_WIN_OUTPUT_FILE_H
+
+#include <cstddef>
+#include <string>
+
+#include "win/owned.h"
+
+namespace kor::win
+{
+/// A file that others may read while it is written.
+class OutputFile
+{
+public:
+    /// Creates it, or empties the one there is. Test with is_open.
+    static OutputFile create(const wchar_t* path) noexcept;
+
+    /// Creates a file beside path that is to take its place: see replace. Until then it goes when it is closed, and
+    /// when the process ends, however that happens.
+    static OutputFile create_successor(const wchar_t* path);
+
+    bool is_open() const noexcept { return static_cast<bool>(m_file); }
+
+    bool write(const void* data, std::size_t size) noexcept;
+
+    /// Gives a successor the name path and closes it. A reader sees the old file or the new one, never a part. While
+    /// somebody has the old one open this has to wait, for SHORTLY_MS at most. False when it failed; the old file is
+    /// then still there.
+    bool replace(const wchar_t* path);
+
+    static constexpr DWORD SHORTLY_MS = 500;
+
+private:
+    explicit OutputFile(HANDLE file) noexcept : m_file(file) {}
+    bool set_vanishing(bool vanishing) noexcept;
+
+    OwnedFile m_file;
+};
+} // namespace kor::win
+
+#endif // KOR_WIN_OUTPUT_FILE_H
