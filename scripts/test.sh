@@ -103,7 +103,7 @@ stage_native-fuzz()
 stage_preset()
 {
     local preset=$1 junit=$build_dir/$1/junit.xml summary=$build_dir/$1/summary good bad status=0
-    local results not_started
+    local results again
     local options=(--no-tests=error)
     if ! configure_preset "$preset" || ! build_preset "$preset"; then
         failures+=("$preset: the build")
@@ -119,12 +119,12 @@ stage_preset()
         return # no test has a name that matches
     fi
     results=("$junit")
-    not_started=$(python3 "$project_dir/scripts/lib/junit.py" --not-started "$junit") || not_started=
-    if [ -n "$not_started" ]; then
+    again=$(python3 "$project_dir/scripts/lib/junit.py" --again "$junit") || again=
+    if [ -n "$again" ]; then
         status=0
         results+=("$junit.again")
-        run_watched "Testing what Wine did not start" "$preset-test-again" timeout 3600 \
-            ctest --test-dir "$build_dir/$preset" -R "$not_started" --output-junit "$junit.again" || status=$?
+        run_watched "Testing again what Wine did not start, or what failed alone" "$preset-test-again" timeout 3600 \
+            ctest --test-dir "$build_dir/$preset" -R "$again" --output-junit "$junit.again" || status=$?
     fi
     if ! python3 "$project_dir/scripts/lib/junit.py" "$summary" "${results[@]}"; then
         failures+=("$preset: its tests did not run")
