@@ -53,7 +53,7 @@ public:
     static void Activate(bool active);
 
     /// The instance. The first call makes it: reads the state that the last process has left, loads the DLLs that are
-    /// needed in a crash, and reserves address space for it. Null when there is no memory, and once it has been
+    /// needed in a crash, and reserves memory for it. Null when there is no memory, and once it has been
     /// destroyed.
     static Kor_SessionLog* GetInstance();
 
@@ -65,7 +65,9 @@ public:
     Kor_SessionLog(const Kor_SessionLog&) = delete;
     Kor_SessionLog& operator=(const Kor_SessionLog&) = delete;
 
-    /// Loads the DLLs that were added and are not loaded yet and, the first time, reserves address space.
+    /// Loads the DLLs that were added and are not loaded yet and, the first time, keeps back 64 KiB of address space and
+    /// 256 KiB of the heap, so that a process that has used up its own still gets its report. The first report of
+    /// either kind gives them back.
     void enable();
     /// Frees what enable has loaded and reserved.
     void disable();

@@ -63,8 +63,11 @@ public:
     static constexpr std::uint32_t BEGIN_OF_SPAN = 0x200; ///< opens a span
     static constexpr std::uint32_t END_OF_SPAN = 0x400;   ///< closes the span that has its type and subject
     static constexpr std::uint32_t LEVEL_MASK = 0x7000;   ///< level 0 to 7
-    static constexpr std::uint32_t LEVEL_SHIFT = 12;      ///< flags of a level: level << LEVEL_SHIFT
+    static constexpr std::uint32_t LEVEL_SHIFT = 12;      ///< of the lowest bit of the level
     static constexpr std::uint32_t DEFAULT_HISTORY_SIZE = 128;
+
+    /// The flags that give an event a level of 0 to 7.
+    static constexpr std::uint32_t level(unsigned number) noexcept { return (number << LEVEL_SHIFT) & LEVEL_MASK; }
 
     /// What events are told apart by.
     struct Kor_SessionLogEventID

@@ -36,6 +36,9 @@ constexpr char SOURCE[] = "Kor_SessionLog";
 constexpr DWORD PATH_SIZE = 256; // of the program's path, in characters
 constexpr std::size_t DLL_PATH_SIZE = 260;
 constexpr SIZE_T RESERVED_SIZE = 0x10000; // 64 KiB: the least that address space is handed out in
+// What the heap gets back for a report, as it asks the system for megabytes or for nothing. The report of a small
+// program with its modules took between 32 and 64 KiB; a server has more of them.
+constexpr std::size_t RESERVED_HEAP_SIZE = 256 * 1024;
 
 // Recursive, as reading the state writes to the general log, and a destination there may ask for the instance. It
 // gets none until there is one.
@@ -147,6 +150,7 @@ struct Kor_SessionLog::Content
     bool enabled = false;
     std::list<DllToLoad> dlls;
     void* reserved_memory = nullptr;
+    std::unique_ptr<unsigned char[]> reserved_heap; // never touched, so it takes no memory of the machine
     int process_id = ::_getpid();
     // Here and not when it is needed: to load a DLL in a crash could wait for a lock that the crash left behind.
     OwnedLibrary dump_library = kor::win::load_system_library(L"dbghelp.dll");
@@ -274,6 +278,7 @@ void Kor_SessionLog::load_dlls() noexcept
 void Kor_SessionLog::reserve_memory()
 {
     constexpr char FUNCTION[] = "Kor_SessionLog::enable";
+    m_content->reserved_heap.reset(new (std::nothrow) unsigned char[RESERVED_HEAP_SIZE]);
     m_content->reserved_memory = ::VirtualAlloc(nullptr, RESERVED_SIZE, MEM_RESERVE, PAGE_NOACCESS);
     if (m_content->reserved_memory != nullptr)
         KOR_GENERAL_LOG(
@@ -309,6 +314,7 @@ void Kor_SessionLog::release_reserved_memory(const char* function)
         KOR_GENERAL_LOG(
             SOURCE, function, kor::LEVEL_ERROR, "Failed to release memory reserved for crashlog processing\n");
     memory = nullptr;
+    m_content->reserved_heap = nullptr;
 }
 
 // Reports -------------------------------------------------------------------------------------------------------

@@ -4,8 +4,6 @@
 #include <charconv>
 #include <iterator>
 
-#include "core/session_time.h"
-
 namespace kor::core
 {
 std::int64_t local_session_time(LocalClock& clock, std::uint64_t time)
@@ -15,9 +13,13 @@ std::int64_t local_session_time(LocalClock& clock, std::uint64_t time)
 
 void SessionWriter::put_time(std::uint64_t time)
 {
-    wchar_t text[SESSION_TIME_LENGTH];
-    write_session_time(text, local_session_time(m_clock, time));
-    m_to.put({text, SESSION_TIME_LENGTH});
+    if (m_time_length == 0 || time != m_time)
+    {
+        write_session_time(m_time_text, local_session_time(m_clock, time));
+        m_time_length = SESSION_TIME_LENGTH;
+        m_time = time;
+    }
+    m_to.put({m_time_text, m_time_length});
 }
 
 void SessionWriter::put_identity(std::wstring_view type, std::wstring_view subject)

@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "core/session_events.h"
+#include "core/session_time.h"
 #include "core/text_blocks.h"
 
 namespace kor::core
@@ -51,6 +52,10 @@ private:
 
     TextBlocks& m_to;
     LocalClock& m_clock;
+    // The last time, as one that happened in an instant has it twice. None before the first.
+    std::uint64_t m_time = 0;
+    std::size_t m_time_length = 0;
+    wchar_t m_time_text[SESSION_TIME_LENGTH];
 };
 
 /// "0x0000002a"
