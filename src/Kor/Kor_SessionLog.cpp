@@ -21,6 +21,7 @@
 #include "core/system_texts.h"
 #include "general_log.h"
 #include "win/clock.h"
+#include "win/guarded_call.h"
 #include "win/kept_errors.h"
 #include "win/library.h"
 #include "win/recursive_lock.h"
@@ -50,6 +51,16 @@ using WriteDump = BOOL WINAPI(
     HANDLE, DWORD, HANDLE, MINIDUMP_TYPE, PMINIDUMP_EXCEPTION_INFORMATION, PMINIDUMP_USER_STREAM_INFORMATION,
     PMINIDUMP_CALLBACK_INFORMATION);
 
+/// True when the heap has room for some paths and their like. To be asked where a crash has not got back what was kept for
+/// it: a thread that throws for the first time takes memory for that, and its C++ runtime does not survive a lack of it.
+bool has_memory() noexcept
+{
+    constexpr std::size_t SOME = 16 * 1024;
+    void* const memory = std::malloc(SOME);
+    std::free(memory);
+    return memory != nullptr;
+}
+
 /// A DLL that is to be there in a crash.
 struct DllToLoad
 {
@@ -72,6 +83,8 @@ public:
 
     void add(const MINIDUMP_MODULE_CALLBACK& module)
     {
+        if (!has_memory())
+            return;
         m_modules.push_back(module);
         m_modules.back().FullPath = nullptr;
         if (module.FullPath != nullptr)
@@ -103,6 +116,22 @@ public:
 private:
     HANDLE m_handle;
 };
+
+struct DumpJob
+{
+    WriteDump* write_dump;
+    HANDLE file;
+    MINIDUMP_EXCEPTION_INFORMATION* crash; // null: none
+    MINIDUMP_CALLBACK_INFORMATION* callback;
+};
+
+/// Runs guarded.
+void run_dump(void* argument)
+{
+    const auto& job = *static_cast<const DumpJob*>(argument);
+    job.write_dump(
+        ::GetCurrentProcess(), ::GetCurrentProcessId(), job.file, MiniDumpNormal, job.crash, nullptr, job.callback);
+}
 
 std::wstring in_config_directory(const std::wstring& name)
 {
@@ -320,6 +349,9 @@ void Kor_SessionLog::release_reserved_memory(const char* function)
 // Reports -------------------------------------------------------------------------------------------------------
 void Kor_SessionLog::createReport(_EXCEPTION_POINTERS* exception)
 {
+    if (m_content == nullptr || bOnlyReportToCrashLogFile)
+        return;
+    release_reserved_memory("Kor_SessionLog::createReport"); // the path may take the first of it
     createReport(exception, getLogFullPath(L"crash"), nullptr);
 }
 
@@ -348,7 +380,7 @@ void Kor_SessionLog::createSessionReport()
 
 void Kor_SessionLog::produceMinidump(_EXCEPTION_POINTERS* exception)
 {
-    if (m_content == nullptr)
+    if (m_content == nullptr || !has_memory())
         return;
     const KeptErrors kept;
     const DumpFile file(generateMinidumpFullPath());
@@ -362,9 +394,9 @@ void Kor_SessionLog::produceMinidump(_EXCEPTION_POINTERS* exception)
     MINIDUMP_CALLBACK_INFORMATION callback{};
     callback.CallbackRoutine = &miniDumpCallback;
     callback.CallbackParam = this;
-    m_content->write_dump(
-        ::GetCurrentProcess(), ::GetCurrentProcessId(), file.handle(), MiniDumpNormal,
-        exception == nullptr ? nullptr : &crash, nullptr, &callback);
+    DumpJob job{m_content->write_dump, file.handle(), exception == nullptr ? nullptr : &crash, &callback};
+    // What the crash has damaged, or a lack of memory, may bring the system's code down. The report is still to come.
+    kor_guarded_call(&run_dump, &job);
 }
 
 int __stdcall Kor_SessionLog::miniDumpCallback(
@@ -386,7 +418,7 @@ int __stdcall Kor_SessionLog::miniDumpCallback(
 void Kor_SessionLog::reportToCrashLogFile(_EXCEPTION_POINTERS* exception)
 try
 {
-    if (m_content == nullptr)
+    if (m_content == nullptr || !has_memory())
         return;
     const KeptErrors kept;
     SYSTEMTIME now{};

@@ -14,7 +14,7 @@ cd "$directory"
 
 crash()
 {
-    rm -f crash.xml
+    rm -f crash-*.xml crashes.log CLGState.mp
     status=0
     (ulimit -v "$limit_kb" && timeout 60 "$run" "$prefix" "$program" --child=crashes_without_address_space "$1") ||
         status=$?
@@ -22,7 +22,7 @@ crash()
 
 read_report()
 {
-    xmllint --xpath "concat(//Exception/@Code, ' ', //errors/event/info, ' ', count(//Module) > 3)" crash.xml
+    xmllint --xpath "concat(//Exception/@Code, ' ', //errors/event/info, ' ', count(//Module) > 3)" crash-*.xml
 }
 
 crash with
@@ -31,6 +31,12 @@ report=$(read_report)
     echo "the process ended with $status, the report says: $report"
     exit 1
 }
+for file in crashes.log CLGState.mp; do
+    [ -s "$file" ] || {
+        echo "there is no $file"
+        exit 1
+    }
+done
 crash without
 if read_report >/dev/null 2>&1; then
     echo "the report did not need what was kept back"

@@ -38,7 +38,11 @@ LONG WINAPI report(EXCEPTION_POINTERS* exception)
 {
     if (exception->ExceptionRecord->ExceptionCode != CRASH)
         return EXCEPTION_CONTINUE_SEARCH;
-    Kor_SessionLog::GetInstance()->createReport(exception, L"crash.xml", L"exhausted");
+    Kor_SessionLog* const reporter = Kor_SessionLog::GetInstance();
+    reporter->produceMinidump(exception);
+    reporter->createReport(exception);
+    Kor_SessionLogHost::reportToCrashLogFile(exception);
+    Kor_SessionLogHost::saveState();
     ::TerminateProcess(::GetCurrentProcess(), 7);
     return EXCEPTION_CONTINUE_SEARCH;
 }
@@ -46,6 +50,7 @@ LONG WINAPI report(EXCEPTION_POINTERS* exception)
 KOR_CHILD(crashes_without_address_space)
 {
     ::_putenv("KORAL_LOG_DEVELOP=1"); // stays off the block of the machine
+    ::_putenv("PRISMATE_LOG_DIR=.");
     Kor_SessionLogGatherer::Activate(true);
     Kor_SessionLog::Activate(true);
     Kor_SessionLogGatherer::GetInstance()->reportError(L"before", L"the end");
