@@ -67,7 +67,7 @@ void span(benchmark::State& state)
     }
 }
 
-void time_alone(benchmark::State& state)
+void clock_alone(benchmark::State& state)
 {
     for (auto _ : state)
         benchmark::DoNotOptimize(Gatherer::getCurrentTime());
@@ -202,7 +202,7 @@ void register_events()
         add("event/state", &state_replaced);
         add("event/span", &span);
     }
-    benchmark::RegisterBenchmark("time", &time_alone);
+    benchmark::RegisterBenchmark("clock", &clock_alone);
 }
 
 void register_reports(const LogDirectory& directory)

@@ -171,6 +171,44 @@ def record_rows(directory):
     return rows
 
 
+def milliseconds(value):
+    return f"{value / 1e6:,.1f} ms"
+
+
+def session_event_rows(directory):
+    runs = Runs(directory, "session_events")
+    rows = []
+    for name, call, most in (("instant", "instant", None), ("instant, counted", "counted", 1000),
+                             ("counted, with a text", "text", None), ("state, replaced", "state", None),
+                             ("span, begun and ended", "span", None)):
+        one, four = (runs.time(f"event/{call}/threads_{threads}") for threads in (1, 4))
+        rows.append([f"event: {name}", nanoseconds(one), "", "", ""]
+                    + (judged((one, most, " ns")) if most else ["", ""]))
+        rows.append(["the same, 4 threads", nanoseconds(four), "", "", "", "", ""])
+    rows.append(["of an event: reading the clock", "", "", nanoseconds(runs.time("clock")), "", "", ""])
+    return rows
+
+
+def session_file_rows(directory):
+    reports, states, crashes = (Runs(directory, f"session_{what}") for what in ("reports", "states", "crashes"))
+    size = int(reports.context("report_bytes"))
+    ratio = reports.ratio("report", "transcoding")
+    return [
+        [f"report of 100,000 events, {size / 1e6:.0f} MB", milliseconds(reports.time("report")), "",
+         milliseconds(reports.time("transcoding")), f"{ratio:.2f} of bare"] + judged((ratio, 3, " of bare")),
+        ["of a report: MB in a second", f"{size * 1e3 / reports.time('report'):,.0f}", "",
+         f"{size * 1e3 / reports.time('transcoding'):,.0f}", "", "", ""],
+        ["the same bytes, written only", "", "", milliseconds(reports.time("write")),
+         f"{reports.ratio('report', 'write'):.2f} of bare", "", ""],
+        [f"state of 10,000 entries, {int(states.context('state_bytes')) / 1e6:.1f} MB, read",
+         milliseconds(states.time("load")), "", "", "", "", ""],
+        ["the same, written", milliseconds(states.time("save")), "", "", "", "", ""],
+        ["crash, all files", milliseconds(crashes.time("crash/all")), "", "", "", "", ""],
+        ["of a crash: the minidump", "", "", milliseconds(crashes.time("crash/dump")), "", "", ""],
+        ["of a crash: the rest", milliseconds(crashes.time("crash/rest")), "", "", "", "", ""],
+    ]
+
+
 def print_table(rows):
     widths = [max(len(row[column]) for row in rows) for column in range(len(HEADER))]
     for number, row in enumerate(rows):
@@ -193,6 +231,8 @@ def main():
     rows += lookup_rows(directory)
     rows += monitor_rows(directory)
     rows += record_rows(directory)
+    rows += session_event_rows(directory)
+    rows += session_file_rows(directory)
     print_table(rows)
     print("\nMedians. The ratios are of times of the same run: to spdlog, to the bare call where that is said, and of\n"
           "the process to an empty one. docs/benchmarks.md explains the rows.")

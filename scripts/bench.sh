@@ -55,6 +55,14 @@ for number in 1 2 3 4 5; do
         "${run[@]}" "$tree/bin/monitor.exe" "${repeat[@]}" --benchmark_repetitions=41 --benchmark_min_time=0.002
     measure "Records, $number of 5" "records-$number.json" \
         "${run[@]}" "$tree/bin/records.exe" "${repeat[@]}" --benchmark_repetitions=41 --benchmark_min_time=0.002
+    measure "Events of sessions, $number of 5" "session_events-$number.json" \
+        "${run[@]}" "$tree/bin/sessions.exe" events "${repeat[@]}" --benchmark_repetitions=41 --benchmark_min_time=0.002
+done
+for number in 1 2 3; do
+    for what in reports states crashes; do
+        measure "Sessions: $what, $number of 3" "session_$what-$number.json" \
+            "${run[@]}" "$tree/bin/sessions.exe" "$what" "${repeat[@]}" --benchmark_repetitions=7 --benchmark_min_time=0.001
+    done
 done
 measure "Changes of the configuration" level_change.json "${run[@]}" "$tree/bin/level_change.exe"
 
