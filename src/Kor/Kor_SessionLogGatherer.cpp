@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cstdarg>
+#include <cstddef>
 #include <cstdlib>
 #include <new>
 
@@ -15,6 +16,17 @@
 
 using kor::text_or_empty;
 using kor::core::SessionEvent;
+
+// Programs derive from the class and read these records.
+using Event = Kor_SessionLogGatherer::ReportEventNode;
+using Statistics = Kor_SessionLogGatherer::ReportStatNode;
+constexpr std::size_t TEXT = sizeof(std::wstring);
+static_assert(offsetof(Event, type) == 0 && offsetof(Event, subject) == TEXT && offsetof(Event, flags) == 2 * TEXT);
+static_assert(offsetof(Event, weight) == 2 * TEXT + 4 && offsetof(Event, begin_time) == 2 * TEXT + 8);
+static_assert(offsetof(Event, end_time) == 2 * TEXT + 16 && offsetof(Event, info) == 2 * TEXT + 24);
+static_assert(offsetof(Statistics, subject) == TEXT && offsetof(Statistics, count) == 2 * TEXT);
+static_assert(offsetof(Statistics, weight) == 2 * TEXT + 8 && offsetof(Statistics, total_time) == 2 * TEXT + 32);
+static_assert(offsetof(Statistics, unit_time) == 2 * TEXT + 56 && sizeof(Statistics) == 2 * TEXT + 80);
 
 namespace
 {
