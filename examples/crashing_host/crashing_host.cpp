@@ -1,0 +1,262 @@
+// crashing_host.cpp - a host that reports its session, and crashes in the way that it is told to.
+
+#include <windows.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+#include <stdexcept>
+#include <thread>
+
+#include "Kor_LogFile.h"
+#include "Kor_SessionLog.h"
+#include "Kor_SessionLogGatherer.h"
+#include "crash_handlers.h"
+
+// Known outside of this file, as else a compiler knows all classes that there are, and that no object which is
+// finished has a pure virtual function.
+class Unfinished
+{
+public:
+    Unfinished() { call(); }
+    virtual ~Unfinished() = default;
+
+protected:
+    virtual void work() = 0;
+
+private:
+    void call()
+    {
+        Unfinished* volatile self = this;
+        self->work(); // not there yet while the object is being made
+    }
+};
+
+class Finished : public Unfinished
+{
+    void work() override {}
+};
+
+namespace
+{
+constexpr int PACKAGE_HOST = 310;
+constexpr int NOT_CRASHED = 4; // exit code
+
+// Before the crash ---------------------------------------------------------------------------------------------------
+void open_session()
+{
+    KorGLog.Open("crashing_host.log", "crashing_host");
+
+    Kor_SessionLogGatherer::Activate(true);
+    Kor_SessionLog::Activate(true);
+    Kor_SessionLog::GetInstance(); // reads the state that the last process has left
+    install_crash_handlers();
+    Kor_SessionLogGatherer::GetInstance()->gatherSystemInfo();
+}
+
+void report_work()
+{
+    using Gatherer = Kor_SessionLogGatherer;
+    Gatherer* const session = Gatherer::GetInstance();
+
+    session->reportEvent(L"Login", L"user1", Gatherer::COUNTED, 1, L"from %ls", L"192.0.2.7");
+    session->reportEvent(L"Patient", nullptr, Gatherer::STATE_OF_TYPE, 1, L"series %d & 13", 12);
+    session->reportEvent(L"Load", L"series 12", Gatherer::BEGIN_OF_SPAN | Gatherer::COUNTED, 17, nullptr);
+    session->reportError(L"Loader", L"cannot read %ls", L"head.dcm");
+    session->reportWarning(L"Loader", L"only %d of %d images fit into memory", 12, 17);
+}
+
+int end_session()
+{
+    Kor_SessionLogGatherer::GetInstance()->reportEvent(
+        L"Load", L"series 12", Kor_SessionLogGatherer::END_OF_SPAN, 0, nullptr);
+    Kor_SessionLog::GetInstance()->createSessionReport();
+    Kor_SessionLogHost::destroy(); // saves the state
+    return 0;
+}
+
+bool earlier_filter_crashes = false;
+
+int divide(int dividend, volatile int divisor) { return dividend / divisor; }
+
+// An earlier filter, as the host or one of its libraries may have installed.
+LONG WINAPI earlier_filter(EXCEPTION_POINTERS* exception)
+{
+    KOR_LOG(
+        KorGLog, 4, PACKAGE_HOST, "the earlier filter sees exception 0x%08lx",
+        static_cast<unsigned long>(exception->ExceptionRecord->ExceptionCode));
+    return earlier_filter_crashes ? divide(1000, 0) : EXCEPTION_CONTINUE_SEARCH;
+}
+
+// Ways to crash ------------------------------------------------------------------------------------------------------
+void write_to_null()
+{
+    volatile int* volatile nowhere = nullptr;
+    *nowhere = 1;
+}
+
+int fill_stack(int depth)
+{
+    volatile int kept = depth;
+    return depth < 0 ? 0 : fill_stack(depth + 1) + kept;
+}
+
+void overflow_stack() { fill_stack(0); }
+
+void call_pure_virtual() { Finished(); }
+
+void throw_uncaught() { throw std::runtime_error("the archive does not answer"); }
+
+void throw_uncaught_on_thread()
+{
+    std::thread(
+        []
+        {
+            prepare_thread_for_crashes();
+            throw_uncaught();
+        })
+        .join();
+}
+
+/// Has the system give this process no more than so much memory.
+void limit_memory(SIZE_T bytes)
+{
+    JOBOBJECT_EXTENDED_LIMIT_INFORMATION limits{};
+    limits.BasicLimitInformation.LimitFlags = JOB_OBJECT_LIMIT_PROCESS_MEMORY;
+    limits.ProcessMemoryLimit = bytes;
+    const HANDLE job = ::CreateJobObjectA(nullptr, nullptr);
+    ::SetInformationJobObject(job, JobObjectExtendedLimitInformation, &limits, sizeof limits);
+    ::AssignProcessToJobObject(job, ::GetCurrentProcess());
+}
+
+void exhaust_heap()
+{
+    constexpr SIZE_T LIMIT = SIZE_T{512} << 20;
+    limit_memory(LIMIT);
+    // Ever smaller pieces, until not even the smallest is left. Not more than that, as not every system keeps limits:
+    // Wine does not.
+    SIZE_T taken = 0;
+    for (SIZE_T piece = SIZE_T{1} << 20; piece >= 16; piece /= 4)
+    {
+        for (void* volatile block = std::malloc(piece); block != nullptr && taken < LIMIT; taken += piece)
+            block = std::malloc(piece);
+    }
+    throw std::bad_alloc();
+}
+
+void divide_by_zero()
+{
+    volatile int result = divide(1000, 0);
+    static_cast<void>(result);
+}
+
+void crash_again_in_filter()
+{
+    earlier_filter_crashes = true;
+    write_to_null();
+}
+
+void run_illegal_instruction()
+{
+    constexpr unsigned char UD2[] = {0x0F, 0x0B}; // for which each compiler has another name
+    void* const code = ::VirtualAlloc(nullptr, sizeof UD2, MEM_RESERVE | MEM_COMMIT, PAGE_EXECUTE_READWRITE);
+    std::memcpy(code, UD2, sizeof UD2);
+    reinterpret_cast<void (*)()>(code)();
+}
+
+void crash_on_second_thread()
+{
+    std::thread(
+        []
+        {
+            prepare_thread_for_crashes();
+            write_to_null();
+        })
+        .detach();
+    // Else these would drive everything else out of the history.
+    constexpr unsigned HIDDEN_BUT_COUNTED = Kor_SessionLogGatherer::HIDDEN | Kor_SessionLogGatherer::COUNTED;
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(100);
+    while (std::chrono::steady_clock::now() < end)
+    {
+        for (int i = 0; i < 500; ++i)
+            Kor_SessionLogGatherer::GetInstance()->reportEvent(L"Poll", nullptr, HIDDEN_BUT_COUNTED, 1, nullptr);
+        std::this_thread::sleep_for(std::chrono::milliseconds(1)); // leaves the other something of the machine
+    }
+}
+
+void crash_on_two_threads()
+{
+    static const HANDLE start = ::CreateEventA(nullptr, TRUE, FALSE, nullptr);
+    const auto body = []
+    {
+        prepare_thread_for_crashes();
+        ::WaitForSingleObject(start, 10000);
+        write_to_null();
+    };
+    std::thread first(body);
+    std::thread second(body);
+    ::SetEvent(start);
+    first.join();
+    second.join();
+}
+
+// What a compiler's check of the stack and a broken heap end in, too: no handler of the process is asked.
+void fail_fast() { ::RaiseFailFastException(nullptr, nullptr, 0); }
+
+struct Way
+{
+    const char* name;
+    void (*crash)();
+};
+
+constexpr Way WAYS[] = {
+    {"null-write", &write_to_null},
+    {"stack-overflow", &overflow_stack},
+    {"pure-call", &call_pure_virtual},
+    {"abort", &std::abort},
+    {"uncaught", &throw_uncaught},
+    {"uncaught-on-thread", &throw_uncaught_on_thread},
+    {"heap-exhaustion", &exhaust_heap},
+    {"divide", &divide_by_zero},
+    {"illegal-instruction", &run_illegal_instruction},
+    {"second-thread", &crash_on_second_thread},
+    {"two-threads", &crash_on_two_threads},
+    {"filter", &crash_again_in_filter},
+    {"fast-fail", &fail_fast},
+    {"none", nullptr},
+};
+
+int usage()
+{
+    std::fprintf(
+        stderr, "example_crashing_host WAY [silently]\n\n"
+                "Reports some work and then crashes, and leaves what it has to say of that in the folder that\n"
+                "PRISMATE_LOG_DIR names. With \"silently\" nobody else is asked about the crash. WAY is one of\n");
+    for (const Way& way : WAYS)
+        std::fprintf(stderr, "    %s\n", way.name);
+    return 2;
+}
+} // namespace
+
+int main(int argc, char** argv)
+{
+    const bool silently = argc == 3 && std::strcmp(argv[2], "silently") == 0;
+    const Way* const way = std::find_if(
+        std::begin(WAYS), std::end(WAYS),
+        [&](const Way& known) { return (argc == 2 || silently) && std::strcmp(known.name, argv[1]) == 0; });
+    if (way == std::end(WAYS))
+        return usage();
+
+    ::SetUnhandledExceptionFilter(&earlier_filter);
+    open_session();
+    Kor_SessionLog::bSuppressExceptions = silently;
+    report_work();
+    KOR_LOG(KorGLog, 4, PACKAGE_HOST, "and now: %s", way->name);
+    if (way->crash == nullptr)
+        return end_session();
+    way->crash();
+    return NOT_CRASHED;
+}
