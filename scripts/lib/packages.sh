@@ -8,9 +8,12 @@ base_packages=(
     wine wine64 googletest
 )
 # What the tests need on top: the second compiler with its linker, sanitizers and symbolizer,
-# the formatter, GoogleTest for this machine, Python for the tools and CTest's results, and jq to read
-# what the tools write.
-test_packages=(clang-14 lld-14 llvm-14 libclang-rt-14-dev clang-format-14 libgtest-dev libgmock-dev python3 jq)
+# the formatter, GoogleTest for this machine, Python for the tools and CTest's results, and readers of what is
+# written: jq for traces, xmllint for reports, LLDB for minidumps.
+test_packages=(
+    clang-14 lld-14 llvm-14 libclang-rt-14-dev clang-format-14 libgtest-dev libgmock-dev
+    python3 jq libxml2-utils lldb-14
+)
 # What the tests of the Java class need, where the machine has no Java compiler of its own.
 java_packages=(openjdk-17-jdk-headless)
 bench_packages=(libspdlog-dev libfmt-dev)
