@@ -1,8 +1,11 @@
 #!/usr/bin/env bash
-# Shows LUMlog at work: two hosts that share one configuration, and a change of it while they run.
-# Builds the library and the example programs first, and sets up what that needs.
+# Shows LUMlog at work. Builds the library and the example programs first, and sets up what that needs.
 #
-# The exit status is 0 when the change reached the host it was meant for, and no other.
+#   scripts/demo.sh         two hosts that share one configuration, and a change of it while they run
+#   scripts/demo.sh crash   a host that crashes, and what it leaves for those who look for the cause
+#
+# The exit status is 0 when the change reached the host it was meant for, and no other; or when the crash left all
+# that it should.
 
 . "$(dirname "${BASH_SOURCE[0]}")/lib/setup.sh"
 
@@ -132,6 +135,64 @@ choose_text()
     done
 }
 
+# the_file PATTERN: the one file of the logs with such a name.
+the_file()
+{
+    local found=("$logs"/$1)
+    [ ${#found[@]} -eq 1 ] && [ -s "${found[0]}" ] || fail "The crash left no file $1, or several, or an empty one."
+    printf '%s\n' "${found[0]}"
+}
+
+# crash_host WAY: its exit status is the exit code of a Windows program, as far as it fits into eight bits.
+crash_host()
+{
+    local status=0
+    (in_wine example_crashing_host "$1") >"$demo_dir/crashing_host.out" 2>&1 &
+    process[crashing]=$!
+    wait_until 90 has_ended "${process[crashing]}" || fail "The host was told to crash and goes on."
+    wait "${process[crashing]}" || status=$?
+    unset "process[crashing]"
+    [ "$status" -eq $((0xc0000005 & 0xff)) ] ||
+        fail "The host ended with status $status instead; see $demo_dir/crashing_host.out"
+}
+
+# report_text EXPRESSION: what it stands for in the report, as text.
+report_text()
+{
+    xmllint --xpath "string($1)" "$(the_file 'crash-*.xml')"
+}
+
+show_crash()
+{
+    local pattern file list
+    title "1. A host crashes: it writes to a null pointer"
+    crash_host null-write
+    tail -n 2 "$logs/crashing_host.log" | show_lines
+    say
+    say "    The last line is of a filter that was there before the crash handlers of the host, which pass the crash on."
+
+    title "2. What that left"
+    for pattern in 'minidump-*.dmp' 'crash-*.xml' crashes.log CLGState.mp; do
+        file=$(the_file "$pattern")
+        printf '    %9d bytes   %s\n' "$(stat -c %s "$file")" "${file##*/}"
+    done
+
+    title "3. Its line in crashes.log, where all processes have theirs"
+    show_lines <"$logs/crashes.log"
+
+    title "4. In the report: the crash, and what the host had reported before"
+    xmllint --xpath '//Exception/@*' "$(the_file 'crash-*.xml')" | sed 's/^ */    /'
+    for list in errors warnings history context; do
+        printf '    %-9s %s: %s\n' "$list" "$(report_text "//$list/event[last()]/@type")" \
+            "$(report_text "//$list/event[last()]/info")"
+    done
+
+    [ "$(report_text //Exception/@Code)" = 0xc0000005 ] || fail "The report does not tell of the crash."
+    say
+    say "${green}As it should be:$plain four files tell of the crash. They and the log are in"
+    say "    $logs"
+}
+
 finish()
 {
     local status=$? host
@@ -143,7 +204,17 @@ finish()
     exit "$status"
 }
 
-ensure_packages "${base_packages[@]}"
+part=${1:-}
+case $part in
+    '' | crash) ;;
+    -h | --help)
+        sed -n '2,/^$/s/^# \{0,1\}//p' "${BASH_SOURCE[0]}"
+        exit 0
+        ;;
+    *) fail "There is no part called $part; see $0 --help." ;;
+esac
+
+ensure_packages "${base_packages[@]}" "${demo_packages[@]}"
 ensure_dependencies ace xerces-c googletest
 configure_preset mingw-release || fail "The build could not be set up."
 build_preset mingw-release LUMlog examples || fail "LUMlog could not be built."
@@ -155,6 +226,10 @@ rm -rf "$logs"
 mkdir -p "$logs"
 : >"$demo_dir/control.out"
 cp "$project_dir/examples/host/logger" "$logs/logger"
+if [ "$part" = crash ]; then
+    show_crash
+    exit 0
+fi
 choose_text
 
 title "1. Two hosts run, each for one client, both under the same logger file"
@@ -236,4 +311,6 @@ title "The logs, to read at leisure"
 for file in viewer.log archive.log control.log logger; do
     say "    $logs/$file"
 done
+say
+say "What a host leaves that crashes: scripts/demo.sh crash"
 [ ${#wrong[@]} -eq 0 ] || exit 1
