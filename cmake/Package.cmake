@@ -14,7 +14,7 @@ install(DIRECTORY include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/lumlog)
 # As a source: whoever builds a Java program has a compiler, for the version of Java that it is for.
 install(DIRECTORY java/ DESTINATION ${CMAKE_INSTALL_DATADIR}/lumlog/java)
 # Scripts for any machine that has Python, which is seldom the one that the logs are from.
-install(PROGRAMS tools/perf2trace DESTINATION ${CMAKE_INSTALL_DATADIR}/lumlog/tools)
+install(PROGRAMS tools/perf2trace tools/report2html DESTINATION ${CMAKE_INSTALL_DATADIR}/lumlog/tools)
 install(EXPORT LUMlogTargets NAMESPACE LUMlog:: DESTINATION ${package_dir})
 
 configure_package_config_file(cmake/LUMlogConfig.cmake.in ${PROJECT_BINARY_DIR}/package/LUMlogConfig.cmake
