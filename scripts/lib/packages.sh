@@ -9,10 +9,10 @@ base_packages=(
 )
 # What the tests need on top: the second compiler with its linker, sanitizers and symbolizer,
 # the formatter, GoogleTest for this machine, Python for the tools and CTest's results, and readers of what is
-# written: jq for traces, xmllint for reports, LLDB for minidumps.
+# written: jq for traces, xmllint for reports, LLDB for minidumps, a browser for pages.
 test_packages=(
     clang-14 lld-14 llvm-14 libclang-rt-14-dev clang-format-14 libgtest-dev libgmock-dev
-    python3 jq libxml2-utils lldb-14
+    python3 jq libxml2-utils lldb-14 chromium
 )
 # What the demo reads a crash report with.
 demo_packages=(libxml2-utils)
