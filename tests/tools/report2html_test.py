@@ -427,7 +427,8 @@ def case_ManyRowsAreSeveralTables():
 
 
 def case_UnknownElementsArePassedOver():
-    deep = "<a>" * 20000 + event("deep") + "</a>" * 20000
+    depth = 300_000  # which takes minutes where each element costs as much as it is deep
+    deep = "<a>" * depth + event("deep") + "</a>" * depth
     page = page_of(report(session("<New><Module/><Exception/></New>", EXCEPTION),
                           history=f"<other/>{deep}" + event("x"),
                           errors="<event type='E'><note>no info</note><info>a<b>bold</b>c</info>tail</event>"))
