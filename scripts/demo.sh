@@ -188,8 +188,11 @@ show_crash()
     done
 
     [ "$(report_text //Exception/@Code)" = 0xc0000005 ] || fail "The report does not tell of the crash."
+    "$project_dir/tools/report2html" "$(the_file 'crash-*.xml')" -o "$logs/crash.html" ||
+        fail "The report could not be made into a page."
     say
-    say "${green}As it should be:$plain four files tell of the crash. They and the log are in"
+    say "${green}As it should be:$plain four files tell of the crash. They, the log, and the report as a page for a browser"
+    say "(crash.html) are in"
     say "    $logs"
 }
 

@@ -14,8 +14,8 @@ test_packages=(
     clang-14 lld-14 llvm-14 libclang-rt-14-dev clang-format-14 libgtest-dev libgmock-dev
     python3 jq libxml2-utils lldb-14 chromium
 )
-# What the demo reads a crash report with.
-demo_packages=(libxml2-utils)
+# What the demo reads a crash report with, and makes it into a page.
+demo_packages=(libxml2-utils python3)
 # What the tests of the Java class need, where the machine has no Java compiler of its own.
 java_packages=(openjdk-17-jdk-headless)
 bench_packages=(libspdlog-dev libfmt-dev)
