@@ -93,7 +93,11 @@ double fraction_at_front(std::wstring_view text) noexcept
     std::string_view digits = front.view();
     skip_blanks(digits);
     if (!digits.empty() && digits.front() == '+')
+    {
         digits.remove_prefix(1);
+        if (!digits.empty() && digits.front() == '-') // which from_chars would take
+            return 0;
+    }
     double value = 0;
     const auto result = std::from_chars(digits.data(), digits.data() + digits.size(), value);
     return result.ec == std::errc() && std::isfinite(value) ? value : 0;

@@ -6,6 +6,7 @@
 
 #include <climits>
 #include <cstdint>
+#include <limits>
 #include <string>
 #include <string_view>
 
@@ -142,6 +143,93 @@ TEST(NumberAtFront, IgnoresWhatFollows)
     EXPECT_EQ(kor::core::number_at_front("7"), 7);
     EXPECT_EQ(kor::core::number_at_front(" \t-7abc"), -7);
     EXPECT_EQ(kor::core::number_at_front("12:3"), 12);
+}
+
+TEST(NumberAtFront, OfWideTextIsTheSame)
+{
+    struct Row
+    {
+        std::wstring_view text;
+        std::int64_t value;
+    };
+    const Row rows[] = {
+        {L"", 0},
+        {L"7", 7},
+        {L" \t-7abc", -7},
+        {L"+12:3", 12},
+        {L"abc", 0},
+        {L"9223372036854775807", LARGEST},
+        {L"9223372036854775808", LARGEST},
+        {L"-9223372036854775808", SMALLEST},
+        {L"-9223372036854775809", SMALLEST},
+        {L"12\x0663", 12}, // digits of another script are none
+        {L"\x0661\x0662", 0},
+        {L"\x0137", 0}, // whose low byte is a digit
+        {L"\xFF11", 0},
+        {L"\xA0"
+         L"7",
+         0},
+        {L"1\xD835\xDFCF", 1},
+        {L"3\0004"sv, 3},
+    };
+    for (const Row& row : rows)
+        EXPECT_EQ(kor::core::number_at_front(row.text), row.value) << (&row - rows);
+    EXPECT_EQ(kor::core::number_at_front(std::wstring(100'000, L'9')), LARGEST);
+    EXPECT_EQ(kor::core::number_at_front(L'-' + std::wstring(100'000, L'9')), SMALLEST);
+    EXPECT_EQ(kor::core::number_at_front(std::wstring_view(L"123456").substr(0, 3)), 123);
+    EXPECT_EQ(kor::core::number_at_front(std::wstring_view()), 0);
+}
+
+TEST(FractionAtFront, IsADecimalNumberWithAPoint)
+{
+    struct Row
+    {
+        std::wstring_view text;
+        double value;
+    };
+    const Row rows[] = {
+        {L"0", 0},
+        {L"1.5", 1.5},
+        {L" \t1.5", 1.5},
+        {L"+1.5", 1.5},
+        {L"-1.5", -1.5},
+        {L".25", 0.25},
+        {L"4.", 4},
+        {L"1e3", 1000},
+        {L"1.5E-1", 0.15},
+        {L"10.125000", 10.125},
+        {L"1.5x", 1.5},
+        {L"1.5 2.5", 1.5},
+        {L"1,5", 1},
+        {L"1.5\xFF11", 1.5},
+        {L"18446744073709551615.000000", 18446744073709551616.0},
+    };
+    for (const Row& row : rows)
+        EXPECT_EQ(kor::core::fraction_at_front(row.text), row.value) << (&row - rows);
+    EXPECT_EQ(kor::core::fraction_at_front(std::wstring_view(L"1.75").substr(0, 3)), 1.7);
+}
+
+TEST(FractionAtFront, OfNoFiniteNumberIsZero)
+{
+    for (const std::wstring_view text :
+         {L"",   L" ",   L"x",    L"-",      L"+",   L".",    L"- 1",      L"--1",   L"+-1.5",  L"-+1.5",  L"++1.5",
+          L",5", L"nan", L"-nan", L"nan(1)", L"inf", L"-inf", L"infinity", L"1e400", L"-1e400", L"\xFF11", L"\x0661"})
+        EXPECT_EQ(kor::core::fraction_at_front(text), 0) << std::string(text.begin(), text.end());
+    EXPECT_EQ(kor::core::fraction_at_front(std::wstring(100'000, L'9')), 0);
+    EXPECT_EQ(kor::core::fraction_at_front(std::wstring_view()), 0);
+}
+
+TEST(FractionAtFront, OfManyDigitsIsAsNearAsADoubleGets)
+{
+    EXPECT_EQ(kor::core::fraction_at_front(L"0." + std::wstring(100'000, L'0') + L'1'), 0);
+    EXPECT_EQ(kor::core::fraction_at_front(L"1." + std::wstring(100'000, L'0') + L'1'), 1);
+    EXPECT_EQ(
+        kor::core::fraction_at_front(
+            L"17976931348623157081452742373170435679807056752584499659891747680315726078002853876058"
+            L"95586327668781715404589535143824642343213268894641827684675467035375169860499105765512"
+            L"82076245490090389328944075868508455133942304583236903222948165808559332123348274797826"
+            L"204144723168738177180919299881250404026184124858368.000000"),
+        std::numeric_limits<double>::max());
 }
 
 TEST(TakeWord, TakesBlanksAndAWord)
