@@ -14,15 +14,12 @@
 #include "win/text.h"
 #include "win/zone_clock.h"
 
+using kor::CannotWrite;
 using kor::core::SessionWriter;
 
 namespace
 {
 constexpr char GENERATE_REPORT[] = "Kor_SessionLogGatherer::generateReport";
-
-struct CannotWrite
-{
-};
 
 /// The machine and the crash, as the XML library writes them.
 void write_document(const xercesc::DOMDocument& document, xercesc::XMLFormatTarget& target)
@@ -87,6 +84,18 @@ void log_success(const wchar_t* path, bool is_report)
             kor::GATHERER_SOURCE, GENERATE_REPORT, kor::LEVEL_DEBUG, "Crashlog gatherer state written to '%s'.\n",
             name.c_str());
 }
+/// Ends a report however it goes.
+class ReportEnd
+{
+public:
+    explicit ReportEnd(kor::ReportText& text) noexcept : m_text(text) {}
+    ReportEnd(const ReportEnd&) = delete;
+    ReportEnd& operator=(const ReportEnd&) = delete;
+    ~ReportEnd() { m_text.end(); }
+
+private:
+    kor::ReportText& m_text;
+};
 } // namespace
 
 /// Throws what the target throws.
@@ -95,6 +104,7 @@ void Kor_SessionLogGatherer::write_report(Content& content, Kor_SessionLogFileOu
     kor::ReportText& text = content.report_text;
     kor::win::ZoneClock clock;
     SessionWriter writer(text, clock);
+    const ReportEnd end(text);
     text.begin(&target);
     text.put_byte_order_mark();
     text.put(L"<?xml version=\"1.0\" encoding=\"utf-16\"?>"

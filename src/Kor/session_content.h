@@ -51,6 +51,10 @@ public:
     ~XmlLibrary();
 };
 
+struct CannotWrite
+{
+};
+
 /// Hands on what a formatter writes to whatever target is set, so that the formatter, which takes 16 KB, is there
 /// before a crash.
 class RelayTarget final : public xercesc::XMLFormatTarget
@@ -58,8 +62,11 @@ class RelayTarget final : public xercesc::XMLFormatTarget
 public:
     void set_target(xercesc::XMLFormatTarget* target) noexcept { m_target = target; }
 
+    /// Throws CannotWrite when there is no target.
     void writeChars(const XMLByte* bytes, XMLSize_t count, xercesc::XMLFormatter* formatter) override
     {
+        if (m_target == nullptr)
+            throw CannotWrite();
         m_target->writeChars(bytes, count, formatter);
     }
 
@@ -73,8 +80,11 @@ class ReportText final : public core::TextBlocks
 public:
     ReportText();
 
-    /// Begins a report. What an earlier one has left behind is forgotten.
+    /// Begins a report. What an earlier one has left behind is forgotten. One whose target has come to begin another,
+    /// as a crash handler may, cannot go on after that.
     void begin(xercesc::XMLFormatTarget* target) noexcept;
+    /// The target may go.
+    void end() noexcept { m_relay.set_target(nullptr); }
     void put_byte_order_mark();
 
 private:
