@@ -351,6 +351,7 @@ void Kor_SessionLog::createReport(_EXCEPTION_POINTERS* exception)
 {
     if (m_content == nullptr || bOnlyReportToCrashLogFile)
         return;
+    const KeptErrors kept;
     release_reserved_memory("Kor_SessionLog::createReport"); // the path may take the first of it
     createReport(exception, getLogFullPath(L"crash"), nullptr);
 }
