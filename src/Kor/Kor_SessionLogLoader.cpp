@@ -1,9 +1,11 @@
 // The part of Kor_SessionLogGatherer that reads: state files, and reports, which have the same form.
 
+#include <algorithm>
 #include <cstring>
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include <xercesc/framework/LocalFileInputSource.hpp>
 #include <xercesc/framework/MemBufInputSource.hpp>
@@ -12,6 +14,8 @@
 #include <xercesc/sax2/Attributes.hpp>
 #include <xercesc/sax2/SAX2XMLReader.hpp>
 #include <xercesc/sax2/XMLReaderFactory.hpp>
+#include <xercesc/util/BinInputStream.hpp>
+#include <xercesc/util/PlatformUtils.hpp>
 #include <xercesc/util/XMLUni.hpp>
 
 #include "Kor_SessionLogGatherer.h"
@@ -89,18 +93,65 @@ enum class FileState
     Readable
 };
 
-FileState state_of_file(const wchar_t* path) noexcept
+/// Opens a file that another process may be replacing. It sees that file to its end, or the one that came before.
+kor::win::OwnedFile open_shared(const wchar_t* path) noexcept
 {
-    const kor::win::OwnedFile file(::CreateFileW(
+    return kor::win::OwnedFile(::CreateFileW(
         path, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING,
         FILE_ATTRIBUTE_NORMAL, nullptr));
+}
+
+FileState state_of(const kor::win::OwnedFile& file) noexcept
+{
     LARGE_INTEGER size{};
     if (!file || !::GetFileSizeEx(file.get(), &size))
         return FileState::Missing;
     return static_cast<std::uint64_t>(size.QuadPart) > LARGEST_FILE ? FileState::TooLarge : FileState::Readable;
 }
 
-void parse(const wchar_t* path, Kor_SessionLogGatherer_Loader& loader)
+/// The bytes of an open file.
+class FileStream final : public xercesc::BinInputStream
+{
+public:
+    explicit FileStream(kor::win::OwnedFile file) noexcept : m_file(std::move(file)) {}
+
+    XMLFilePos curPos() const override { return m_position; }
+
+    XMLSize_t readBytes(XMLByte* to, XMLSize_t size) override
+    {
+        DWORD count = 0;
+        if (!::ReadFile(m_file.get(), to, static_cast<DWORD>(std::min<XMLSize_t>(size, 1 << 20)), &count, nullptr))
+        {
+            using namespace xercesc;
+            ThrowXML(XMLPlatformUtilsException, XMLExcepts::File_CouldNotReadFromFile);
+        }
+        m_position += count;
+        return count;
+    }
+
+    const XMLCh* getContentType() const override { return nullptr; }
+
+private:
+    kor::win::OwnedFile m_file;
+    XMLFilePos m_position = 0;
+};
+
+/// A file that is open already. The XML library would open it so that nobody can replace it meanwhile, and could not
+/// while somebody does.
+class OpenFileSource final : public xercesc::LocalFileInputSource
+{
+public:
+    OpenFileSource(const wchar_t* path, kor::win::OwnedFile file) : LocalFileInputSource(path), m_file(std::move(file))
+    {
+    }
+
+    xercesc::BinInputStream* makeStream() const override { return new FileStream(std::move(m_file)); }
+
+private:
+    mutable kor::win::OwnedFile m_file; // goes to the one stream that is made
+};
+
+void parse(const xercesc::InputSource& source, Kor_SessionLogGatherer_Loader& loader)
 {
     using namespace xercesc;
     const std::unique_ptr<SAX2XMLReader> reader(XMLReaderFactory::createXMLReader());
@@ -113,7 +164,6 @@ void parse(const wchar_t* path, Kor_SessionLogGatherer_Loader& loader)
     reader->setDeclarationHandler(&loader);
     reader->setContentHandler(&loader);
     reader->setErrorHandler(&loader);
-    const LocalFileInputSource source(path);
     reader->parse(source);
 }
 } // namespace
@@ -338,7 +388,8 @@ void Kor_SessionLogGatherer::loadFromFile(const wchar_t* path, Kor_SessionLogGat
     if (!content)
         return;
     const std::string name = kor::win::narrow_for_thread(path);
-    switch (state_of_file(path))
+    kor::win::OwnedFile file = open_shared(path);
+    switch (state_of(file))
     {
     case FileState::Missing:
         KOR_GENERAL_LOG(
@@ -355,7 +406,7 @@ void Kor_SessionLogGatherer::loadFromFile(const wchar_t* path, Kor_SessionLogGat
     }
     try
     {
-        parse(path, loader);
+        parse(OpenFileSource(path, std::move(file)), loader);
     }
     catch (const xercesc::SAXParseException& error)
     {

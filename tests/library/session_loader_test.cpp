@@ -438,6 +438,50 @@ TEST_F(SessionLoader, AFileThatNobodyElseMayReadIsToldAsMissing)
                      " does't exist or cannot be accessed."});
 }
 
+TEST_F(SessionLoader, AFileThatAnotherProcessIsAboutToNameIsRead)
+{
+    ASSERT_TRUE(write_file(
+        m_directory.file("state.xml"), "<lumariscontext><stats><statentry type='A'/></stats></lumariscontext>"));
+    const HANDLE writer = ::CreateFileA(
+        m_directory.file("state.xml").c_str(), GENERIC_WRITE | DELETE, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0,
+        nullptr);
+    ASSERT_NE(writer, INVALID_HANDLE_VALUE);
+    Kor_SessionLogGatherer_Loader loader(&gatherer());
+    gatherer().loadFromFile(wide(m_directory.file("state.xml")).c_str(), loader);
+    ::CloseHandle(writer);
+    EXPECT_EQ(lines(), Lines());
+    EXPECT_NE(stats_text(gatherer()).find(L"<statentry type='A'"), std::wstring::npos);
+}
+
+KOR_IMPORT(ReadFile);
+
+TEST_F(SessionLoader, AFileThatCannotBeReadToItsEndIsToldAndWhatCameBeforeStays)
+{
+    std::string document = "<lumariscontext><stats><statentry type='A'/>";
+    document.append(200'000, ' ');
+    ASSERT_TRUE(write_file(m_directory.file("state.xml"), document + "</stats></lumariscontext>"));
+    int left = 0;
+    Hook<ReadFileImport>* own = nullptr;
+    Hook<ReadFileImport> reads(
+        [&](HANDLE file, void* to, DWORD size, DWORD* count, OVERLAPPED* overlapped) -> BOOL
+        { return left-- > 0 && own->original(file, to, size, count, overlapped); });
+    own = &reads;
+    ASSERT_TRUE(reads.installed());
+    for (const int readable : {0, 2})
+    {
+        left = readable;
+        Kor_SessionLogGatherer_Loader loader(&gatherer());
+        gatherer().loadFromFile(wide(m_directory.file("state.xml")).c_str(), loader);
+        EXPECT_LT(left, 0);
+        EXPECT_EQ(stats_text(gatherer()).find(L"<statentry type='A'") != std::wstring::npos, readable > 0);
+    }
+    ASSERT_EQ(lines().size(), 2u);
+    EXPECT_EQ(lines()[0], PARSE_ERROR + "line=0, col=0, msg=unable to read data from file.");
+    EXPECT_THAT(lines()[1], HasSubstr("line=1, col="));
+    EXPECT_THAT(lines()[1], HasSubstr(", msg=unable to read data from file."));
+    EXPECT_TRUE(::DeleteFileA(m_directory.file("state.xml").c_str())) << "it is still open";
+}
+
 TEST_F(SessionLoader, StatisticsAndTheirStartAreThoseOfTheFile)
 {
     load("<lumariscontext><SessionLogData><System/></SessionLogData>"
