@@ -17,6 +17,7 @@
 #include "session_content.h"
 #include "win/registry.h"
 #include "win/system_version.h"
+#include "win/text.h"
 #include "win/zone_clock.h"
 
 #include <dbghelp.h> // behind windows.h
@@ -369,7 +370,7 @@ void Kor_SessionLogGatherer::reportMemoryDifference(const wchar_t* subject, cons
             {
                 KOR_GENERAL_LOG(
                     kor::GATHERER_SOURCE, REPORT_MEMORY_DIFFERENCE, kor::LEVEL_WARNING,
-                    "No stored memory status for %ls.\n", kor::text_or_empty(name));
+                    "No stored memory status for %s.\n", kor::win::narrow_for_thread(kor::text_or_empty(name)).c_str());
                 return;
             }
             const std::wstring full_subject = kor::text_or_empty(subject) + std::wstring(L" - Difference from ") +

@@ -23,7 +23,7 @@ struct SystemVersion
     std::wstring service_pack;      ///< szCSDVersion
 };
 
-/// The name of the product, such as "Microsoft Windows 7 Service Pack 1". Empty for what is no Windows NT 5 or later.
+/// The name of the product, such as "Microsoft Windows 7  Service Pack 1". Empty for what is no Windows NT 5 or later.
 /// Of 6.1 and later the edition and the word size are left out; of 10 and later all but the maker's name.
 std::wstring product_name(const SystemVersion& version);
 
