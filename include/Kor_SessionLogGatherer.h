@@ -236,6 +236,7 @@ private:
 class KOR_API Kor_SessionLogGatherer_Item_Loader : public xercesc_3_2::DefaultHandler
 {
 public:
+    Kor_SessionLogGatherer_Item_Loader();
     ~Kor_SessionLogGatherer_Item_Loader() override;
 
     /// Begins an item. Throws SAXException when an attribute is missing.

@@ -349,10 +349,12 @@ void Kor_SessionLog::release_reserved_memory(const char* function)
 // Reports -------------------------------------------------------------------------------------------------------
 void Kor_SessionLog::createReport(_EXCEPTION_POINTERS* exception)
 {
-    if (m_content == nullptr || bOnlyReportToCrashLogFile)
+    if (m_content == nullptr)
         return;
     const KeptErrors kept;
-    release_reserved_memory("Kor_SessionLog::createReport"); // the path may take the first of it
+    if (!bOnlyReportToCrashLogFile)
+        release_reserved_memory("Kor_SessionLog::createReport"); // the path may take the first of it
+    // It names the report also when none is to be written now.
     createReport(exception, getLogFullPath(L"crash"), nullptr);
 }
 

@@ -97,9 +97,21 @@ kor::Released<xercesc::DOMDocument> make_document()
 }
 } // namespace
 
+kor::win::RecursiveLock kor::session_lock;
+
 // What the content is made of ---------------------------------------------------------------------------
 kor::XmlLibrary::XmlLibrary() { xercesc::XMLPlatformUtils::Initialize(); }
 kor::XmlLibrary::~XmlLibrary() { xercesc::XMLPlatformUtils::Terminate(); }
+
+void kor::keep_xml_library()
+{
+    static std::atomic<bool> kept{false};
+    const win::RecursiveGuard guard(session_lock);
+    if (kept.exchange(true))
+        return;
+    xercesc::XMLPlatformUtils::Initialize();
+    std::atexit(&xercesc::XMLPlatformUtils::Terminate);
+}
 
 kor::ReportText::ReportText() : m_formatter("utf-16", &m_relay) {}
 
@@ -122,13 +134,12 @@ kor::XmlEncoder::XmlEncoder() : target(1023), formatter("utf-16", &target, xerce
 // Life --------------------------------------------------------------------------------------------------
 Kor_SessionLogGatherer* Kor_SessionLogGatherer::myInstance = nullptr;
 bool Kor_SessionLogGatherer::bBypass = true;
-kor::win::RecursiveLock Kor_SessionLogGatherer::Access::lock;
 
 void Kor_SessionLogGatherer::Activate(bool active)
 {
     if (created.load(std::memory_order_acquire))
         return;
-    const kor::win::RecursiveGuard guard(Access::lock);
+    const kor::win::RecursiveGuard guard(kor::session_lock);
     if (guard.held() && !created.load(std::memory_order_relaxed))
         bBypass = !active;
 }
@@ -138,7 +149,7 @@ Kor_SessionLogGatherer* Kor_SessionLogGatherer::GetInstance()
     if (created.load(std::memory_order_acquire))
         return myInstance;
     const kor::win::KeptErrors kept;
-    const kor::win::RecursiveGuard guard(Access::lock);
+    const kor::win::RecursiveGuard guard(kor::session_lock);
     if (!guard.held() || being_made || created.load(std::memory_order_relaxed))
         return myInstance;
     being_made = true;
@@ -152,7 +163,7 @@ Kor_SessionLogGatherer* Kor_SessionLogGatherer::GetInstance()
 /// At the end of the process, and when the library is unloaded.
 void Kor_SessionLogGatherer::end_instance()
 {
-    const kor::win::RecursiveGuard guard(Access::lock);
+    const kor::win::RecursiveGuard guard(kor::session_lock);
     Kor_SessionLogGatherer* const instance = myInstance;
     myInstance = nullptr;
     bBypass = true;

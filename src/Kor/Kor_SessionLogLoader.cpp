@@ -169,6 +169,7 @@ void parse(const xercesc::InputSource& source, Kor_SessionLogGatherer_Loader& lo
 } // namespace
 
 // Items -----------------------------------------------------------------------------------------------------
+Kor_SessionLogGatherer_Item_Loader::Kor_SessionLogGatherer_Item_Loader() { kor::keep_xml_library(); }
 Kor_SessionLogGatherer_Item_Loader::~Kor_SessionLogGatherer_Item_Loader() = default;
 
 Kor_SessionLogGatherer_Event_Loader::Kor_SessionLogGatherer_Event_Loader() : m_inside_info(false), m_had_info(false) {}

@@ -26,6 +26,9 @@ namespace kor
 {
 constexpr char GATHERER_SOURCE[] = "Kor_SessionLogGatherer";
 
+/// Guards the making of the gatherer and all its operations.
+extern win::RecursiveLock session_lock;
+
 inline const wchar_t* text_or_empty(const wchar_t* text) noexcept { return text == nullptr ? L"" : text; }
 
 struct Releaser
@@ -50,6 +53,9 @@ public:
     XmlLibrary& operator=(const XmlLibrary&) = delete;
     ~XmlLibrary();
 };
+
+/// Keeps the XML library going until the library is unloaded, for objects of hosts that have no gatherer.
+void keep_xml_library();
 
 struct CannotWrite
 {
@@ -124,7 +130,7 @@ class Kor_SessionLogGatherer::Access
 {
 public:
     explicit Access(const Kor_SessionLogGatherer& gatherer) noexcept
-        : m_guard(lock), m_content(m_guard.held() && !bBypass ? gatherer.m_content.get() : nullptr)
+        : m_guard(kor::session_lock), m_content(m_guard.held() && !bBypass ? gatherer.m_content.get() : nullptr)
     {
     }
 
@@ -151,8 +157,6 @@ public:
             return;
         }
     }
-
-    static kor::win::RecursiveLock lock;
 
 private:
     kor::win::RecursiveGuard m_guard;

@@ -3,7 +3,6 @@
 #ifndef KOR_TESTS_SESSION_REPORT_H
 #define KOR_TESTS_SESSION_REPORT_H
 
-#include <sys/timeb.h>
 #include <windows.h>
 
 #include <algorithm>
@@ -113,7 +112,7 @@ inline std::wstring stats_text(const Kor_SessionLogGatherer& gatherer)
     return begin == std::wstring::npos || end == std::wstring::npos ? text : text.substr(begin, end - begin);
 }
 
-KOR_IMPORT(_ftime64);
+KOR_IMPORT(GetSystemTimeAsFileTime);
 KOR_IMPORT(SystemTimeToTzSpecificLocalTime);
 
 /// The library's clock: `now` in milliseconds since 1970 UTC, and the zone's minutes ahead of UTC.
@@ -121,13 +120,7 @@ class FixedSessionClock
 {
 public:
     explicit FixedSessionClock(std::int64_t time = MORNING, int minutes_ahead = 0)
-        : now(time), ahead(minutes_ahead), m_time(
-                                               [this](struct __timeb64* result)
-                                               {
-                                                   *result = {};
-                                                   result->time = now / 1000;
-                                                   result->millitm = static_cast<unsigned short>(now % 1000);
-                                               }),
+        : now(time), ahead(minutes_ahead), m_time([this](FILETIME* result) { *result = file_time_of(now); }),
           m_zone(
               [this](const TIME_ZONE_INFORMATION*, const SYSTEMTIME* utc, SYSTEMTIME* local) -> BOOL
               { return convert(*utc, *local); })
@@ -141,6 +134,12 @@ public:
     std::atomic<int> ahead;
 
 private:
+    static FILETIME file_time_of(std::int64_t time) noexcept
+    {
+        const auto units = static_cast<std::uint64_t>((time + 11644473600000) * 10000); // of 100 ns since 1601
+        return {static_cast<DWORD>(units), static_cast<DWORD>(units >> 32)};
+    }
+
     BOOL convert(const SYSTEMTIME& utc, SYSTEMTIME& local) const
     {
         FILETIME time{};
@@ -153,7 +152,7 @@ private:
         return ::FileTimeToSystemTime(&time, &local);
     }
 
-    Hook<_ftime64Import> m_time;
+    Hook<GetSystemTimeAsFileTimeImport> m_time;
     Hook<SystemTimeToTzSpecificLocalTimeImport> m_zone;
 };
 
