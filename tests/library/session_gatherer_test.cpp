@@ -51,7 +51,8 @@ struct MemoryInfoImport
     static constexpr const char* NAME = "K32GetProcessMemoryInfo";
 };
 
-const std::string ALL_OF_THE_LIBRARY = TO_FILE + "Library 106 7\n";
+// Written out, as Clang may make it before TO_FILE.
+const std::string ALL_OF_THE_LIBRARY = "2\nfile_size_limit_in_mb=0\nLibrary 106 7\n";
 
 /// Opens the protected members.
 struct Protected : Gatherer
