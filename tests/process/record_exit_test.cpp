@@ -184,7 +184,10 @@ TEST(RecordExit, ProcessesOfTheSameFolderHaveFilesOfTheirOwn)
         children.push_back(std::make_unique<Child>("records_its_name", options));
     }
     for (const auto& child : children)
+    {
+        child->ensure_begun();
         EXPECT_EQ(child->wait(30000).exit_code, 5u);
+    }
     Lines all;
     for (const auto& [number, lines] : record_files(directory))
     {

@@ -98,7 +98,7 @@ TEST(SessionState, TwoThatSaveAtOnceNeverLeaveHalfAFileForAThird)
     const NamedEvent told(over);
     ChildOptions options = loading.for_child();
     options.arguments = {saving.file(STATE), over};
-    const Child reader("loads_until_told", options);
+    Child reader("loads_until_told", options);
     std::vector<std::unique_ptr<Child>> writers;
     for (const char* const type : {"A", "B"})
     {
@@ -106,8 +106,10 @@ TEST(SessionState, TwoThatSaveAtOnceNeverLeaveHalfAFileForAThird)
         writing.arguments = {type, "40"};
         writers.push_back(std::make_unique<Child>("saves_again_and_again", writing));
     }
+    reader.ensure_begun();
     for (const auto& writer : writers)
     {
+        writer->ensure_begun();
         const ChildResult result = writer->wait(60000);
         EXPECT_TRUE(result.finished);
         EXPECT_EQ(result.exit_code, 5u);
@@ -190,7 +192,8 @@ TEST(SessionState, AProcessThatIsKilledWhileItSavesLeavesTheOldFileAndNoOther)
         const NamedEvent there(name);
         ChildOptions options = directory.for_child();
         options.arguments = {name, write};
-        const Child child("stops_in_the_middle_of_saving", options);
+        Child child("stops_in_the_middle_of_saving", options);
+        child.ensure_begun();
         ASSERT_TRUE(there.wait()) << child.wait(0).err;
         EXPECT_EQ(files_of(directory).size(), 2u); // the new one is beside it
         child.kill();

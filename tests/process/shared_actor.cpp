@@ -158,6 +158,7 @@ void Actor::begin(const Step& step)
     std::strncpy(m_board->text, step.text.c_str(), sizeof m_board->text - 1);
     std::strncpy(m_board->event, step.event.c_str(), sizeof m_board->event - 1);
     m_board->milliseconds = step.milliseconds;
+    m_child.ensure_begun();
     m_done.reset();
     m_request.set();
 }

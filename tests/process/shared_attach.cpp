@@ -355,7 +355,8 @@ TEST(SharedBlockUnfilled, a_process_killed_between_creating_and_filling_does_not
     const LoggerDirectory one(7, 15), other(1, 99);
     const std::string name = unique_name("stops");
     const NamedEvent created(name + "-created"), go_on(name + "-go-on");
-    const Child creator("shared_stops_before_filling", stopping_options(name, "dies", one.path()));
+    Child creator("shared_stops_before_filling", stopping_options(name, "dies", one.path()));
+    creator.ensure_begun();
     ASSERT_TRUE(created.wait());
     Actor waiting;
     ASSERT_TRUE(waiting.ready());
@@ -380,7 +381,8 @@ TEST(SharedBlockUnfilled, a_slow_creator_and_those_who_waited_for_it_end_with_th
     const LoggerDirectory one(7, 15), other(1, 99);
     const std::string name = unique_name("stops");
     const NamedEvent created(name + "-created"), go_on(name + "-go-on");
-    const Child creator("shared_stops_before_filling", stopping_options(name, "goes on", one.path()));
+    Child creator("shared_stops_before_filling", stopping_options(name, "goes on", one.path()));
+    creator.ensure_begun();
     ASSERT_TRUE(created.wait());
     Actor waiting(other.path()); // joins while it loads
     go_on.set();

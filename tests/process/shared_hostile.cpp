@@ -252,7 +252,7 @@ TEST(SharedBlockHostile, levels_that_change_while_they_are_read_are_survived)
     ChildOptions options;
     options.arguments = {"6", directory.path()};
     options.environment = {{"KORAL_LOG_DEVELOP", ""}, {"PRISMATE_LOG_DIR", directory.path()}};
-    const Child reader("shared_reads_everything", options);
+    Child reader("shared_reads_everything", options);
     ChildResult result;
     for (std::uint32_t seed = 100; seed < 20000 && !result.finished; ++seed)
     {
@@ -260,6 +260,7 @@ TEST(SharedBlockHostile, levels_that_change_while_they_are_read_are_survived)
         if (seed % 8 == 0)
             result = reader.wait(0);
     }
+    reader.ensure_begun();
     result = reader.wait(30000);
     EXPECT_TRUE(result.finished);
     EXPECT_EQ(result.exit_code, 0u) << std::hex << result.exit_code;

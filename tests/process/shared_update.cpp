@@ -337,7 +337,8 @@ TEST(SharedBlockUpdate, no_check_of_four_busy_threads_gives_an_old_level_after_a
     ChildOptions options;
     options.arguments = {name};
     options.environment = {{"KORAL_LOG_DEVELOP", ""}, {"PRISMATE_LOG_DIR", files.path()}};
-    const Child reader("shared_checks_continuously", options);
+    Child reader("shared_checks_continuously", options);
+    reader.ensure_begun();
     ASSERT_TRUE(ready.wait());
     for (int update = 1; update <= 60; ++update)
     {

@@ -8,7 +8,6 @@
 #include <cstdlib>
 #include <cwchar>
 #include <map>
-#include <memory>
 #include <string_view>
 
 namespace
@@ -164,18 +163,27 @@ ChildBody find_child_body(const std::string& name)
     return found == registered_bodies().end() ? nullptr : found->second;
 }
 
-Child::Child(const char* name, const ChildOptions& options)
-    : m_job(new_job()), m_process(nullptr), m_out(new_capture_file()), m_err(new_capture_file()),
-      m_begun(new_inheritable_event()), m_pid(0)
+Child::Child(std::string name, ChildOptions options) : m_name(std::move(name)), m_options(std::move(options))
 {
-    const std::wstring program = options.program.empty() ? own_program() : wide(options.program);
+    start();
+}
+
+Child::~Child() { end(); }
+
+void Child::start()
+{
+    m_job = new_job();
+    m_out = new_capture_file();
+    m_err = new_capture_file();
+    m_begun = new_inheritable_event();
+    const std::wstring program = m_options.program.empty() ? own_program() : wide(m_options.program);
     std::wstring line = quoted(program);
-    if (options.program.empty())
-        line += L' ' + quoted(L"--child=" + wide(name));
-    for (const std::string& argument : options.arguments)
+    if (m_options.program.empty())
+        line += L' ' + quoted(L"--child=" + wide(m_name));
+    for (const std::string& argument : m_options.arguments)
         line += L' ' + quoted(wide(argument));
-    std::wstring environment = environment_block(options, m_begun);
-    const std::wstring directory = wide(options.directory);
+    std::wstring environment = environment_block(m_options, m_begun);
+    const std::wstring directory = wide(m_options.directory);
 
     const HANDLE input = inheritable_null_device();
     STARTUPINFOW startup{};
@@ -195,30 +203,38 @@ Child::Child(const char* name, const ChildOptions& options)
         m_process = process.hProcess;
         m_pid = process.dwProcessId;
     }
-    if (!options.program.empty())
+    if (!m_options.program.empty())
         ::SetEvent(m_begun);
     ::CloseHandle(input);
 }
 
-Child::~Child()
+void Child::end() noexcept
 {
     ::CloseHandle(m_job); // ends what is still running
     if (m_process != nullptr)
     {
         ::WaitForSingleObject(m_process, 10000); // so that its files can be removed
         ::CloseHandle(m_process);
+        m_process = nullptr;
     }
     ::CloseHandle(m_out);
     ::CloseHandle(m_err);
     ::CloseHandle(m_begun);
 }
 
-bool Child::wait_for_begin(unsigned timeout_ms) const
+void Child::ensure_begun()
 {
-    if (m_process == nullptr)
-        return true; // nothing will change
-    const HANDLE either[] = {m_begun, m_process};
-    return ::WaitForMultipleObjects(2, either, FALSE, timeout_ms) != WAIT_TIMEOUT;
+    constexpr DWORD TIME_TO_BEGIN_MS = 15000;
+    constexpr int MOST_STARTS = 3;
+    for (int starts = 1; m_process != nullptr; ++starts)
+    {
+        const HANDLE either[] = {m_begun, m_process};
+        if (::WaitForMultipleObjects(2, either, FALSE, TIME_TO_BEGIN_MS) != WAIT_TIMEOUT || starts == MOST_STARTS)
+            return;
+        std::fprintf(stderr, "%s did not come to its main function and is started again\n", m_name.c_str());
+        end();
+        start();
+    }
 }
 
 ChildResult Child::wait(unsigned timeout_ms) const
@@ -252,14 +268,7 @@ void tell_that_child_has_begun()
 
 ChildResult run_child(const char* name, const ChildOptions& options)
 {
-    // Wine now and then creates a process that never runs. That is no answer to what a test asks.
-    constexpr unsigned TIME_TO_BEGIN_MS = 15000;
-    constexpr int MOST_STARTS = 3;
-    auto child = std::make_unique<Child>(name, options);
-    for (int starts = 1; !child->wait_for_begin(TIME_TO_BEGIN_MS) && starts < MOST_STARTS; ++starts)
-    {
-        std::fprintf(stderr, "%s did not come to its main function and is started again\n", name);
-        child = std::make_unique<Child>(name, options);
-    }
-    return child->wait(options.timeout_ms);
+    Child child(name, options);
+    child.ensure_begun();
+    return child.wait(options.timeout_ms);
 }
