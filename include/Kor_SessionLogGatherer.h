@@ -223,6 +223,7 @@ private:
     void load_context(const ReportEventNode& event);
     void load_statistics(const ReportStatNode& statistics);
     void load_statistics_start(std::uint64_t start);
+    void write_file(const wchar_t* path, bool is_report) const;
     static void write_report(Content& content, Kor_SessionLogFileOutput& target, bool is_report);
     static void write_report_file(Content& content, const wchar_t* path);
     static void write_state_file(Content& content, const wchar_t* path);

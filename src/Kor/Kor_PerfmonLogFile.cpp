@@ -17,6 +17,7 @@
 #include "core/bounded_text.h"
 #include "core/message.h"
 #include "core/monitor_line.h"
+#include "general_log.h"
 #include "win/append_file.h"
 #include "win/console.h"
 #include "win/environment.h"
@@ -26,6 +27,8 @@
 #include "win/owner_lock.h"
 #include "win/text.h"
 
+using kor::LEVEL_DEBUG;
+using kor::LEVEL_WARNING;
 using kor::core::BoundedText;
 using kor::win::duplicate;
 using kor::win::FormatResult;
@@ -35,8 +38,7 @@ using kor::win::OwnerLockGuard;
 
 namespace
 {
-constexpr int LEVEL_WARNING = 4;
-constexpr int LEVEL_DEBUG = 7;
+constexpr char SOURCE[] = "Kor_PerfmonLogFile";
 constexpr int LINE_SIZE = 1024;
 constexpr unsigned long EVENT_ID = 65534;
 constexpr std::size_t TIMER_BUCKETS = 1024;
@@ -61,14 +63,6 @@ private:
 
 std::int64_t now() noexcept { return static_cast<std::int64_t>(Kor_PerfmonTimerData::GetTickCount()); }
 } // namespace
-
-/// A line of this source in the general log.
-#define KOR_GENERAL_LOG(level, function, ...)                                                                   \
-    do                                                                                                          \
-    {                                                                                                           \
-        if (KorGLog.StoreParams("Kor_PerfmonLogFile", (function), __LINE__, (level), KOR_PACKAGE_LIBRARY) != 0) \
-            KorGLog.Log(__VA_ARGS__);                                                                           \
-    } while (false)
 
 // Kor_PerfmonTimerData --------------------------------------------------------------------------------
 Kor_PerfmonTimerData::Kor_PerfmonTimerData() noexcept : m_start(0), m_stop(RUNNING), m_buffer(nullptr) {}
@@ -159,10 +153,11 @@ int Kor_PerfmonTimers::AddTimer(RWCString name)
     }
     catch (const std::bad_alloc&)
     {
-        KOR_GENERAL_LOG(LEVEL_WARNING, "Kor_PerfmonTimers::AddTimer", "No memory to add timer %s\n", name.data());
+        KOR_GENERAL_LOG(
+            SOURCE, "Kor_PerfmonTimers::AddTimer", LEVEL_WARNING, "No memory to add timer %s\n", name.data());
         return 1;
     }
-    KOR_GENERAL_LOG(LEVEL_WARNING, "Kor_PerfmonTimers::AddTimer", "test, %s Already exists\n", name.data());
+    KOR_GENERAL_LOG(SOURCE, "Kor_PerfmonTimers::AddTimer", LEVEL_WARNING, "test, %s Already exists\n", name.data());
     return 1;
 }
 
@@ -177,7 +172,7 @@ int Kor_PerfmonTimers::Stop(RWCString name)
             return 1;
         }
     }
-    KOR_GENERAL_LOG(LEVEL_WARNING, "Kor_PerfmonTimers::Stop", "Timer to stop %s was not found\n", name.data());
+    KOR_GENERAL_LOG(SOURCE, "Kor_PerfmonTimers::Stop", LEVEL_WARNING, "Timer to stop %s was not found\n", name.data());
     return 0;
 }
 
@@ -185,7 +180,7 @@ int Kor_PerfmonTimers::GetTime(RWCString name, std::int64_t& time) { return get_
 
 int Kor_PerfmonTimers::get_time(const RWCString& name, std::int64_t& time)
 {
-    KOR_GENERAL_LOG(LEVEL_DEBUG, "Kor_PerfmonTimers::GetTime", "GetTime\n");
+    KOR_GENERAL_LOG(SOURCE, "Kor_PerfmonTimers::GetTime", LEVEL_DEBUG, "GetTime\n");
     {
         const Guard guard(*this);
         Kor_PerfmonTimerData* const data = guard.usable() ? find(name) : nullptr;
@@ -195,13 +190,13 @@ int Kor_PerfmonTimers::get_time(const RWCString& name, std::int64_t& time)
             return 1;
         }
     }
-    KOR_GENERAL_LOG(LEVEL_WARNING, "Kor_PerfmonTimers::GetTime", "Didn't find time of %s\n", name.data());
+    KOR_GENERAL_LOG(SOURCE, "Kor_PerfmonTimers::GetTime", LEVEL_WARNING, "Didn't find time of %s\n", name.data());
     return 0;
 }
 
 int Kor_PerfmonTimers::GetTimeAndReset(RWCString name, std::int64_t& time)
 {
-    KOR_GENERAL_LOG(LEVEL_DEBUG, "Kor_PerfmonTimers::GetTimeAndReset", "GetTimeAndReset\n");
+    KOR_GENERAL_LOG(SOURCE, "Kor_PerfmonTimers::GetTimeAndReset", LEVEL_DEBUG, "GetTimeAndReset\n");
     {
         const Guard guard(*this);
         Kor_PerfmonTimerData* const data = guard.usable() ? find(name) : nullptr;
@@ -212,7 +207,8 @@ int Kor_PerfmonTimers::GetTimeAndReset(RWCString name, std::int64_t& time)
             return 1;
         }
     }
-    KOR_GENERAL_LOG(LEVEL_WARNING, "Kor_PerfmonTimers::GetTimeAndReset", "Didn't find time of %s\n", name.data());
+    KOR_GENERAL_LOG(
+        SOURCE, "Kor_PerfmonTimers::GetTimeAndReset", LEVEL_WARNING, "Didn't find time of %s\n", name.data());
     return 0;
 }
 
@@ -227,14 +223,14 @@ Kor_PerfmonTimerData* Kor_PerfmonTimers::GetTimerData(RWCString name) { return g
 
 Kor_PerfmonTimerData* Kor_PerfmonTimers::get_data(const RWCString& name)
 {
-    KOR_GENERAL_LOG(LEVEL_DEBUG, "Kor_PerfmonTimers::GetTimerData", "GetTimerData\n");
+    KOR_GENERAL_LOG(SOURCE, "Kor_PerfmonTimers::GetTimerData", LEVEL_DEBUG, "GetTimerData\n");
     {
         const Guard guard(*this);
         Kor_PerfmonTimerData* const data = guard.usable() ? find(name) : nullptr;
         if (data != nullptr)
             return data;
     }
-    KOR_GENERAL_LOG(LEVEL_WARNING, "Kor_PerfmonTimers::GetTimerData", "Didn't find time of %s\n", name.data());
+    KOR_GENERAL_LOG(SOURCE, "Kor_PerfmonTimers::GetTimerData", LEVEL_WARNING, "Didn't find time of %s\n", name.data());
     return nullptr;
 }
 
@@ -256,7 +252,7 @@ int Kor_PerfmonTimers::remove_timer(const RWCString& name)
     if (removed)
         return 1;
     KOR_GENERAL_LOG(
-        LEVEL_WARNING, "Kor_PerfmonTimers::Remove", "Didn't find timer data %s for deletion\n", name.data());
+        SOURCE, "Kor_PerfmonTimers::Remove", LEVEL_WARNING, "Didn't find timer data %s for deletion\n", name.data());
     return 0;
 }
 
@@ -503,7 +499,7 @@ void Kor_PerfmonLogFile::FLog(const char* title, const char* types, ...)
         job.text.finish();
     else
         BoundedText(line, sizeof line).add(kor::core::FORMAT_ERROR).finish();
-    KOR_GENERAL_LOG(LEVEL_DEBUG, "Kor_PerfmonLogFile::FLog", "string to plog is %s\n", line);
+    KOR_GENERAL_LOG(SOURCE, "Kor_PerfmonLogFile::FLog", LEVEL_DEBUG, "string to plog is %s\n", line);
     Log("%s", line);
 }
 

@@ -7,7 +7,6 @@
 #include <new>
 
 #include <xercesc/util/PlatformUtils.hpp>
-#include <xercesc/util/XMLUni.hpp>
 
 #include "general_log.h"
 #include "session_content.h"
@@ -17,19 +16,21 @@
 using kor::text_or_empty;
 using kor::core::SessionEvent;
 
+namespace
+{
 // Programs derive from the class and read these records.
 using Event = Kor_SessionLogGatherer::ReportEventNode;
 using Statistics = Kor_SessionLogGatherer::ReportStatNode;
-constexpr std::size_t TEXT = sizeof(std::wstring);
-static_assert(offsetof(Event, type) == 0 && offsetof(Event, subject) == TEXT && offsetof(Event, flags) == 2 * TEXT);
-static_assert(offsetof(Event, weight) == 2 * TEXT + 4 && offsetof(Event, begin_time) == 2 * TEXT + 8);
-static_assert(offsetof(Event, end_time) == 2 * TEXT + 16 && offsetof(Event, info) == 2 * TEXT + 24);
-static_assert(offsetof(Statistics, subject) == TEXT && offsetof(Statistics, count) == 2 * TEXT);
-static_assert(offsetof(Statistics, weight) == 2 * TEXT + 8 && offsetof(Statistics, total_time) == 2 * TEXT + 32);
-static_assert(offsetof(Statistics, unit_time) == 2 * TEXT + 56 && sizeof(Statistics) == 2 * TEXT + 80);
+constexpr std::size_t TEXT_SIZE = sizeof(std::wstring);
+static_assert(
+    offsetof(Event, type) == 0 && offsetof(Event, subject) == TEXT_SIZE && offsetof(Event, flags) == 2 * TEXT_SIZE);
+static_assert(offsetof(Event, weight) == 2 * TEXT_SIZE + 4 && offsetof(Event, begin_time) == 2 * TEXT_SIZE + 8);
+static_assert(offsetof(Event, end_time) == 2 * TEXT_SIZE + 16 && offsetof(Event, info) == 2 * TEXT_SIZE + 24);
+static_assert(offsetof(Statistics, subject) == TEXT_SIZE && offsetof(Statistics, count) == 2 * TEXT_SIZE);
+static_assert(
+    offsetof(Statistics, weight) == 2 * TEXT_SIZE + 8 && offsetof(Statistics, total_time) == 2 * TEXT_SIZE + 32);
+static_assert(offsetof(Statistics, unit_time) == 2 * TEXT_SIZE + 56 && sizeof(Statistics) == 2 * TEXT_SIZE + 80);
 
-namespace
-{
 constexpr std::size_t INFO_SIZE = 1024; // characters with the terminator
 constexpr char CONSTRUCTOR[] = "Kor_SessionLogGatherer::Kor_SessionLogGatherer";
 

@@ -1,7 +1,6 @@
 // The part of Kor_SessionLogGatherer that reads: state files, and reports, which have the same form.
 
 #include <algorithm>
-#include <cstring>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -381,6 +380,7 @@ void Kor_SessionLogGatherer_Loader::externalEntityDecl(const XMLCh*, const XMLCh
 
 // The gatherer ------------------------------------------------------------------------------------------------
 void Kor_SessionLogGatherer::loadFromFile(const wchar_t* path, Kor_SessionLogGatherer_Loader& loader)
+try
 {
     if (bBypass || m_content == nullptr || path == nullptr)
         return;
@@ -423,6 +423,10 @@ void Kor_SessionLogGatherer::loadFromFile(const wchar_t* path, Kor_SessionLogGat
             kor::GATHERER_SOURCE, LOAD_FROM_FILE, kor::LEVEL_DEBUG,
             "Exception while parsing in Kor_SessionLogGatherer::loadFromFile()\n");
     }
+}
+catch (...) // no memory for what is to be told
+{
+    return;
 }
 
 unsigned long long Kor_SessionLogGatherer::loadTime(std::wstring text) const

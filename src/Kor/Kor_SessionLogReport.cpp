@@ -1,5 +1,7 @@
 // The part of Kor_SessionLogGatherer that writes: reports, state files, encoded texts.
 
+#include <iterator>
+#include <memory>
 #include <string>
 
 #include <xercesc/util/XMLUni.hpp>
@@ -84,6 +86,7 @@ void log_success(const wchar_t* path, bool is_report)
             kor::GATHERER_SOURCE, GENERATE_REPORT, kor::LEVEL_DEBUG, "Crashlog gatherer state written to '%s'.\n",
             name.c_str());
 }
+
 /// Ends a report however it goes.
 class ReportEnd
 {
@@ -147,23 +150,24 @@ void Kor_SessionLogGatherer::generateReport(const wchar_t* path, bool isReport) 
     if (bBypass || m_content == nullptr)
         return;
     const kor::win::KeptErrors kept;
-    const auto write = [&]
-    {
-        const Access content(*this);
-        if (!content || path == nullptr)
-            throw CannotWrite();
-        if (isReport)
-            write_report_file(*content, path);
-        else
-            write_state_file(*content, path);
-    };
-    // The general log is told when other threads can go on.
     succeeds(
         [&]
         {
-            write();
-            log_success(path, isReport);
+            write_file(path, isReport);
+            log_success(path, isReport); // when other threads can go on
         });
+}
+
+/// Throws what keeps the file from being written.
+void Kor_SessionLogGatherer::write_file(const wchar_t* path, bool is_report) const
+{
+    const Access content(*this);
+    if (!content || path == nullptr)
+        throw CannotWrite();
+    if (is_report)
+        write_report_file(*content, path);
+    else
+        write_state_file(*content, path);
 }
 
 void Kor_SessionLogGatherer::generateReport(Kor_SessionLogFileOutput* target, bool isReport) const

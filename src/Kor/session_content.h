@@ -8,8 +8,6 @@
 #include <psapi.h>
 
 #include <memory>
-#include <string_view>
-#include <utility>
 
 #include <xercesc/dom/DOM.hpp>
 #include <xercesc/framework/MemBufFormatTarget.hpp>

@@ -3,7 +3,6 @@
 #include <cstring>
 
 #include <xercesc/util/PlatformUtils.hpp>
-#include <xercesc/util/XMLUniDefs.hpp>
 
 namespace kor
 {

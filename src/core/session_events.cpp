@@ -150,26 +150,39 @@ void SessionEvents::close_span(Context::iterator entry, SessionEvent&& end, std:
     m_context.erase(entry);
 }
 
+/// The entry that has the key of an event. The end where there was none: the event is in the context then.
+SessionEvents::Context::iterator SessionEvents::find_or_enter(const SessionEventKey& key, SessionEvent& event)
+{
+    const auto entry = m_context.find(key);
+    if (entry == m_context.end())
+    {
+        SessionEventId id = owned(key); // before the texts that it refers to are gone
+        m_context.emplace(std::move(id), std::move(event));
+    }
+    return entry;
+}
+
+/// Finishes the event of an entry and puts another one in its place.
+void SessionEvents::replace(Context::iterator entry, SessionEvent&& event)
+{
+    finish({entry->first.type, entry->first.subject}, std::move(entry->second));
+    entry->second = std::move(event);
+}
+
 void SessionEvents::begin_span(SessionEvent&& event, std::uint64_t now)
 {
     event.begin_time = now;
     const SessionEventKey key = context_key(event);
-    const auto entry = m_context.find(key);
+    const auto entry = find_or_enter(key, event);
     if (entry == m_context.end())
-    {
-        SessionEventId id = owned(key);
-        m_context.emplace(std::move(id), std::move(event));
         return;
-    }
-    SessionEvent& present = entry->second;
-    if (has_any(present.flags, Gatherer::STATE) && !has_any(event.flags, Gatherer::STATE))
+    if (has_any(entry->second.flags, Gatherer::STATE) && !has_any(event.flags, Gatherer::STATE))
     {
         event.flags &= ~SPAN;
         finish(key, std::move(event));
         return;
     }
-    finish({entry->first.type, entry->first.subject}, std::move(present));
-    present = std::move(event);
+    replace(entry, std::move(event));
 }
 
 void SessionEvents::report_instant(SessionEvent&& event, std::uint64_t now)
@@ -182,17 +195,11 @@ void SessionEvents::report_instant(SessionEvent&& event, std::uint64_t now)
         finish(key, std::move(event));
         return;
     }
-    const auto entry = m_context.find(key);
+    const auto entry = find_or_enter(key, event);
     if (entry == m_context.end())
-    {
-        SessionEventId id = owned(key);
-        m_context.emplace(std::move(id), std::move(event));
         return;
-    }
-    SessionEvent& present = entry->second;
-    present.flags &= ~SPAN;
-    finish({entry->first.type, entry->first.subject}, std::move(present));
-    present = std::move(event);
+    entry->second.flags &= ~SPAN;
+    replace(entry, std::move(event));
 }
 
 void SessionEvents::remove_from_context(const wchar_t* type, const wchar_t* subject, bool include_spans)

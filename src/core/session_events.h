@@ -93,6 +93,8 @@ private:
     void begin_span(SessionEvent&& event, std::uint64_t now);
     void report_instant(SessionEvent&& event, std::uint64_t now);
     void close_span(Context::iterator entry, SessionEvent&& end, std::uint64_t now);
+    Context::iterator find_or_enter(const SessionEventKey& key, SessionEvent& event);
+    void replace(Context::iterator entry, SessionEvent&& event);
     void finish(const SessionEventKey& key, SessionEvent&& event);
 
     std::uint32_t m_history_size = Kor_SessionLogGatherer::DEFAULT_HISTORY_SIZE;
