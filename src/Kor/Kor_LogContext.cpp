@@ -181,21 +181,22 @@ char* Kor_LogMTVars::headline(int kind, bool force, Write write) noexcept
 {
     if (m_headline_kind == kind && !force)
         return m_headline;
-    kor::core::Headline parts{};
-    parts.thread_name = format_parts();
-    parts.time = time_text();
-    parts.level = m_level;
-    parts.level_name = kor::core::short_text(m_level_names[std::clamp(m_level, 0, LEVEL_COUNT - 1)]);
-    parts.package = m_package;
-    parts.origin = {m_origin, m_origin_length};
-    parts.process = m_proc_id;
-    parts.thread = m_thread_id;
-    parts.context = // what was there before counts, as long as nobody resets it
-        m_has_context ? std::string_view(m_context, m_client_length) : kor::core::short_text(m_context);
-    parts.has_context = m_has_context;
-    parts.location = {m_location, m_location_length};
-    parts.has_location = m_has_location;
-    parts.milliseconds = m_time.milliseconds;
+    const char* const thread_name = format_parts();
+    const kor::core::Headline parts{
+        time_text(),
+        m_level,
+        kor::core::short_text(m_level_names[std::clamp(m_level, 0, LEVEL_COUNT - 1)]),
+        m_package,
+        {m_origin, m_origin_length},
+        m_proc_id,
+        m_thread_id,
+        thread_name,
+        // What was there before counts, as long as nobody resets it.
+        m_has_context ? std::string_view(m_context, m_client_length) : kor::core::short_text(m_context),
+        m_has_context,
+        {m_location, m_location_length},
+        m_has_location,
+        m_time.milliseconds};
     m_headline_length = write(Buffer{m_headline, HEADLINE_SIZE}, parts);
     return m_headline;
 }

@@ -102,7 +102,7 @@ int Kor_LogDestFile::LogMessage(Kor_LogMTVarsPtr context, bool bare, const char*
 {
     if (!m_file)
         return -1;
-    const kor::core::ComposedLine line(bare ? std::string_view() : context->full_headline(), text, "");
+    const kor::core::ComposedLine line({bare ? std::string_view() : context->full_headline(), text, ""});
     std::fwrite(line.text().data(), 1, line.text().size(), m_file.get());
     std::fflush(m_file.get());
     return 0;
@@ -518,6 +518,16 @@ struct Kor_LogFile::Line
         return length > 0 && static_cast<std::size_t>(length) <= text.size() &&
                text[static_cast<std::size_t>(length) - 1] == '\n';
     }
+
+    /// new_line: for a message that does not end in one.
+    kor::core::LineParts parts(Kor_LogMTVars& vars, std::string_view new_line) const noexcept
+    {
+        if (ends_with_newline())
+            new_line = {};
+        if (!has_headline())
+            return {{}, text, new_line};
+        return {vars.full_headline(), text, new_line};
+    }
 };
 
 void Kor_LogFile::Log(const char* format, ...)
@@ -696,9 +706,7 @@ void Kor_LogFile::write_console(Kor_LogMTVars& vars, const Line& line)
         kor::win::set_console_colour(kor::win::YELLOW);
     else if (vars.m_level < 7)
         kor::win::set_console_colour(kor::win::BRIGHT_GREEN);
-    const kor::core::ComposedLine whole(
-        line.has_headline() ? vars.full_headline() : std::string_view(), line.text,
-        line.ends_with_newline() ? "" : " \n");
+    const kor::core::ComposedLine whole(line.parts(vars, " \n"));
     std::fwrite(whole.text().data(), 1, whole.text().size(), stderr);
     std::fflush(stderr);
     kor::win::set_console_colour(kor::win::WHITE);
@@ -708,10 +716,7 @@ void Kor_LogFile::write_private_file(Kor_LogMTVars& vars, const Line& line)
 {
     if (!ValidateFileMaxSizeInaccurately())
         return;
-    const kor::core::ComposedLine whole(
-        line.has_headline() ? vars.full_headline() : std::string_view(), line.text,
-        line.ends_with_newline() ? "" : "\n");
-    m_append_file->write(whole.text());
+    m_append_file->write(line.parts(vars, "\n"));
 }
 
 void Kor_LogFile::write_event(Kor_LogMTVars& vars, const Line& line)
@@ -765,7 +770,7 @@ bool Kor_LogFile::ValidateFileMaxSizeInaccurately()
             "*** Note: if you clear the file it will only start writing again after ~500 log lines, or after you call "
             "log log update manually (LevelSync.exe -u). ***\n",
             static_cast<int>(verdict.megabytes));
-        m_append_file->write({notice, static_cast<std::size_t>(length)});
+        m_append_file->write(std::string_view(notice, static_cast<std::size_t>(length)));
     }
     return !verdict.exceeded;
 }

@@ -177,7 +177,11 @@ bool Kor_PerformanceLog::start_file()
     kor::core::copy_cut(m_start_text, std::asctime(&now)); // what ctime gives for now
     std::strftime(m_stamp, STAMP_LIMIT, "P%m%d%H%M", &now);
     kor::core::BoundedText path(m_path, sizeof m_path);
-    path.add(directory).add('/').add_number(static_cast<int>(m_process_id)).add('_').add(m_stamp);
+    path.add(directory)
+        .add('/')
+        .add_number(static_cast<int>(m_process_id))
+        .add('_')
+        .add(kor::core::short_text(m_stamp));
     if (path.add('_').add_number(file_counter++).finish() < 0)
         return false; // rather than a file of another name
 

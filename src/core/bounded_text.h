@@ -11,43 +11,16 @@
 
 namespace kor::core
 {
-/// std::memcpy, where compilers do not see it: of a buffer that is too short for this to be called, GCC 12
-/// warns at its highest optimisation.
-void copy_long_text(char* to, const char* from, std::size_t length) noexcept;
+/// Copies a text that does not overlap, and returns the end of the copy. For the lengths of words and lines it is
+/// quicker than a call into the C runtime, which is not the compiler's own here.
+char* copy_text(char* to, const char* from, std::size_t length) noexcept;
 
-/// Copies a text that does not overlap. For the lengths of words and lines it is quicker than a call
-/// into the C runtime, which is not the compiler's own here.
-inline void copy_text(char* to, const char* from, std::size_t length) noexcept
-{
-    struct Block
-    {
-        std::uint64_t words[2];
-    };
-    const auto copy_ends = [=](auto chunk)
-    {
-        auto last = chunk;
-        std::memcpy(&chunk, from, sizeof chunk);
-        std::memcpy(&last, from + length - sizeof last, sizeof last);
-        std::memcpy(to, &chunk, sizeof chunk);
-        std::memcpy(to + length - sizeof last, &last, sizeof last);
-    };
-    if (length > 512)
-        copy_long_text(to, from, length);
-    else if (length >= sizeof(Block))
-    {
-        for (std::size_t at = 0; at + sizeof(Block) <= length; at += sizeof(Block))
-            std::memcpy(to + at, from + at, sizeof(Block));
-        std::memcpy(to + length - sizeof(Block), from + length - sizeof(Block), sizeof(Block));
-    }
-    else if (length >= 8)
-        copy_ends(std::uint64_t{});
-    else if (length >= 4)
-        copy_ends(std::uint32_t{});
-    else if (length >= 2)
-        copy_ends(std::uint16_t{});
-    else if (length == 1)
-        *to = *from;
-}
+/// Number of decimal digits.
+int count_digits(std::uint64_t value) noexcept;
+
+/// Writes so many digits of a number, the last of them where there are more and zeros in front where there are
+/// fewer. Returns their end.
+char* put_digits(char* to, std::uint64_t value, int count) noexcept;
 
 /// As std::strlen, for the names in a headline: without a call into the C runtime.
 inline std::string_view short_text(const char* text) noexcept
@@ -67,13 +40,27 @@ public:
 
     BoundedText& add(std::string_view text) noexcept
     {
-        const std::size_t room = static_cast<std::size_t>(m_end - m_at);
-        const std::size_t length = std::min(text.size(), room);
-        copy_text(m_at, text.data(), length);
-        m_at += length;
+        const std::size_t length = std::min(text.size(), room());
+        m_at = copy_text(m_at, text.data(), length);
         m_cut = m_cut || length < text.size();
         return *this;
     }
+
+    /// A literal, whose length the compiler knows.
+    template <std::size_t SIZE>
+    BoundedText& add(const char (&literal)[SIZE]) noexcept
+    {
+        constexpr std::size_t LENGTH = SIZE - 1;
+        if (LENGTH > room())
+            return add(std::string_view(literal, LENGTH));
+        std::memcpy(m_at, literal, LENGTH);
+        m_at += LENGTH;
+        return *this;
+    }
+
+    /// A buffer is not all text: which part of it is, has to be said.
+    template <std::size_t SIZE>
+    BoundedText& add(char (&buffer)[SIZE]) = delete;
 
     BoundedText& add(char one) noexcept
     {
@@ -84,23 +71,25 @@ public:
         return *this;
     }
 
-    /// As "%0<width>d" prints it: zeros between the sign and the digits up to width in all.
+    /// As "%0<width>d" prints it: zeros between the sign and the digits up to width, at most 20, in all.
     BoundedText& add_number(std::int64_t value, int width = 0) noexcept
     {
-        char digits[24];
-        char* first = digits + sizeof digits;
-        std::uint64_t rest = value < 0 ? 0 - static_cast<std::uint64_t>(value) : static_cast<std::uint64_t>(value);
-        do
+        if (value >= 0)
+            return add_unsigned(static_cast<std::uint64_t>(value), width);
+        return add('-').add_unsigned(0 - static_cast<std::uint64_t>(value), std::min(width, 20) - 1);
+    }
+
+    /// As "%0<width>u" prints it, with a width of at most 20.
+    BoundedText& add_unsigned(std::uint64_t value, int width = 0) noexcept
+    {
+        const int count = std::max(count_digits(value), std::min(width, 20));
+        if (static_cast<std::size_t>(count) <= room())
         {
-            *--first = static_cast<char>('0' + rest % 10);
-            rest /= 10;
-        } while (rest != 0);
-        const int sign = value < 0 ? 1 : 0;
-        while (digits + sizeof digits - first < std::min(width, 20) - sign)
-            *--first = '0';
-        if (sign != 0)
-            *--first = '-';
-        return add(std::string_view(first, static_cast<std::size_t>(digits + sizeof digits - first)));
+            m_at = put_digits(m_at, value, count);
+            return *this;
+        }
+        char digits[20];
+        return add(std::string_view(digits, static_cast<std::size_t>(put_digits(digits, value, count) - digits)));
     }
 
     /// As "%-<width>s" prints it.
@@ -118,6 +107,11 @@ public:
         *m_at = '\0';
         return m_cut ? -1 : static_cast<int>(m_at - m_begin);
     }
+
+    /// For so many characters more.
+    std::size_t room() const noexcept { return static_cast<std::size_t>(m_end - m_at); }
+
+    bool is_cut() const noexcept { return m_cut; }
 
 private:
     char* m_begin;

@@ -57,10 +57,18 @@ char* append_text_mode(char* to, std::string_view text) noexcept
     return to;
 }
 
-ComposedLine::ComposedLine(std::string_view headline, std::string_view message, std::string_view end) noexcept
+char* append_text_mode(char* to, const LineParts& line) noexcept
 {
-    const std::string_view join(headline.empty() ? "" : " ");
-    const std::size_t size = headline.size() + join.size() + message.size() + end.size() + 1;
+    to = append_text_mode(to, line.headline);
+    if (!line.headline.empty())
+        *to++ = ' ';
+    to = append_text_mode(to, line.message);
+    return append_text_mode(to, line.end);
+}
+
+ComposedLine::ComposedLine(const LineParts& parts) noexcept
+{
+    const std::size_t size = parts.size() + 1;
     char* buffer = m_small;
     std::size_t room = sizeof m_small;
     if (size > sizeof m_small)
@@ -71,7 +79,7 @@ ComposedLine::ComposedLine(std::string_view headline, std::string_view message, 
         room = size;
     }
     BoundedText text(buffer, room);
-    const int length = text.add(headline).add(join).add(message).add(end).finish();
+    const int length = text.add(parts.headline).add(parts.join()).add(parts.message).add(parts.end).finish();
     m_text = std::string_view(buffer, length < 0 ? room - 1 : static_cast<std::size_t>(length));
 }
 } // namespace kor::core

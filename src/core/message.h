@@ -22,18 +22,31 @@ constexpr std::string_view FORMAT_ERROR =
 /// when the text was cut at MAX_MESSAGE. Returns the length of what now stands in the buffer.
 int end_with_newline(char* buffer, int length) noexcept;
 
+/// What becomes a line of a file or of the console.
+struct LineParts
+{
+    std::string_view headline; ///< empty: a bare line; else a blank follows
+    std::string_view message;
+    std::string_view end;
+
+    std::string_view join() const noexcept { return headline.empty() ? "" : " "; }
+    std::size_t size() const noexcept { return headline.size() + join().size() + message.size() + end.size(); }
+};
+
 /// A C stream in text mode writes "\r\n" for each newline; this is the same for a handle. Appends
 /// text to a buffer that has room for twice its length and returns the end.
 char* append_text_mode(char* to, std::string_view text) noexcept;
 
-/// A headline, a message and what ends it, put together so that they can be written in one piece.
+/// The same for a line.
+char* append_text_mode(char* to, const LineParts& line) noexcept;
+
+/// The parts of a line put together, so that they can be written in one piece.
 /// Lines of ordinary length need no memory but the object itself.
 class ComposedLine
 {
 public:
-    /// headline: empty for a bare line, else it is followed by a blank. A line for which there is no
-    /// memory is cut.
-    ComposedLine(std::string_view headline, std::string_view message, std::string_view end) noexcept;
+    /// A line for which there is no memory is cut.
+    explicit ComposedLine(const LineParts& parts) noexcept;
 
     std::string_view text() const noexcept { return m_text; }
 

@@ -1,52 +1,19 @@
 #include "core/plain_format.h"
 
-#include <cstdint>
+#include "core/bounded_text.h"
 
 namespace kor::core
 {
 namespace
 {
-/// Where the text goes; what does not fit is only noticed.
-struct Out
+/// Takes the text in front of the next conversion, or of the end, off a format.
+std::string_view take_literal(const char*& at) noexcept
 {
-    char* at;
-    char* end;
-    bool cut;
-
-    void put(char c) noexcept
-    {
-        if (at == end)
-            cut = true;
-        else
-            *at++ = c;
-    }
-
-    void put_text(const char* text) noexcept
-    {
-        for (; !cut && *text != '\0'; ++text)
-            put(*text);
-    }
-
-    void put_number(std::uint64_t value) noexcept
-    {
-        char digits[20];
-        int count = 0;
-        do
-        {
-            digits[count++] = static_cast<char>('0' + value % 10);
-            value /= 10;
-        } while (value != 0);
-        while (count > 0)
-            put(digits[--count]);
-    }
-
-    void put_signed(std::int64_t value) noexcept
-    {
-        if (value < 0)
-            put('-');
-        put_number(value < 0 ? 0 - static_cast<std::uint64_t>(value) : static_cast<std::uint64_t>(value));
-    }
-};
+    const char* const begin = at;
+    while (*at != '\0' && *at != '%')
+        ++at;
+    return {begin, static_cast<std::size_t>(at - begin)};
+}
 
 /// The length letters l in front of a conversion: 0, 1 or 2 of them.
 int take_length(const char*& at) noexcept
@@ -59,18 +26,28 @@ int take_length(const char*& at) noexcept
     }
     return count;
 }
+
+/// Reads no more of a text than it takes to see that it is too long: what follows may not be readable.
+void add_string(BoundedText& to, const char* text) noexcept
+{
+    if (text == nullptr)
+        text = "(null)";
+    const std::size_t most = to.is_cut() ? 0 : to.room() + 1;
+    std::size_t length = 0;
+    while (length < most && text[length] != '\0')
+        ++length;
+    to.add(std::string_view(text, length));
+}
 } // namespace
 
 int format_plain(char* buffer, std::size_t size, const char* format, std::va_list args) noexcept
 {
-    Out out{buffer, buffer + size, false};
-    for (const char* at = format; *at != '\0'; ++at)
+    BoundedText text(buffer, size + 1);
+    for (const char* at = format;; ++at)
     {
-        if (*at != '%')
-        {
-            out.put(*at);
-            continue;
-        }
+        text.add(take_literal(at));
+        if (*at == '\0')
+            return text.finish();
         ++at;
         const int length = take_length(at);
         const bool is_number = *at == 'd' || *at == 'i' || *at == 'u';
@@ -80,34 +57,29 @@ int format_plain(char* buffer, std::size_t size, const char* format, std::va_lis
         {
         case 'd':
         case 'i':
-            out.put_signed(
+            text.add_number(
                 length == 0   ? va_arg(args, int)
                 : length == 1 ? va_arg(args, long)
                               : va_arg(args, long long));
             break;
         case 'u':
-            out.put_number(
+            text.add_unsigned(
                 length == 0   ? va_arg(args, unsigned int)
                 : length == 1 ? va_arg(args, unsigned long)
                               : va_arg(args, unsigned long long));
             break;
         case 's':
-        {
-            const char* const text = va_arg(args, const char*);
-            out.put_text(text == nullptr ? "(null)" : text);
+            add_string(text, va_arg(args, const char*));
             break;
-        }
         case 'c':
-            out.put(static_cast<char>(va_arg(args, int)));
+            text.add(static_cast<char>(va_arg(args, int)));
             break;
         case '%':
-            out.put('%');
+            text.add('%');
             break;
         default:
             return NOT_PLAIN;
         }
     }
-    *out.at = '\0';
-    return out.cut ? -1 : static_cast<int>(out.at - buffer);
 }
 } // namespace kor::core

@@ -24,11 +24,7 @@ constexpr std::size_t LARGEST_PIECE = 256 * 1024;
 
 std::string_view text_or_null(const char* text) noexcept { return text == nullptr ? "(null)" : short_text(text); }
 
-char* put(char* to, std::string_view text) noexcept
-{
-    copy_text(to, text.data(), text.size());
-    return to + text.size();
-}
+char* put(char* to, std::string_view text) noexcept { return copy_text(to, text.data(), text.size()); }
 
 char* put_field(char* to, std::string_view text) noexcept
 {

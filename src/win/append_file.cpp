@@ -5,7 +5,6 @@
 
 #include <cstring>
 
-#include "core/message.h"
 #include "win/owned.h"
 
 namespace kor::win
@@ -18,6 +17,7 @@ constexpr ULONGLONG LOOK_AFTER_MS = 1000; // a look costs about half a line
 constexpr std::size_t CHUNK = core::MESSAGE_SIZE + 256;
 
 constexpr std::string_view LINE_BREAK = "\r\n";
+constexpr std::size_t READY_SIZE = LINE_BREAK.size() + 2 * CHUNK;
 
 /// A C file descriptor over path for appending, -1 when that fails. Shared in every way, so that
 /// tools can rotate and delete what a server has open for weeks.
@@ -80,29 +80,58 @@ void AppendFile::close() noexcept
 void AppendFile::write(std::string_view text) noexcept
 {
     // The first chunk, which is all of an ordinary line, is ready before anybody has to wait for it.
-    char ready[LINE_BREAK.size() + 2 * CHUNK];
-    char* const first = ready + LINE_BREAK.size();
+    char ready[READY_SIZE];
     const std::string_view part = text.substr(0, CHUNK);
-    const char* const end = core::append_text_mode(first, part);
+    const char* const end = core::append_text_mode(ready + LINE_BREAK.size(), part);
 
     const OwnerLockGuard guard(m_lock);
     if (m_stream == nullptr)
         return;
     if (!is_own())
+        write_adopted(text);
+    else if (write_ready(ready, end))
+        write_rest(text.substr(part.size()), ready);
+}
+
+void AppendFile::write(const core::LineParts& line) noexcept
+{
+    if (line.size() > CHUNK)
     {
-        std::fwrite(text.data(), 1, text.size(), m_stream);
-        std::fflush(m_stream);
+        write_long(line);
         return;
     }
+    // Straight into its final form: to put it together first took a tenth of the time that a line takes up to here.
+    char ready[READY_SIZE];
+    const char* const end = core::append_text_mode(ready + LINE_BREAK.size(), line);
+
+    const OwnerLockGuard guard(m_lock);
+    if (m_stream == nullptr)
+        return;
+    if (is_own())
+        write_ready(ready, end);
+    else
+        write_adopted(core::ComposedLine(line).text());
+}
+
+void AppendFile::write_long(const core::LineParts& line) noexcept { write(core::ComposedLine(line).text()); }
+
+void AppendFile::write_adopted(std::string_view text) noexcept
+{
+    std::fwrite(text.data(), 1, text.size(), m_stream);
+    std::fflush(m_stream);
+}
+
+/// Writes what stands in front of end, behind the room that is left for a line break at the beginning.
+bool AppendFile::write_ready(char* ready, const char* end) noexcept
+{
     look_after_file();
-    char* from = first;
+    char* from = ready + LINE_BREAK.size();
     if (m_line_broken)
     {
         from = ready;
         std::memcpy(from, LINE_BREAK.data(), LINE_BREAK.size());
     }
-    if (write_bytes(from, static_cast<std::size_t>(end - from)))
-        write_rest(text.substr(part.size()), first);
+    return write_bytes(from, static_cast<std::size_t>(end - from));
 }
 
 /// Writes what is left of a long line, with the room of its first chunk.

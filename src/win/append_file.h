@@ -10,6 +10,7 @@
 #include <string>
 #include <string_view>
 
+#include "core/message.h"
 #include "win/owner_lock.h"
 
 namespace kor::win
@@ -41,12 +42,18 @@ public:
     /// in a buffer of this process. A closed file takes nothing.
     void write(std::string_view text) noexcept;
 
+    /// The same for a line in parts.
+    void write(const core::LineParts& line) noexcept;
+
     /// Size in bytes, a stream's position in the case of somebody else's; seek_end looks for the end
     /// of such a stream first.
     std::int64_t size(bool seek_end) noexcept;
 
 private:
     bool is_own() const noexcept { return !m_path.empty(); }
+    void write_long(const core::LineParts& line) noexcept;
+    void write_adopted(std::string_view text) noexcept;
+    bool write_ready(char* ready, const char* end) noexcept;
     void write_rest(std::string_view text, char* room) noexcept;
     bool write_bytes(const char* bytes, std::size_t count) noexcept;
     void look_after_file() noexcept;

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <limits>
 #include <string>
@@ -33,10 +34,77 @@ TEST(CopiedText, OfAnyLengthIsWholeAndNoMore)
         GuardedBuffer from(length); // of its own size, so that a checked build sees reads beside it
         text.copy(from.data(), length);
         GuardedBuffer to(length);
-        kor::core::copy_text(to.data(), from.data(), length);
+        ASSERT_EQ(kor::core::copy_text(to.data(), from.data(), length), to.data() + length);
         ASSERT_EQ(std::string_view(to.data(), length), text);
         ASSERT_TRUE(to.guards_hold());
     }
+}
+
+TEST(Digits, AreCountedAtEachPowerOfTen)
+{
+    std::uint64_t power = 1;
+    for (int count = 1; count <= 20; ++count)
+    {
+        EXPECT_EQ(kor::core::count_digits(power), count);
+        EXPECT_EQ(kor::core::count_digits(power - 1), std::max(count - 1, 1));
+        if (count < 20)
+            power *= 10;
+    }
+    EXPECT_EQ(kor::core::count_digits(std::numeric_limits<std::uint64_t>::max()), 20);
+}
+
+TEST(Digits, AreTheLastOnesWithZerosInFront)
+{
+    struct Row
+    {
+        std::uint64_t value;
+        int count;
+        const char* expected;
+    };
+    const Row rows[] = {
+        {0, 0, ""},
+        {0, 1, "0"},
+        {0, 2, "00"},
+        {7, 1, "7"},
+        {7, 4, "0007"},
+        {42, 2, "42"},
+        {42, 3, "042"},
+        {105, 3, "105"},
+        {1234, 1, "4"},
+        {1234, 2, "34"},
+        {1234, 3, "234"},
+        {9'876'543'210, 10, "9876543210"},
+        {std::numeric_limits<std::uint64_t>::max(), 20, "18446744073709551615"},
+    };
+    for (const Row& row : rows)
+    {
+        GuardedBuffer buffer(static_cast<std::size_t>(row.count));
+        EXPECT_EQ(kor::core::put_digits(buffer.data(), row.value, row.count), buffer.data() + row.count);
+        EXPECT_EQ(std::string_view(buffer.data(), static_cast<std::size_t>(row.count)), row.expected);
+        EXPECT_TRUE(buffer.guards_hold());
+    }
+}
+
+TEST(BoundedText, UnsignedNumbersReadAsPrintfPrintsThem)
+{
+    GuardedBuffer buffer(64);
+    BoundedText text(buffer.data(), buffer.size());
+    text.add_unsigned(std::numeric_limits<std::uint64_t>::max()).add(' ').add_unsigned(0).add(' ').add_unsigned(7, 3);
+    EXPECT_EQ(text.finish(), 26);
+    EXPECT_EQ(buffer.text(), "18446744073709551615 0 007");
+}
+
+TEST(BoundedText, KnowsItsRoomAndWhetherSomethingWasCut)
+{
+    GuardedBuffer buffer(4);
+    BoundedText text(buffer.data(), buffer.size());
+    EXPECT_EQ(text.room(), 3u);
+    EXPECT_EQ(text.add("ab").room(), 1u);
+    EXPECT_EQ(text.add('c').room(), 0u);
+    EXPECT_FALSE(text.is_cut());
+    EXPECT_TRUE(text.add("d").is_cut());
+    EXPECT_EQ(text.finish(), -1);
+    EXPECT_EQ(buffer.text(), "abc");
 }
 
 TEST(BoundedText, NumbersReadAsPrintfPrintsThem)

@@ -13,6 +13,7 @@
 
 using kor::core::ComposedLine;
 using kor::core::end_with_newline;
+using kor::core::LineParts;
 using namespace std::string_view_literals;
 
 namespace
@@ -209,6 +210,28 @@ TEST(TextMode, NeedsTwiceTheLengthAtMost)
     EXPECT_TRUE(buffer.guards_hold());
 }
 
+TEST(TextMode, OfALineIsThatOfItsPartsPutTogether)
+{
+    const std::string_view headlines[] = {"", "head ->", "he\nad ->", "\n"};
+    const std::string_view messages[] = {"", "text", "text\n", "two\nlines\n", "\n", "a\0b\n"sv};
+    for (const std::string_view headline : headlines)
+        for (const std::string_view message : messages)
+            for (const std::string_view end : {"", "\n", " \n"})
+            {
+                const LineParts parts{headline, message, end};
+                const ComposedLine line(parts);
+                GuardedBuffer expected(2 * line.text().size());
+                const char* const expected_end = kor::core::append_text_mode(expected.data(), line.text());
+                GuardedBuffer buffer(2 * parts.size());
+                const char* const buffer_end = kor::core::append_text_mode(buffer.data(), parts);
+                EXPECT_EQ(parts.size(), line.text().size());
+                EXPECT_EQ(
+                    std::string_view(buffer.data(), static_cast<std::size_t>(buffer_end - buffer.data())),
+                    std::string_view(expected.data(), static_cast<std::size_t>(expected_end - expected.data())));
+                EXPECT_TRUE(buffer.guards_hold());
+            }
+}
+
 TEST(ComposedLine, JoinsHeadlineMessageAndEnd)
 {
     struct Row
@@ -230,7 +253,7 @@ TEST(ComposedLine, JoinsHeadlineMessageAndEnd)
     };
     for (const Row& row : rows)
     {
-        const ComposedLine line(row.headline, row.message, row.end);
+        const ComposedLine line(LineParts{row.headline, row.message, row.end});
         EXPECT_EQ(line.text(), row.expected);
     }
 }
@@ -242,9 +265,9 @@ TEST(ComposedLine, OfAnyLengthIsWhole)
          {0u, 1u, 2047u, 2048u, 2100u, 2101u, 2102u, 2103u, 2104u, 2105u, 2301u, 2302u, 2303u, 2304u, 4096u, 100'000u})
     {
         const std::string message(length, 'm');
-        const ComposedLine line(headline, message, " \n");
+        const ComposedLine line(LineParts{headline, message, " \n"});
         EXPECT_EQ(line.text(), headline + ' ' + message + " \n") << length;
-        const ComposedLine bare("", message, "\n");
+        const ComposedLine bare(LineParts{"", message, "\n"});
         EXPECT_EQ(bare.text(), message + '\n') << length;
     }
 }
@@ -254,7 +277,7 @@ TEST(ComposedLine, OfOrdinaryLengthNeedsNoMemory)
     const std::string headline(199, 'h');
     const std::string message(2047, 'm');
     const OutOfMemory out;
-    const ComposedLine line(headline, message, " \n");
+    const ComposedLine line(LineParts{headline, message, " \n"});
     EXPECT_EQ(refused_requests, 0);
     EXPECT_EQ(line.text(), headline + ' ' + message + " \n");
 }
@@ -263,7 +286,7 @@ TEST(ComposedLine, WithoutMemoryIsCut)
 {
     const std::string message = "start of " + std::string(100'000, 'm');
     const OutOfMemory out;
-    const ComposedLine line("head ->", message, "\n");
+    const ComposedLine line(LineParts{"head ->", message, "\n"});
     EXPECT_EQ(refused_requests, 1);
     const std::string whole = "head -> " + message + '\n';
     EXPECT_GE(line.text().size(), BUFFER_SIZE);
