@@ -424,7 +424,7 @@ try
             "Exception while parsing in Kor_SessionLogGatherer::loadFromFile()\n");
     }
 }
-catch (...) // no memory for what is to be told
+catch (...) // no memory for what is to be told, or what a destination of the general log throws
 {
     return;
 }

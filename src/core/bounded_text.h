@@ -4,6 +4,7 @@
 #define KOR_CORE_BOUNDED_TEXT_H
 
 #include <algorithm>
+#include <cassert>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -51,10 +52,20 @@ public:
     BoundedText& add(const char (&literal)[SIZE]) noexcept
     {
         constexpr std::size_t LENGTH = SIZE - 1;
+        assert(short_text(literal).size() == LENGTH);
         if (LENGTH > room())
             return add(std::string_view(literal, LENGTH));
         std::memcpy(m_at, literal, LENGTH);
         m_at += LENGTH;
+        return *this;
+    }
+
+    /// A text that ends at its terminator, which is read once, and not beyond the place where it is cut: others may
+    /// be changing it, or have given a wrong length.
+    BoundedText& add_terminated(const char* text) noexcept
+    {
+        for (; !m_cut && *text != '\0'; ++text)
+            add(*text);
         return *this;
     }
 
@@ -108,12 +119,9 @@ public:
         return m_cut ? -1 : static_cast<int>(m_at - m_begin);
     }
 
-    /// For so many characters more.
+private:
     std::size_t room() const noexcept { return static_cast<std::size_t>(m_end - m_at); }
 
-    bool is_cut() const noexcept { return m_cut; }
-
-private:
     char* m_begin;
     char* m_at;
     char* m_end; // of the characters; the terminator fits behind it

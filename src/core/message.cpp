@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <cstring>
+#include <initializer_list>
 #include <new>
 
 #include "core/bounded_text.h"
@@ -60,10 +61,16 @@ char* append_text_mode(char* to, std::string_view text) noexcept
 char* append_text_mode(char* to, const LineParts& line) noexcept
 {
     to = append_text_mode(to, line.headline);
-    if (!line.headline.empty())
-        *to++ = ' ';
+    to = append_text_mode(to, line.join());
     to = append_text_mode(to, line.message);
     return append_text_mode(to, line.end);
+}
+
+char* append(char* to, const LineParts& line) noexcept
+{
+    for (const std::string_view part : {line.headline, line.join(), line.message, line.end})
+        to = copy_text(to, part.data(), part.size());
+    return to;
 }
 
 ComposedLine::ComposedLine(const LineParts& parts) noexcept

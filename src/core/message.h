@@ -13,6 +13,9 @@ namespace kor::core
 constexpr std::size_t MESSAGE_SIZE = 2048;
 constexpr int MAX_MESSAGE = static_cast<int>(MESSAGE_SIZE) - 1;
 
+/// Bytes of a line's buffer: a longest message, a longest headline, what joins and what ends them.
+constexpr std::size_t LINE_SIZE = MESSAGE_SIZE + 256;
+
 /// What a message becomes whose arguments do not fit its format.
 constexpr std::string_view FORMAT_ERROR =
     "!!! ERROR !!! Caught exception while formatting log message - Check log line for format discrepancy and null "
@@ -40,6 +43,9 @@ char* append_text_mode(char* to, std::string_view text) noexcept;
 /// The same for a line.
 char* append_text_mode(char* to, const LineParts& line) noexcept;
 
+/// Appends a line as it is to a buffer that has room for it and returns the end.
+char* append(char* to, const LineParts& line) noexcept;
+
 /// The parts of a line put together, so that they can be written in one piece.
 /// Lines of ordinary length need no memory but the object itself.
 class ComposedLine
@@ -47,11 +53,13 @@ class ComposedLine
 public:
     /// A line for which there is no memory is cut.
     explicit ComposedLine(const LineParts& parts) noexcept;
+    ComposedLine(const ComposedLine&) = delete;
+    ComposedLine& operator=(const ComposedLine&) = delete;
 
     std::string_view text() const noexcept { return m_text; }
 
 private:
-    char m_small[MESSAGE_SIZE + 256]; // a longest message, a longest headline and what joins them
+    char m_small[LINE_SIZE];
     std::unique_ptr<char[]> m_large;
     std::string_view m_text;
 };

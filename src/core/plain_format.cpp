@@ -26,18 +26,6 @@ int take_length(const char*& at) noexcept
     }
     return count;
 }
-
-/// Reads no more of a text than it takes to see that it is too long: what follows may not be readable.
-void add_string(BoundedText& to, const char* text) noexcept
-{
-    if (text == nullptr)
-        text = "(null)";
-    const std::size_t most = to.is_cut() ? 0 : to.room() + 1;
-    std::size_t length = 0;
-    while (length < most && text[length] != '\0')
-        ++length;
-    to.add(std::string_view(text, length));
-}
 } // namespace
 
 int format_plain(char* buffer, std::size_t size, const char* format, std::va_list args) noexcept
@@ -69,8 +57,11 @@ int format_plain(char* buffer, std::size_t size, const char* format, std::va_lis
                               : va_arg(args, unsigned long long));
             break;
         case 's':
-            add_string(text, va_arg(args, const char*));
+        {
+            const char* const string = va_arg(args, const char*);
+            text.add_terminated(string == nullptr ? "(null)" : string);
             break;
+        }
         case 'c':
             text.add(static_cast<char>(va_arg(args, int)));
             break;

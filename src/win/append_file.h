@@ -51,7 +51,6 @@ public:
 
 private:
     bool is_own() const noexcept { return !m_path.empty(); }
-    void write_long(const core::LineParts& line) noexcept;
     void write_adopted(std::string_view text) noexcept;
     bool write_ready(char* ready, const char* end) noexcept;
     void write_rest(std::string_view text, char* room) noexcept;

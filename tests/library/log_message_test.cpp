@@ -165,6 +165,26 @@ TEST_F(LogMessage, SendLogNoLimitHasNoLimit)
     EXPECT_EQ(written.substr(written.find("->")), "-> " + text + "\n");
 }
 
+TEST_F(LogMessage, LinesOfAboutTheSizeOfTheirBufferAreWhole)
+{
+    // Of newlines, which take twice their room in the file; with a headline the size is reached earlier.
+    for (const unsigned long code : {65534ul, 65535ul})
+        for (int length = 2200; length <= 2310; ++length)
+        {
+            std::string newlines(static_cast<std::size_t>(length), '\n');
+            std::string expected;
+            for (int i = 0; i < length; ++i)
+                expected += "\r\n";
+            write_file(m_directory.file("test.log"), "");
+            m_log.SendLogNoLimit(code, newlines.data(), length);
+
+            const std::string bytes = read_file(m_directory.file("test.log"));
+            const std::size_t headline = bytes.find("\r\n");
+            ASSERT_EQ(bytes.substr(headline), expected) << code << ' ' << length;
+            ASSERT_EQ(bytes.substr(0, headline).find("->") != std::string::npos, code == 65535);
+        }
+}
+
 TEST_F(LogMessage, SendLogNoLimitLooksForTheNewlineWhereTheLengthEnds)
 {
     char text[] = "one\ntwo";

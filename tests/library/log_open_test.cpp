@@ -141,6 +141,41 @@ TEST(LogOpen, TheApplicationNameIsACopyOfTheCallersText)
 }
 
 // The stream form ----------------------------------------------------------------
+TEST(LogOpen, AStreamOfTheCallerTakesLinesOfAnyLength)
+{
+    const LogDirectory directory;
+    const std::string path = directory.file("stream.log");
+    std::string expected;
+    {
+        Kor_LogFile log(777, false);
+        std::FILE* const stream = std::fopen(path.c_str(), "wb");
+        ASSERT_NE(stream, nullptr);
+        log.Open(stream, "viewer");
+        const auto write = [&](unsigned long code, int length)
+        {
+            std::string text(static_cast<std::size_t>(length), static_cast<char>('a' + length % 26));
+            log.SendLogNoLimit(code, text.data(), length);
+            expected += code == 65535 ? " -> " + text + '\n' : text + '\n';
+        };
+        for (const int length : {0, 1, 5000, 100'000})
+            write(65534, length);
+        for (int length = 2200; length <= 2310; ++length)
+        {
+            write(65534, length);
+            write(65535, length);
+        }
+    }
+    std::string bytes = read_file(path);
+    for (std::size_t at = 0;
+         (at = bytes.find(" -> ", at)) != std::string::npos;) // takes the headlines' beginnings away
+    {
+        const std::size_t begin = bytes.rfind('\n', at) + 1;
+        bytes.erase(begin, at - begin);
+        at = begin + 4;
+    }
+    EXPECT_TRUE(bytes == expected);
+}
+
 TEST(LogOpen, AStreamOfTheCallerBecomesTheLogFileAndIsClosedInTheEnd)
 {
     const LogDirectory directory;

@@ -99,6 +99,7 @@ TEST(SessionState, TwoThatSaveAtOnceNeverLeaveHalfAFileForAThird)
     ChildOptions options = loading.for_child();
     options.arguments = {saving.file(STATE), over};
     Child reader("loads_until_told", options);
+    reader.ensure_begun();
     std::vector<std::unique_ptr<Child>> writers;
     for (const char* const type : {"A", "B"})
     {
@@ -106,7 +107,6 @@ TEST(SessionState, TwoThatSaveAtOnceNeverLeaveHalfAFileForAThird)
         writing.arguments = {type, "40"};
         writers.push_back(std::make_unique<Child>("saves_again_and_again", writing));
     }
-    reader.ensure_begun();
     for (const auto& writer : writers)
     {
         writer->ensure_begun();

@@ -4,12 +4,14 @@
 #include <gtest/gtest.h>
 #include <windows.h>
 
+#include <atomic>
 #include <climits>
 #include <cstdint>
 #include <cstring>
 #include <functional>
 #include <memory>
 #include <string>
+#include <thread>
 
 #include "Kor_LogFile.h"
 #include "child.h"
@@ -253,15 +255,17 @@ TEST(SharedBlockHostile, levels_that_change_while_they_are_read_are_survived)
     options.arguments = {"6", directory.path()};
     options.environment = {{"KORAL_LOG_DEVELOP", ""}, {"PRISMATE_LOG_DIR", directory.path()}};
     Child reader("shared_reads_everything", options);
-    ChildResult result;
-    for (std::uint32_t seed = 100; seed < 20000 && !result.finished; ++seed)
-    {
-        fill_randomly(block.conf(), seed);
-        if (seed % 8 == 0)
-            result = reader.wait(0);
-    }
+    std::atomic<bool> over{false};
+    std::thread changes(
+        [&]
+        {
+            for (std::uint32_t seed = 100; !over; ++seed)
+                fill_randomly(block.conf(), seed);
+        });
     reader.ensure_begun();
-    result = reader.wait(30000);
+    const ChildResult result = reader.wait(30000);
+    over = true;
+    changes.join();
     EXPECT_TRUE(result.finished);
     EXPECT_EQ(result.exit_code, 0u) << std::hex << result.exit_code;
     EXPECT_NE(result.out.find("<survived>"), std::string::npos);

@@ -94,17 +94,30 @@ TEST(BoundedText, UnsignedNumbersReadAsPrintfPrintsThem)
     EXPECT_EQ(buffer.text(), "18446744073709551615 0 007");
 }
 
-TEST(BoundedText, KnowsItsRoomAndWhetherSomethingWasCut)
+TEST(BoundedText, NumbersAreCutAtEverySize)
 {
-    GuardedBuffer buffer(4);
-    BoundedText text(buffer.data(), buffer.size());
-    EXPECT_EQ(text.room(), 3u);
-    EXPECT_EQ(text.add("ab").room(), 1u);
-    EXPECT_EQ(text.add('c').room(), 0u);
-    EXPECT_FALSE(text.is_cut());
-    EXPECT_TRUE(text.add("d").is_cut());
-    EXPECT_EQ(text.finish(), -1);
-    EXPECT_EQ(buffer.text(), "abc");
+    for (std::size_t size = 1; size <= 22; ++size)
+    {
+        SCOPED_TRACE(size);
+        GuardedBuffer buffer(size);
+        BoundedText text(buffer.data(), buffer.size());
+        EXPECT_EQ(text.add_number(7, 25).finish(), size >= 21 ? 20 : -1);
+        EXPECT_EQ(buffer.text(), std::string("00000000000000000007").substr(0, size - 1));
+        EXPECT_TRUE(buffer.guards_hold());
+    }
+}
+
+TEST(BoundedText, TerminatedTextsEndWhereTheyAreCut)
+{
+    for (std::size_t size = 1; size <= 6; ++size)
+    {
+        SCOPED_TRACE(size);
+        GuardedBuffer buffer(size);
+        BoundedText text(buffer.data(), buffer.size());
+        EXPECT_EQ(text.add_terminated("ab").add_terminated("").add_terminated("cd").finish(), size >= 5 ? 4 : -1);
+        EXPECT_EQ(buffer.text(), std::string("abcd").substr(0, size - 1));
+        EXPECT_TRUE(buffer.guards_hold());
+    }
 }
 
 TEST(BoundedText, NumbersReadAsPrintfPrintsThem)
@@ -134,6 +147,10 @@ TEST(BoundedText, NumbersReadAsPrintfPrintsThem)
         {10, 0, "10"},
         {100200300, 0, "100200300"},
         {1, 20, "00000000000000000001"},
+        {7, 25, "00000000000000000007"},
+        {-7, 25, "-0000000000000000007"},
+        {7, -3, "7"},
+        {-7, -3, "-7"},
         {-1, 20, "-0000000000000000001"},
         {std::numeric_limits<std::int32_t>::min(), 0, "-2147483648"},
         {std::numeric_limits<std::int64_t>::max(), 0, "9223372036854775807"},

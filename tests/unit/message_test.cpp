@@ -224,6 +224,10 @@ TEST(TextMode, OfALineIsThatOfItsPartsPutTogether)
                 const char* const expected_end = kor::core::append_text_mode(expected.data(), line.text());
                 GuardedBuffer buffer(2 * parts.size());
                 const char* const buffer_end = kor::core::append_text_mode(buffer.data(), parts);
+                GuardedBuffer plain(parts.size());
+                EXPECT_EQ(kor::core::append(plain.data(), parts), plain.data() + parts.size());
+                EXPECT_EQ(std::string_view(plain.data(), parts.size()), line.text());
+                EXPECT_TRUE(plain.guards_hold());
                 EXPECT_EQ(parts.size(), line.text().size());
                 EXPECT_EQ(
                     std::string_view(buffer.data(), static_cast<std::size_t>(buffer_end - buffer.data())),

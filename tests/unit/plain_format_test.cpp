@@ -6,8 +6,10 @@
 
 #include <climits>
 #include <cstdarg>
+#include <cstdint>
 #include <cstdio>
 #include <string>
+#include <vector>
 
 #include "guarded_buffer.h"
 
@@ -106,4 +108,17 @@ TEST(PlainFormat, ATextThatDoesNotFitIsCutAndSaysSo)
     EXPECT_EQ(plain(3, "abc%c", 'd').length, -1);
     EXPECT_EQ(plain(0, "%s", "").length, 0);
     EXPECT_EQ(plain(0, "a").length, -1);
+}
+
+TEST(PlainFormat, ReadsNoFurtherThanToTheCharacterThatIsCut)
+{
+    const std::vector<char> unterminated(4, 'a'); // of its own size, so that a checked build sees reads beyond it
+    const Formatted cut = plain(3, "%s", unterminated.data());
+    EXPECT_EQ(cut.length, -1);
+    EXPECT_EQ(cut.text, "aaa");
+
+    const char* const nowhere = reinterpret_cast<const char*>(std::uintptr_t{1});
+    EXPECT_EQ(plain(3, "abcd%s", nowhere).text, "abc");
+    EXPECT_EQ(plain(3, "%s%s", "abcd", nowhere).text, "abc");
+    EXPECT_EQ(plain(3, "%d%s", 1234, nowhere).text, "123");
 }
