@@ -103,8 +103,8 @@ private:
     int m_given = 0;
     int m_released = 0;
     bool m_strangers = false;
-    Hook<getaddrinfoImport> m_lookup;
-    Hook<freeaddrinfoImport> m_release;
+    FoundHook<getaddrinfoImport> m_lookup;
+    FoundHook<freeaddrinfoImport> m_release;
 };
 
 template <class Call>
@@ -286,6 +286,21 @@ TEST(ConfResolver, an_answer_without_addresses_complies_with_nothing_and_adds_no
         });
 }
 
+TEST(ConfResolver, without_a_socket_library_no_address_is_known_and_that_is_told)
+{
+    ASSERT_TRUE(FoundFunctions::put("getaddrinfo", nullptr));
+    Kor_LogLevelRule rule;
+    EXPECT_EQ(
+        printed_by([&] { rule.AddIPAddress("10.1.2.3"); }), "getaddrinfo for ip 10.1.2.3, failed with error: 10091\n");
+    EXPECT_EQ(rule.ipCount, 0);
+    IP_Structure address;
+    address.family = 2;
+    address.SetIPv4BinaryForm(0x0301010A);
+    EXPECT_STREQ(address.ToString(), "");
+    address.family = 23;
+    EXPECT_STREQ(address.ToString(), "");
+}
+
 // A change while a level is being computed ----------------------------------------------------------
 
 namespace
@@ -342,8 +357,8 @@ private:
     NamedEvent m_go_on{unique_name("go-on")};
     sockaddr_in m_socket{};
     ADDRINFOA m_record{};
-    Hook<getaddrinfoImport> m_lookup;
-    Hook<freeaddrinfoImport> m_release;
+    FoundHook<getaddrinfoImport> m_lookup;
+    FoundHook<freeaddrinfoImport> m_release;
     std::unique_ptr<Kor_LogFile> m_log;
     std::unique_ptr<BoundedThread> m_thread;
 };
@@ -441,7 +456,7 @@ TEST(ConfAddressText, an_ipv4_address_that_windows_cannot_convert_reads_as_nothi
     IP_Structure address;
     address.family = 2;
     address.SetIPv4BinaryForm(0x0301010A);
-    const Hook<inet_ntoaImport> fails([](IN_ADDR) -> char* { return nullptr; });
+    const FoundHook<inet_ntoaImport> fails([](IN_ADDR) -> char* { return nullptr; });
     ASSERT_TRUE(fails.installed());
     EXPECT_STREQ(address.ToString(), "");
     EXPECT_EQ(fails.calls(), 1);
@@ -453,7 +468,7 @@ TEST(ConfAddressText, an_ipv6_address_that_windows_cannot_convert_reads_as_nothi
     address.family = 23;
     address.address[15] = 1;
     address.SetNetmask(64);
-    const Hook<getnameinfoImport> fails(
+    const FoundHook<getnameinfoImport> fails(
         [](const SOCKADDR*, socklen_t, PCHAR host, DWORD size, PCHAR, DWORD, INT) -> INT
         {
             std::memset(host, 'x', size < 20 ? size : 20); // what a failure leaves behind
@@ -479,7 +494,7 @@ TEST(ConfAddressText, an_ipv6_address_is_converted_as_a_numeric_host_in_65_bytes
     DWORD size = 0;
     DWORD service_size = 1;
     INT flags = 0;
-    const Hook<getnameinfoImport> records(
+    const FoundHook<getnameinfoImport> records(
         [&](const SOCKADDR* from, socklen_t from_length, PCHAR host, DWORD host_size, PCHAR, DWORD services,
             INT asked) -> INT
         {
@@ -508,7 +523,7 @@ TEST(ConfAddressText, the_longest_conversion_leaves_room_for_no_more_than_the_bu
     address.family = 23;
     address.address[0] = 1;
     address.SetNetmask(64);
-    const Hook<getnameinfoImport> fills(
+    const FoundHook<getnameinfoImport> fills(
         [](const SOCKADDR*, socklen_t, PCHAR host, DWORD size, PCHAR, DWORD, INT) -> INT
         {
             std::memset(host, 'h', size - 1);

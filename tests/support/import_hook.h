@@ -10,6 +10,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <functional>
+#include <map>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -160,6 +162,82 @@ private:
     std::atomic<int> m_calls{0};
     R (*m_original)(A...) = nullptr;
     ImportHook m_hook; // last: the first to go
+};
+
+/// The functions that the library is to find when it asks GetProcAddress. It keeps what it found, so they stay to the
+/// end of the process.
+class FoundFunctions
+{
+public:
+    /// False when the library does not ask GetProcAddress for anything.
+    static bool put(const char* name, void* function)
+    {
+        static ImportHook* const hook = new ImportHook("GetProcAddress", reinterpret_cast<void*>(&find));
+        s_functions[name].own = function;
+        return hook->installed();
+    }
+
+    /// What the library would have found.
+    static void* real(const char* name) { return s_functions[name].real; }
+
+private:
+    struct Function
+    {
+        void* own;
+        void* real;
+    };
+
+    static FARPROC WINAPI find(HMODULE module, LPCSTR name)
+    {
+        const FARPROC real = ::GetProcAddress(module, name);
+        const auto entry = IS_INTRESOURCE(name) ? s_functions.end() : s_functions.find(name);
+        if (entry == s_functions.end())
+            return real;
+        entry->second.real = reinterpret_cast<void*>(real);
+        return reinterpret_cast<FARPROC>(entry->second.own);
+    }
+
+    static inline std::map<std::string, Function> s_functions;
+};
+
+template <class Import, class Signature = typename Import::Signature>
+class FoundHook;
+
+/// As Hook, for a function that the library does not import but finds by GetProcAddress, and then keeps. To be made
+/// before the library first uses it; without one, once there was one, calls are passed on.
+template <class Import, class R, class... A>
+class FoundHook<Import, HookSignature<R, A...>>
+{
+public:
+    explicit FoundHook(std::function<R(A...)> replacement)
+        : m_outer(s_current), m_replacement(std::move(replacement)),
+          m_installed(FoundFunctions::put(Import::NAME, reinterpret_cast<void*>(static_cast<R (*)(A...)>(&entry))))
+    {
+        s_current = this;
+    }
+    FoundHook(const FoundHook&) = delete;
+    FoundHook& operator=(const FoundHook&) = delete;
+    ~FoundHook() { s_current = m_outer; }
+
+    bool installed() const noexcept { return m_installed; }
+    int calls() const noexcept { return m_calls; }
+
+private:
+    static R entry(A... arguments)
+    {
+        FoundHook* const hook = s_current;
+        if (hook == nullptr)
+            return reinterpret_cast<R (*)(A...)>(FoundFunctions::real(Import::NAME))(arguments...);
+        ++hook->m_calls;
+        return hook->m_replacement(arguments...);
+    }
+
+    static inline std::atomic<FoundHook*> s_current{nullptr};
+
+    FoundHook* m_outer;
+    std::function<R(A...)> m_replacement;
+    bool m_installed;
+    std::atomic<int> m_calls{0};
 };
 
 #endif // KOR_TESTS_IMPORT_HOOK_H
