@@ -16,7 +16,8 @@ import sys
 import xml.etree.ElementTree
 
 MAX_TESTS = 20
-MAX_LINES = 60
+FIRST_LINES = 15
+LAST_LINES = 45
 MAX_STRAYS = 3
 
 
@@ -29,7 +30,10 @@ def said(case):
 
 
 def show(case):
-    for line in said(case).splitlines()[-MAX_LINES:]:
+    lines = said(case).splitlines()
+    if len(lines) > FIRST_LINES + LAST_LINES:
+        lines[FIRST_LINES:-LAST_LINES] = ["..."]
+    for line in lines:
         print("    | " + line)
 
 

@@ -236,6 +236,7 @@ TEST(Crash, LeavesTheStatisticsToTheNextProcess)
     run_host(directory, {"null-write"});
     const ChildResult next = run_host(directory, {"none"});
 
+    EXPECT_TRUE(next.finished);
     EXPECT_EQ(next.exit_code, 0u);
     for (const char* const name : {"session-", "CLGState.mp"})
     {

@@ -203,6 +203,10 @@ void Child::start()
         m_process = process.hProcess;
         m_pid = process.dwProcessId;
     }
+    else
+    {
+        std::fprintf(stderr, "%s could not be created: error %lu\n", m_name.c_str(), ::GetLastError());
+    }
     if (!m_options.program.empty())
         ::SetEvent(m_begun);
     ::CloseHandle(input);
@@ -226,10 +230,12 @@ void Child::ensure_begun()
 {
     constexpr DWORD TIME_TO_BEGIN_MS = 15000;
     constexpr int MOST_STARTS = 3;
-    for (int starts = 1; m_process != nullptr; ++starts)
+    for (int starts = 1;; ++starts)
     {
         const HANDLE either[] = {m_begun, m_process};
-        if (::WaitForMultipleObjects(2, either, FALSE, TIME_TO_BEGIN_MS) != WAIT_TIMEOUT || starts == MOST_STARTS)
+        const bool begun =
+            m_process != nullptr && ::WaitForMultipleObjects(2, either, FALSE, TIME_TO_BEGIN_MS) != WAIT_TIMEOUT;
+        if (begun || starts == MOST_STARTS)
             return;
         std::fprintf(stderr, "%s did not come to its main function and is started again\n", m_name.c_str());
         end();

@@ -43,8 +43,8 @@ struct ChildOptions
 /// runtime ends its lines with "\r\n". See text_of in log_lines.h.
 struct ChildResult
 {
-    bool finished = false;       ///< false: it was still running at the end of the wait
-    unsigned long exit_code = 0; ///< a crash leaves its exception code here, such as 0xC0000005
+    bool finished = false;                ///< false: it was still running at the end of the wait, or never ran
+    unsigned long exit_code = 0xFFFFFFFF; ///< a crash leaves its exception code here, such as 0xC0000005
     std::string out;
     std::string err;
 };
@@ -58,13 +58,10 @@ public:
     Child& operator=(const Child&) = delete;
     ~Child();
 
-    /// False when the process could not be created; wait then reports "not finished".
-    bool started() const noexcept { return m_process != nullptr; }
-
-    /// Waits until the child has come as far as its main function or has ended. A process that the system
-    /// leaves standing before that is started again, and standard error says so: Wine now and then creates
-    /// one that never runs, which is no answer to what a test asks. A child with a program of its own gives
-    /// no sign and counts as begun.
+    /// Waits until the child has come as far as its main function or has ended. A process that could not be
+    /// created, or that the system leaves standing before that, is started again, and standard error says so:
+    /// Wine now and then creates one that never runs, which is no answer to what a test asks. A child with a
+    /// program of its own gives no sign and counts as begun.
     void ensure_begun();
     unsigned long pid() const noexcept { return m_pid; }
 
