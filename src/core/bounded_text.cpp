@@ -40,33 +40,4 @@ char* copy_text(char* to, const char* from, std::size_t length) noexcept
         *to = *from;
     return to + length;
 }
-
-int count_digits(std::uint64_t value) noexcept
-{
-    int count = 1;
-    for (std::uint64_t end = 10; value >= end; end *= 10)
-        if (++count == 20) // its end would be beyond the type
-            break;
-    return count;
-}
-
-char* put_digits(char* to, std::uint64_t value, int count) noexcept
-{
-    static constexpr char PAIRS[] = "00010203040506070809"
-                                    "10111213141516171819"
-                                    "20212223242526272829"
-                                    "30313233343536373839"
-                                    "40414243444546474849"
-                                    "50515253545556575859"
-                                    "60616263646566676869"
-                                    "70717273747576777879"
-                                    "80818283848586878889"
-                                    "90919293949596979899";
-    char* at = to + count;
-    for (; at - to >= 2; value /= 100)
-        std::memcpy(at -= 2, PAIRS + 2 * (value % 100), 2);
-    if (at != to)
-        *to = static_cast<char>('0' + value % 10);
-    return to + count;
-}
 } // namespace kor::core

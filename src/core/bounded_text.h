@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cassert>
+#include <charconv>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -15,13 +16,6 @@ namespace kor::core
 /// Copies a text that does not overlap, and returns the end of the copy. For the lengths of words and lines it is
 /// quicker than a call into the C runtime, which is not the compiler's own here.
 char* copy_text(char* to, const char* from, std::size_t length) noexcept;
-
-/// Number of decimal digits.
-int count_digits(std::uint64_t value) noexcept;
-
-/// Writes so many digits of a number, the last of them where there are more and zeros in front where there are
-/// fewer. Returns their end.
-char* put_digits(char* to, std::uint64_t value, int count) noexcept;
 
 /// As std::strlen, for the names in a headline: without a call into the C runtime.
 inline std::string_view short_text(const char* text) noexcept
@@ -60,8 +54,8 @@ public:
         return *this;
     }
 
-    /// A text that ends at its terminator, which is read once, and not beyond the place where it is cut: others may
-    /// be changing it, or have given a wrong length.
+    /// A text that ends at its terminator. It is read once, as another thread may be changing it, and no further than
+    /// to the first character that is cut.
     BoundedText& add_terminated(const char* text) noexcept
     {
         for (; !m_cut && *text != '\0'; ++text)
@@ -93,14 +87,18 @@ public:
     /// As "%0<width>u" prints it, with a width of at most 20.
     BoundedText& add_unsigned(std::uint64_t value, int width = 0) noexcept
     {
-        const int count = std::max(count_digits(value), std::min(width, 20));
-        if (static_cast<std::size_t>(count) <= room())
+        constexpr int MOST_DIGITS = 20;
+        if (width <= 1 && room() >= MOST_DIGITS) // as most: without a copy
         {
-            m_at = put_digits(m_at, value, count);
+            m_at = std::to_chars(m_at, m_end, value).ptr;
             return *this;
         }
-        char digits[20];
-        return add(std::string_view(digits, static_cast<std::size_t>(put_digits(digits, value, count) - digits)));
+        char digits[MOST_DIGITS];
+        const std::string_view text(
+            digits, static_cast<std::size_t>(std::to_chars(digits, digits + MOST_DIGITS, value).ptr - digits));
+        for (int count = static_cast<int>(text.size()); count < std::min(width, MOST_DIGITS); ++count)
+            add('0');
+        return add(text);
     }
 
     /// As "%-<width>s" prints it.

@@ -453,7 +453,7 @@ TEST_F(MonitorLog, AtDebugLevelTheGeneralLogTellsEachMeasurement)
     log.Open("perf.log", "viewer");
     log.FLog("load", "d", "a", 1);
     EXPECT_EQ(m_directory.text("test.log"), "");
-    configure(TO_FILE + "Library 106 7\n");
+    configure(LIBRARY_TO_FILE);
     log.FLog("load", "d", "a", 1);
     const std::string told = m_directory.text("test.log");
     EXPECT_NE(told.find("-> string to plog is T=load,a=1\n\n"), std::string::npos);

@@ -363,7 +363,7 @@ protected:
             std::memcpy(to, &m_memory, sizeof m_memory);
             return m_memory_is_known;
         }};
-    const LogDirectory m_directory{TO_FILE + "Library 106 7\n"};
+    const LogDirectory m_directory{LIBRARY_TO_FILE};
     Gatherer* m_session = nullptr;
 };
 

@@ -685,7 +685,7 @@ TEST_F(RecordLog, ADestinationThatAsksForTheLogWhileItIsMadeGetsIt)
 class RecordLogDebug : public RecordLog
 {
 protected:
-    RecordLogDebug() : RecordLog(TO_FILE + "Library 106 7\n") {}
+    RecordLogDebug() : RecordLog(LIBRARY_TO_FILE) {}
 };
 
 TEST_F(RecordLogDebug, TheBeginIsToldForDebugging)

@@ -51,9 +51,6 @@ struct MemoryInfoImport
     static constexpr const char* NAME = "K32GetProcessMemoryInfo";
 };
 
-// Written out, as Clang may make it before TO_FILE.
-const std::string ALL_OF_THE_LIBRARY = "2\nfile_size_limit_in_mb=0\nLibrary 106 7\n";
-
 /// Opens the protected members.
 struct Protected : Gatherer
 {
@@ -117,7 +114,7 @@ class InertGatherer : public ::testing::Test
 protected:
     InertGatherer() { KorGLog.Open("test.log", "viewer", false); }
 
-    const LogDirectory m_directory{ALL_OF_THE_LIBRARY};
+    const LogDirectory m_directory{LIBRARY_TO_FILE};
 };
 
 TEST_F(InertGatherer, IsWhatThereIsWithoutActivation)
@@ -259,7 +256,7 @@ protected:
             *local = *universal;
             return TRUE;
         }};
-    const LogDirectory m_directory{ALL_OF_THE_LIBRARY};
+    const LogDirectory m_directory{LIBRARY_TO_FILE};
     Gatherer* m_session = nullptr;
 };
 

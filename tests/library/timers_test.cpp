@@ -259,7 +259,7 @@ TEST_F(Timers, ReadingAndRemovingWhatIsNotThereIsReportedThreeTimes)
 
 TEST_F(Timers, AtDebugLevelEachQuestionIsTold)
 {
-    m_directory.configure(TO_FILE + "Library 106 7\n");
+    m_directory.configure(LIBRARY_TO_FILE);
     KorGLog.ReadFile();
     KorGLog.ClearCacheTable();
     m_timers.AddTimer("a");

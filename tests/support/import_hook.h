@@ -21,7 +21,7 @@ inline HMODULE library_module() { return ::GetModuleHandleA("LUMlog.dll"); }
 /// Points every import slot of `function` in `module` at `replacement` until destroyed. Slots are
 /// found by function name alone, as the same call may come from one DLL or another.
 ///
-/// Not seen: addresses that the module gets from GetProcAddress (hook that), and calls that other
+/// Not seen: addresses that the module gets from GetProcAddress (FoundHook is for those), and calls that other
 /// modules make on its behalf. Hooks of one function end in the reverse order of their making.
 class ImportHook
 {

@@ -17,6 +17,10 @@ inline const std::string TO_STDERR = "0\nfile_size_limit_in_mb=0\n";
 inline const std::string TO_EVENT_LOG = "1\nfile_size_limit_in_mb=0\n";
 inline const std::string TO_FILE = "2\nfile_size_limit_in_mb=0\n";
 
+/// One with which the log file has all that the library itself tells. No object, so that others can be made of it
+/// whatever their order.
+inline constexpr char LIBRARY_TO_FILE[] = "2\nfile_size_limit_in_mb=0\nLibrary 106 7\n";
+
 /// The directory, with a `logger` file in it; PRISMATE_LOG_DIR names it during the scope. Make it
 /// before the log that is to use it.
 class LogDirectory

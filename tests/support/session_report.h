@@ -22,10 +22,6 @@
 #include "import_hook.h"
 #include "log_directory.h"
 
-/// A `logger` file with which the log file has all that the library itself tells.
-// Written out, as Clang may make it before TO_FILE.
-inline const std::string LIBRARY_TO_FILE = "2\nfile_size_limit_in_mb=0\nLibrary 106 7\n";
-
 /// 2024-01-31 08:00:00.000 UTC
 constexpr std::int64_t MORNING = 1706688000000;
 

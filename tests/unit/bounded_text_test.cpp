@@ -4,7 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstdint>
 #include <limits>
 #include <string>
@@ -37,51 +36,6 @@ TEST(CopiedText, OfAnyLengthIsWholeAndNoMore)
         ASSERT_EQ(kor::core::copy_text(to.data(), from.data(), length), to.data() + length);
         ASSERT_EQ(std::string_view(to.data(), length), text);
         ASSERT_TRUE(to.guards_hold());
-    }
-}
-
-TEST(Digits, AreCountedAtEachPowerOfTen)
-{
-    std::uint64_t power = 1;
-    for (int count = 1; count <= 20; ++count)
-    {
-        EXPECT_EQ(kor::core::count_digits(power), count);
-        EXPECT_EQ(kor::core::count_digits(power - 1), std::max(count - 1, 1));
-        if (count < 20)
-            power *= 10;
-    }
-    EXPECT_EQ(kor::core::count_digits(std::numeric_limits<std::uint64_t>::max()), 20);
-}
-
-TEST(Digits, AreTheLastOnesWithZerosInFront)
-{
-    struct Row
-    {
-        std::uint64_t value;
-        int count;
-        const char* expected;
-    };
-    const Row rows[] = {
-        {0, 0, ""},
-        {0, 1, "0"},
-        {0, 2, "00"},
-        {7, 1, "7"},
-        {7, 4, "0007"},
-        {42, 2, "42"},
-        {42, 3, "042"},
-        {105, 3, "105"},
-        {1234, 1, "4"},
-        {1234, 2, "34"},
-        {1234, 3, "234"},
-        {9'876'543'210, 10, "9876543210"},
-        {std::numeric_limits<std::uint64_t>::max(), 20, "18446744073709551615"},
-    };
-    for (const Row& row : rows)
-    {
-        GuardedBuffer buffer(static_cast<std::size_t>(row.count));
-        EXPECT_EQ(kor::core::put_digits(buffer.data(), row.value, row.count), buffer.data() + row.count);
-        EXPECT_EQ(std::string_view(buffer.data(), static_cast<std::size_t>(row.count)), row.expected);
-        EXPECT_TRUE(buffer.guards_hold());
     }
 }
 
