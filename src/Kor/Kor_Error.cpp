@@ -126,5 +126,3 @@ void Kor_GError::Log(const char* name, unsigned long code)
         own->ResetLogMsg();
     }
 }
-
-Kor_GError KorGError;

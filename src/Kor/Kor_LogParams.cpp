@@ -1,0 +1,91 @@
+// What a message is to say of itself, and whom the process works for.
+
+#include <cstdlib>
+#include <utility>
+
+#include "Kor/diagnostics.h"
+#include "Kor/identity.h"
+#include "Kor_LogFile.h"
+#include "core/headline.h"
+#include "win/kept_errors.h"
+#include "win/text.h"
+
+using kor::win::duplicate;
+using kor::win::KeptErrors;
+using kor::win::OwnerLockGuard;
+
+// What is rejected, which is most, costs a few loads and no frame; the rest is in note_params.
+int Kor_LogFile::StoreParams(const char* file, const char* function, int line, int level, int package, int)
+{
+    return IsRejected(level, package) ? 0 : note_params(file, function, line, level, package);
+}
+
+int Kor_LogFile::note_params(const char* file, const char* function, int line, int level, int package)
+{
+    if (level > current_level(package))
+        return 0;
+    const KeptErrors kept;
+    Kor_LogMTVars* const vars = context();
+    if (vars == nullptr)
+        return 0;
+    vars->UpdateTime();
+    ++vars->m_uses;
+    vars->m_level = level;
+    vars->m_package = package;
+    vars->m_accepted = 1;
+    vars->m_file = file == nullptr ? "unknown file" : kor::core::file_name_of(file);
+    vars->m_line = line;
+    vars->m_function = function;
+    return 1;
+}
+
+void Kor_LogFile::SetOutLogLevel(int level)
+{
+    const KeptErrors kept;
+    if (Kor_LogMTVars* const vars = context())
+        vars->m_level = level;
+}
+
+void Kor_LogFile::SetIP(const char* ip)
+{
+    char* text = duplicate(ip);
+    {
+        const OwnerLockGuard guard(kor::identity_lock);
+        std::swap(Kor_LogMTVars::m_str_ip_address, text);
+        Kor_LogMTVars::m_session_id = 0;
+        ++kor::identity_changes;
+    }
+    note_context_change();
+    std::free(text);
+    KOR_TRACE("SetIP: Log Context changed to [%s [%d]]\n", ip == nullptr ? "(null)" : ip, 0);
+}
+
+void Kor_LogFile::SetIPAndSID(const char* ip, long sid)
+{
+    SetIP(ip);
+    {
+        const OwnerLockGuard guard(kor::identity_lock);
+        Kor_LogMTVars::m_session_id = sid;
+        ++kor::identity_changes;
+    }
+    note_context_change();
+    KOR_TRACE("SetIPAndSID: Log Context changed to [%s [%d]]\n", ip == nullptr ? "(null)" : ip, static_cast<int>(sid));
+}
+
+void Kor_LogFile::SetThreadName(const char* name)
+{
+    const KeptErrors kept;
+    if (context() == nullptr) // made first, as a new context forgets the name
+        return;
+    char* text = duplicate(name);
+    std::swap(*Kor_LogMTVars::m_thread_name.find(), text);
+    note_context_change();
+    std::free(text);
+    KOR_TRACE("SetThreadName: Log head changed to include thread name [%s]\n", name == nullptr ? "(null)" : name);
+}
+
+void Kor_LogFile::note_context_change() noexcept
+{
+    m_context_changed = true;
+    m_cache_generation.fetch_add(0x100);
+}

@@ -1,0 +1,313 @@
+// The way of an accepted message: formatted, given a headline, and out to where the configuration says.
+
+#include <windows.h>
+
+#include <algorithm>
+#include <cstdarg>
+#include <cstdio>
+#include <new>
+#include <string>
+#include <string_view>
+
+#include "Kor/log_lock.h"
+#include "Kor_LogFile.h"
+#include "core/message.h"
+#include "core/size_limit.h"
+#include "win/append_file.h"
+#include "win/console.h"
+#include "win/format.h"
+#include "win/kept_errors.h"
+
+using kor::LogLock;
+using kor::core::MAX_MESSAGE;
+using kor::core::MESSAGE_SIZE;
+using kor::win::KeptErrors;
+
+namespace
+{
+int clamp_level(int level) noexcept { return std::clamp(level, 0, Kor_LogMTVars::LEVEL_COUNT - 1); }
+
+/// Resets a thread's message parameters at the end of a scope.
+class ParamsReset
+{
+public:
+    explicit ParamsReset(Kor_LogMTVarsPtr& vars) noexcept : m_vars(vars) {}
+    ParamsReset(const ParamsReset&) = delete;
+    ParamsReset& operator=(const ParamsReset&) = delete;
+    ~ParamsReset() { m_vars->ResetParams(); }
+
+private:
+    Kor_LogMTVarsPtr& m_vars;
+};
+} // namespace
+
+/// A formatted message on its way out.
+struct Kor_LogFile::Line
+{
+    unsigned long code;
+    std::string_view text; // ends at a terminator
+    int length;            // as the caller or the formatter told it: -1 for a text that was cut
+
+    bool has_headline() const noexcept { return code == KOR_MSG_HEADLINE; }
+
+    bool ends_with_newline() const noexcept
+    {
+        return length > 0 && static_cast<std::size_t>(length) <= text.size() &&
+               text[static_cast<std::size_t>(length) - 1] == '\n';
+    }
+
+    /// new_line: for a message that does not end in one.
+    kor::core::LineParts parts(Kor_LogMTVars& vars, std::string_view new_line) const noexcept
+    {
+        if (ends_with_newline())
+            new_line = {};
+        if (!has_headline())
+            return {{}, text, new_line};
+        return {vars.full_headline(), text, new_line};
+    }
+};
+
+void Kor_LogFile::Log(const char* format, ...)
+{
+    const KeptErrors kept;
+    const Kor_LogMTVarsPtr* const vars = find_accepted_context();
+    if (vars == nullptr)
+        return;
+    va_list args;
+    va_start(args, format);
+    send(*vars, KOR_MSG_HEADLINE, format, args, true);
+    va_end(args);
+}
+
+int Kor_LogFile::LogNoHeadline(unsigned long code, const char* format, ...)
+{
+    const KeptErrors kept;
+    const Kor_LogMTVarsPtr* const vars = find_accepted_context();
+    if (vars == nullptr)
+        return -1;
+    va_list args;
+    va_start(args, format);
+    send(*vars, code, format, args, true);
+    va_end(args);
+    return 0;
+}
+
+int Kor_LogFile::LogNoHeadline(const char* format, ...)
+{
+    const KeptErrors kept;
+    const Kor_LogMTVarsPtr* const vars = find_accepted_context();
+    if (vars == nullptr)
+        return -1;
+    va_list args;
+    va_start(args, format);
+    send(*vars, KOR_MSG_NO_HEADLINE, format, args, true);
+    va_end(args);
+    return 0;
+}
+
+void Kor_LogFile::PrintAndLog(const char* format, ...)
+{
+    const KeptErrors kept;
+    const Kor_LogMTVarsPtr* const vars = find_accepted_context();
+    if (vars == nullptr)
+        return;
+    va_list args;
+    va_start(args, format);
+    kor::win::print(stdout, format, args);
+    send(*vars, KOR_MSG_HEADLINE, format, args, false);
+    va_end(args);
+}
+
+int Kor_LogFile::PrintOrLog(std::FILE* stream, const char* format, ...)
+{
+    const KeptErrors kept;
+    const Kor_LogMTVarsPtr* const vars = stream != nullptr ? find_context() : find_accepted_context();
+    va_list args;
+    va_start(args, format);
+    int result = 0;
+    if (stream != nullptr)
+    {
+        kor::win::print(stream, format, args);
+        std::fflush(stream);
+        if (vars != nullptr)
+            (*vars)->ResetParams();
+    }
+    else if (vars != nullptr)
+        send(*vars, KOR_MSG_NO_HEADLINE, format, args, false);
+    else
+        result = -1;
+    va_end(args);
+    return result;
+}
+
+void Kor_LogFile::OSErrLog(unsigned int error, const char* format, ...)
+{
+    const KeptErrors kept;
+    const Kor_LogMTVarsPtr* const vars = find_accepted_context();
+    if (vars == nullptr)
+        return;
+    std::string whole;
+    const char* used = format;
+    try
+    {
+        const std::string details = kor::win::system_text(error, true);
+        whole = format == nullptr ? "(null)" : format;
+        whole += details.empty()
+                     ? " Unable to fetch message for system error " + std::to_string(static_cast<int>(error)) + ".\n"
+                     : " " + details + "\n";
+        used = whole.c_str();
+    }
+    catch (const std::bad_alloc&) // then without the system's text
+    {
+    }
+    va_list args;
+    va_start(args, format);
+    send(*vars, KOR_MSG_HEADLINE, used, args, true);
+    va_end(args);
+}
+
+void Kor_LogFile::OSLog(const char* call, unsigned int error)
+{
+    const KeptErrors kept;
+    std::string details;
+    try
+    {
+        details = kor::win::system_text(error, false);
+    }
+    catch (const std::bad_alloc&) // then without the system's text
+    {
+    }
+    if (details.empty())
+        Log("System call <%s> failed.\n", call);
+    else
+        Log("System call <%s> failed. Error code: %lu. Error details: %s\n", call, static_cast<unsigned long>(error),
+            details.c_str());
+}
+
+int Kor_LogFile::SendLog(unsigned long code, const char* format, char* args)
+{
+    return SendLog(code, format, args, true);
+}
+
+int Kor_LogFile::SendLog(unsigned long code, const char* format, char* args, bool add_newline)
+{
+    const KeptErrors kept;
+    if (const Kor_LogMTVarsPtr* const vars = find_context())
+        send(*vars, code, format, args, add_newline);
+    return 0;
+}
+
+int Kor_LogFile::SendLogNoLimit(unsigned long code, char* text, int length)
+{
+    const KeptErrors kept;
+    if (const Kor_LogMTVarsPtr* const vars = find_context())
+        send_text(*vars, {code, text == nullptr ? "" : text, length});
+    return 0;
+}
+
+void Kor_LogFile::send(
+    const Kor_LogMTVarsPtr& vars, unsigned long code, const char* format, char* args, bool add_newline)
+{
+    char buffer[MESSAGE_SIZE];
+    int length = kor::win::format_message(buffer, format, args);
+    if (add_newline)
+        length = kor::core::end_with_newline(buffer, length);
+    send_text(vars, {code, {buffer, static_cast<std::size_t>(length < 0 ? MAX_MESSAGE : length)}, length});
+}
+
+void Kor_LogFile::send_text(Kor_LogMTVarsPtr vars, const Line& line)
+{
+    const Kor_LogConf* const conf = m_conf;
+    int output = conf == nullptr ? static_cast<int>(Kor_LogConf::OUTPUT_STDERR) : conf->GetOutput();
+    if (output == Kor_LogConf::OUTPUT_PRIVATE_FILE && m_file == nullptr)
+        output = m_console_mode ? Kor_LogConf::OUTPUT_STDERR : Kor_LogConf::OUTPUT_SYSLOG_FILE;
+
+    if (output == Kor_LogConf::OUTPUT_STDERR)
+        write_console(*vars.operator->(), line);
+    else if (output == Kor_LogConf::OUTPUT_PRIVATE_FILE)
+        write_private_file(*vars.operator->(), line);
+    else
+        write_event(*vars.operator->(), line);
+    // What the parameters point at may be gone after this, also where a destination throws.
+    const ParamsReset reset(vars);
+    ++vars->m_uses;
+    if (m_destination_count != 0)
+        write_destinations(vars, line);
+}
+
+void Kor_LogFile::write_console(Kor_LogMTVars& vars, const Line& line)
+{
+    if (vars.m_level < 4)
+        kor::win::set_console_colour(kor::win::BRIGHT_RED);
+    else if (vars.m_level == 4)
+        kor::win::set_console_colour(kor::win::YELLOW);
+    else if (vars.m_level < 7)
+        kor::win::set_console_colour(kor::win::BRIGHT_GREEN);
+    const kor::core::ComposedLine whole(line.parts(vars, " \n"));
+    std::fwrite(whole.text().data(), 1, whole.text().size(), stderr);
+    std::fflush(stderr);
+    kor::win::set_console_colour(kor::win::WHITE);
+}
+
+void Kor_LogFile::write_private_file(Kor_LogMTVars& vars, const Line& line)
+{
+    if (!ValidateFileMaxSizeInaccurately())
+        return;
+    m_append_file->write(line.parts(vars, "\n"));
+}
+
+void Kor_LogFile::write_event(Kor_LogMTVars& vars, const Line& line)
+{
+    const char* strings[2];
+    WORD count = 0;
+    if (line.has_headline())
+        strings[count++] = vars.AsStringPartialWS(false);
+    strings[count++] = line.text.data();
+    ::ReportEventA(
+        m_event_source, static_cast<WORD>(m_event_types[clamp_level(vars.m_level)]), static_cast<WORD>(vars.m_package),
+        line.code, nullptr, count, 0, strings, nullptr);
+}
+
+void Kor_LogFile::write_destinations(const Kor_LogMTVarsPtr& vars, const Line& line)
+{
+    const LogLock lock(m_lock);
+    const Kor_LogMTVars::Message message = vars->message();
+    std::uint32_t uses = vars->m_uses;
+    for (std::size_t i = 0; i < m_destination_count; ++i)
+    {
+        m_destinations.at(i)->LogMessage(
+            vars, !line.has_headline(), line.text.data(), static_cast<unsigned int>(line.length));
+        if (vars->m_uses == uses)
+            continue;
+        uses = vars->m_uses;
+        vars->restore(message); // it has logged itself, and what it left is its own message's
+    }
+}
+
+bool Kor_LogFile::ValidateFileMaxSizeInaccurately()
+{
+    const Kor_LogConf* const conf = m_conf;
+    const auto limit = conf == nullptr ? 0 : static_cast<std::uint32_t>(conf->GetSizeLimitInMb());
+    if (m_file == nullptr || limit == 0)
+        return true;
+    if (m_size_countdown.fetch_sub(1) > 0)
+        return !m_size_exceeded;
+
+    // A file that is over its limit may have been cleared from outside.
+    const kor::core::SizeVerdict verdict = kor::core::judge_size(m_append_file->size(m_size_exceeded), limit);
+    m_size_countdown = verdict.countdown;
+    const bool exceeded_before = m_size_exceeded.exchange(verdict.exceeded);
+    if (verdict.exceeded && !exceeded_before)
+    {
+        char notice[512];
+        const int length = std::snprintf(
+            notice, sizeof notice,
+            "*** Log file size (ESTIMATED around %dmb) exceed limit defined in logger file. Logs are disabled until "
+            "file is cleared. ***\n"
+            "*** Note: if you clear the file it will only start writing again after ~500 log lines, or after you call "
+            "log log update manually (LevelSync.exe -u). ***\n",
+            static_cast<int>(verdict.megabytes));
+        m_append_file->write(std::string_view(notice, static_cast<std::size_t>(length)));
+    }
+    return !verdict.exceeded;
+}
