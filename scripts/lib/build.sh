@@ -1,6 +1,11 @@
 # shellcheck shell=bash
 # Configuring and building the trees under build/, one for each preset.
 
+# What was compiled before, in this tree or in another clone of it, is taken from a cache: the paths that compilers
+# are given are looked at from the tree's root.
+export CCACHE_DIR=$cache_dir/ccache CCACHE_BASEDIR=$project_dir CCACHE_NOHASHDIR=1 CCACHE_MAXSIZE=5G
+export CCACHE_SLOPPINESS=pch_defines,time_macros
+
 # configure_preset PRESET: only where that was not done yet, or differently; a build re-runs
 # CMake by itself when a list of sources changed.
 configure_preset()
@@ -16,12 +21,13 @@ configure_preset()
             ;;
     esac
     wanted=$(cat "$project_dir/CMakePresets.json" "$project_dir"/cmake/toolchains/*.cmake &&
-        printf '%s\n' "$prefix_path" "$java_path")
+        printf '%s\n' "$prefix_path" "$java_path" ccache)
     if [ -f "$tree/build.ninja" ] && [ "$wanted" = "$(cat "$tree/configured-as" 2>/dev/null)" ]; then
         return 0
     fi
     run_logged "Configuring $preset" "$preset-configure" \
         cmake -S "$project_dir" --preset "$preset" --fresh \
+        -D CMAKE_C_COMPILER_LAUNCHER=ccache -D CMAKE_CXX_COMPILER_LAUNCHER=ccache \
         -D "CMAKE_PREFIX_PATH=$prefix_path" ${java_path:+-D "LUMLOG_WINDOWS_JDK=$java_path"} || return
     printf '%s\n' "$wanted" >"$tree/configured-as"
 }

@@ -3,7 +3,7 @@
 
 # What every script needs: the cross compiler, the build tools and Wine.
 base_packages=(
-    cmake ninja-build make perl dpkg-dev
+    cmake ninja-build ccache make perl dpkg-dev
     g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64
     wine wine64 googletest
 )
