@@ -27,8 +27,8 @@ const LogDirectory* directory = nullptr;
 
 // Names of clients, one for each thread, which pad the line to its length.
 constexpr std::array<const char*, MAX_THREADS> CLIENTS = {
-    "client-0 at the workstation in reading room number 12", "client-1 at the workstation in reading room number 12",
-    "client-2 at the workstation in reading room number 12", "client-3 at the workstation in reading room number 12"};
+    "client-0 at the workstation in archive hall number 12", "client-1 at the workstation in archive hall number 12",
+    "client-2 at the workstation in archive hall number 12", "client-3 at the workstation in archive hall number 12"};
 
 /// Lines that each thread has written since the file was made.
 std::array<int, MAX_THREADS> written;

@@ -50,14 +50,14 @@ void slot_get(benchmark::State& state)
 void error_set_text(benchmark::State& state)
 {
     for (auto _ : state)
-        KorGError.SetLogMsg("%s ends after %d rows", "head.dcm", 17);
+        KorGError.SetLogMsg("%s ends after %d rows", "front.png", 17);
 }
 
 // Names -------------------------------------------------------------------------------------------------
 constexpr int FAMILIES = 20;
 constexpr int ENUMERATORS = 30;
 
-std::string family_name(int family) { return "Modality_" + std::to_string(family); }
+std::string family_name(int family) { return "PaperSize_" + std::to_string(family); }
 std::string enumerator_name(int family, int value)
 {
     return "FAMILY_" + std::to_string(family) + "_VALUE_" + std::to_string(value);

@@ -23,7 +23,7 @@ float next_value() noexcept
     return values[records_written++ % std::size(values)];
 }
 
-void write_record(Kor_PerformanceLog* log) { log->WriteRecord("scan", "load", next_value(), "series 12", "image 3"); }
+void write_record(Kor_PerformanceLog* log) { log->WriteRecord("scan", "load", next_value(), "album 12", "image 3"); }
 
 /// Goes on with records that are there already. Their memory is part of the time.
 void record(benchmark::State& state)
@@ -103,7 +103,7 @@ void printed_record(benchmark::State& state, FILE* file)
         const auto value = static_cast<double>(next_value());
         --records_written;
         print(
-            file, "%I64d,%s,%s,%g,%s,%s\n", counter() * 1000 / frequency.QuadPart, "scan", "load", value, "series 12",
+            file, "%I64d,%s,%s,%g,%s,%s\n", counter() * 1000 / frequency.QuadPart, "scan", "load", value, "album 12",
             "image 3");
     }
 }

@@ -47,7 +47,7 @@ void counted_with_text(benchmark::State& state)
     int number = 0;
     for (auto _ : state)
         gatherer().reportEvent(
-            L"Image", L"loaded", WARNING | Gatherer::COUNTED, 1, L"series %d, image %ls", ++number, L"thorax");
+            L"Image", L"loaded", WARNING | Gatherer::COUNTED, 1, L"album %d, image %ls", ++number, L"cover");
 }
 
 void state_replaced(benchmark::State& state)
@@ -78,7 +78,7 @@ void fill_history()
 {
     gatherer().setHistorySize(MANY_EVENTS);
     for (unsigned i = 0; i < MANY_EVENTS; ++i)
-        gatherer().reportEvent(L"Image", L"loaded & shown", WARNING, 1, L"series %u, <image> %u", i / 100, i);
+        gatherer().reportEvent(L"Image", L"loaded & shown", WARNING, 1, L"album %u, <image> %u", i / 100, i);
 }
 
 void report(benchmark::State& state, const std::wstring& path)
@@ -122,8 +122,8 @@ void fill_statistics()
 {
     for (unsigned i = 0; i < MANY_ENTRIES; ++i)
         gatherer().reportEvent(
-            L"Study", std::to_wstring(i).c_str(), Gatherer::COUNTED | Gatherer::BEGIN_OF_SPAN, 1, nullptr);
-    gatherer().removeFromContext(L"Study", nullptr, true);
+            L"Album", std::to_wstring(i).c_str(), Gatherer::COUNTED | Gatherer::BEGIN_OF_SPAN, 1, nullptr);
+    gatherer().removeFromContext(L"Album", nullptr, true);
 }
 
 void load(benchmark::State& state, const std::wstring& path)

@@ -24,7 +24,7 @@ struct JavaString
 namespace
 {
 constexpr int MANY = 1000;
-constexpr char MESSAGE[] = "12 of 17 images of the series fit into memory";
+constexpr char MESSAGE[] = "12 of 17 images of the album fit into memory";
 
 /// Adds nothing but the call.
 class IdleDestination : public Kor_LogDestBase

@@ -14,7 +14,7 @@
 
 /// Adds a timer to KorPLog when it is made, and writes its time as "T=title,ms=..." when it goes:
 ///
-///     Kor_PerfmonScope timing("load series");
+///     Kor_PerfmonScope timing("load album");
 ///
 /// Where package 109 does not write that level when the scope begins, it costs next to nothing and no line is
 /// written. Throws nothing; without memory it does not measure. Its line is one like others: where a scope

@@ -20,7 +20,7 @@ class RecordStreams;
 ///
 ///     Kor_PerformanceLog* const log = Kor_PerformanceLog::GetInstance(); // before there are threads
 ///     ...
-///     log->WriteRecord("scan", "load", 0.5f, "series 12", "image 3");
+///     log->WriteRecord("scan", "load", 0.5f, "album 12", "image 3");
 ///     ...
 ///     Kor_PerformanceLog::CloseInstance(); // when the threads have finished
 ///

@@ -63,16 +63,16 @@ void report_work()
     Gatherer* const session = Gatherer::GetInstance();
 
     session->reportEvent(L"Login", L"user1", Gatherer::COUNTED, 1, L"from %ls", L"192.0.2.7");
-    session->reportEvent(L"Patient", nullptr, Gatherer::STATE_OF_TYPE, 1, L"series %d & 13", 12);
-    session->reportEvent(L"Load", L"series 12", Gatherer::BEGIN_OF_SPAN | Gatherer::COUNTED, 17, nullptr);
-    session->reportError(L"Loader", L"cannot read %ls", L"head.dcm");
+    session->reportEvent(L"Reader", nullptr, Gatherer::STATE_OF_TYPE, 1, L"album %d & 13", 12);
+    session->reportEvent(L"Load", L"album 12", Gatherer::BEGIN_OF_SPAN | Gatherer::COUNTED, 17, nullptr);
+    session->reportError(L"Loader", L"cannot read %ls", L"front.png");
     session->reportWarning(L"Loader", L"only %d of %d images fit into memory", 12, 17);
 }
 
 int end_session()
 {
     Kor_SessionLogGatherer::GetInstance()->reportEvent(
-        L"Load", L"series 12", Kor_SessionLogGatherer::END_OF_SPAN, 0, nullptr);
+        L"Load", L"album 12", Kor_SessionLogGatherer::END_OF_SPAN, 0, nullptr);
     Kor_SessionLog::GetInstance()->createSessionReport();
     Kor_SessionLogHost::destroy(); // saves the state
     return 0;

@@ -47,7 +47,7 @@ int main()
     KorGLog.RegisterLogDestination(&copy);
     KorGLog.RegisterLogDestination(&errors);
 
-    KOR_LOG(KorGLog, 3, PACKAGE_LOADER, "cannot read %s", "head.dcm");
+    KOR_LOG(KorGLog, 3, PACKAGE_LOADER, "cannot read %s", "front.png");
     KOR_LOG(KorGLog, 4, PACKAGE_LOADER, "trying the archive instead");
 
     KorGLog.UnregisterLogDestination(&errors);

@@ -18,14 +18,14 @@ bool load(const char* path)
     return false;
 }
 
-bool open_series() { return load("head.dcm"); }
+bool open_album() { return load("front.png"); }
 } // namespace
 
 int main()
 {
     KorGLog.Open("errors.log", "errors");
 
-    if (!open_series())
+    if (!open_album())
     {
         std::printf("error %lu of package %lu\n", KorGError.Get(), KorGError.GetPackage());
         // What was detected further down is logged, and stays.
@@ -38,7 +38,7 @@ int main()
     }
 
     // One that the C runtime has set is explained.
-    if (std::fopen("no such folder\\head.dcm", "rb") == nullptr &&
+    if (std::fopen("no such folder\\front.png", "rb") == nullptr &&
         KorGLog.StoreParams(KOR_FILE_NAME, __func__, __LINE__, 4, PACKAGE_LOADER) != 0)
         KorGError.Log("ENOENT", ENOENT);
     return 0;

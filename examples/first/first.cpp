@@ -11,5 +11,5 @@ int main()
     KOR_LOG(KorGLog, 7, PACKAGE_VIEWER, "debug lines appear when the package's level is 7");
 
     if (KorGLog.StoreParams(KOR_FILE_NAME, __func__, __LINE__, 3, PACKAGE_VIEWER)) // the same by hand
-        KorGLog.Log("cannot read %s", "head.dcm");
+        KorGLog.Log("cannot read %s", "front.png");
 }

@@ -12,7 +12,7 @@ public final class Viewer
     private static final int PACKAGE_VIEWER = 310; // your number: 0 to 749
     private static final int WARNING = 4;
     private static final int DEBUG = 7;
-    private static final List<String> IMAGES = Arrays.asList("head.dcm", "neck.dcm");
+    private static final List<String> IMAGES = Arrays.asList("front.png", "back.png");
 
     private Viewer()
     {
@@ -23,7 +23,7 @@ public final class Viewer
         KoralLog.log(PACKAGE_VIEWER, DEBUG, "loading " + image);
 
         // A place by hand costs no look at the stack.
-        KoralLog.tlogln(PACKAGE_VIEWER, WARNING, "<Loader,Viewer.load:77>" + image + " has no patient name");
+        KoralLog.tlogln(PACKAGE_VIEWER, WARNING, "<Loader,Viewer.load:77>" + image + " has no page number");
     }
 
     public static void main(String[] arguments) throws InterruptedException
@@ -43,6 +43,6 @@ public final class Viewer
             KoralLog.log(PACKAGE_VIEWER, DEBUG, "shown are " + String.join(" and ", IMAGES));
 
         // Without a headline, whatever the levels say.
-        KoralLog.tlog(0, "--- the study is complete ---");
+        KoralLog.tlog(0, "--- the album is complete ---");
     }
 }

@@ -21,11 +21,11 @@ int main()
 {
     KorGLog.Open("measure.log", "measure");
     KorPLog.Open("measure.perf", "measure");
-    KorPLog.SetContext(" CT");
+    KorPLog.SetContext(" A4");
 
     // The time of a scope.
     {
-        const Kor_PerfmonScope timing("load series");
+        const Kor_PerfmonScope timing("load album");
         read_images();
     }
 

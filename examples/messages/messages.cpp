@@ -40,7 +40,7 @@ int main()
 
     // To standard output and to the log.
     if (KorGLog.StoreParams(KOR_FILE_NAME, __func__, __LINE__, 4, PACKAGE_LOADER) != 0)
-        KorGLog.PrintAndLog("%d studies found\n", 3);
+        KorGLog.PrintAndLog("%d albums found\n", 3);
 
     // To a stream if there is one, else to the log, without a headline.
     KorGLog.PrintOrLog(stdout, "progress: %d %%\n", 50);

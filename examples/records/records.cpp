@@ -16,7 +16,7 @@ using Clock = std::chrono::steady_clock;
 /// Stands for work.
 void load_image(int number) { ::Sleep(static_cast<DWORD>(5 + number)); }
 
-void load_series(const char* series)
+void load_album(const char* album)
 {
     Kor_PerformanceLog* const records = Kor_PerformanceLog::GetInstance();
     for (int number = 1; number <= 3; ++number)
@@ -25,7 +25,7 @@ void load_series(const char* series)
         const Clock::time_point start = Clock::now();
         load_image(number);
         const std::chrono::duration<float, std::milli> taken = Clock::now() - start;
-        records->WriteRecord("viewer", "load", taken.count(), series, image.c_str());
+        records->WriteRecord("viewer", "load", taken.count(), album, image.c_str());
     }
 }
 } // namespace
@@ -36,8 +36,8 @@ int main()
     if (Kor_PerformanceLog::GetInstance() == nullptr) // makes the file, before there are threads
         return 1;
 
-    std::thread first(load_series, "series 12");
-    std::thread second(load_series, "series 17");
+    std::thread first(load_album, "album 12");
+    std::thread second(load_album, "album 17");
     first.join();
     second.join();
 

@@ -23,18 +23,18 @@ constexpr int IMAGES = 40;
 void decode_image() { std::this_thread::sleep_for(std::chrono::milliseconds(2)); }
 
 /// One for each of several threads: a span is found again by its type and subject.
-void load_series(const wchar_t* series)
+void load_album(const wchar_t* album)
 {
     Session* const session = Session::GetInstance();
-    session->reportEvent(L"Load", series, Session::BEGIN_OF_SPAN | Session::COUNTED, IMAGES, nullptr);
+    session->reportEvent(L"Load", album, Session::BEGIN_OF_SPAN | Session::COUNTED, IMAGES, nullptr);
     for (int image = 1; image <= IMAGES; ++image)
     {
         decode_image();
-        session->reportEvent(L"Image", L"decoded", Session::COUNTED | Session::level(6), 1, L"%ls, %d", series, image);
+        session->reportEvent(L"Image", L"decoded", Session::COUNTED | Session::level(6), 1, L"%ls, %d", album, image);
         if (image == 17)
-            session->reportWarning(series, L"image %d has no position", image);
+            session->reportWarning(album, L"image %d has no page number", image);
     }
-    session->reportEvent(L"Load", series, Session::END_OF_SPAN, 0, L"%d images", IMAGES);
+    session->reportEvent(L"Load", album, Session::END_OF_SPAN, 0, L"%d images", IMAGES);
 }
 
 void work()
@@ -42,16 +42,16 @@ void work()
     Session* const session = Session::GetInstance();
     session->reportEvent(L"Version", L"viewer", Session::STATE | Session::CONFIGURATION, 1, L"%ls", L"4.2.17");
     session->reportEvent(L"Layout", nullptr, Session::STATE_OF_TYPE | Session::level(4), 1, L"one image");
-    session->reportStatsEventSubject(L"Load", L"series 17", L"Load", L"any series");
-    session->reportStatsEventSubject(L"Load", L"series 12", L"Load", L"any series");
+    session->reportStatsEventSubject(L"Load", L"album 17", L"Load", L"any album");
+    session->reportStatsEventSubject(L"Load", L"album 12", L"Load", L"any album");
 
-    session->storeMemoryStatus(L"before the series");
+    session->storeMemoryStatus(L"before the album");
     std::vector<std::thread> loaders;
-    for (const wchar_t* const series : {L"series 12", L"series 17"})
-        loaders.emplace_back(load_series, series);
+    for (const wchar_t* const album : {L"album 12", L"album 17"})
+        loaders.emplace_back(load_album, album);
     for (std::thread& loader : loaders)
         loader.join();
-    session->reportMemoryDifference(L"Series", L"before the series", Session::COUNTED);
+    session->reportMemoryDifference(L"Album", L"before the album", Session::COUNTED);
 
     session->reportEvent(L"Layout", nullptr, Session::STATE_OF_TYPE | Session::level(4), 1, L"two by two");
     session->reportError(L"printer", L"the printer %ls does not answer", L"LW-2");

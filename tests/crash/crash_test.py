@@ -132,10 +132,10 @@ def low_half(address):
 # What the host reports before it crashes.
 COUNTED_LOGIN = "/*/stats/statentry[@type='Login'][@subject='user1'][@count='{}']/weight[@min=1][@avg=1][@max=1]"
 REPORTED_WORK = [
-    "/*/context/event[@type='Load'][@subject='series 12'][@weight='17']",
-    "/*/context/event[@type='Patient'][not(@subject)]/info[.='series 12 & 13']",
+    "/*/context/event[@type='Load'][@subject='album 12'][@weight='17']",
+    "/*/context/event[@type='Reader'][not(@subject)]/info[.='album 12 & 13']",
     "/*/history/event[@type='Login'][@subject='user1'][@begintime=@endtime]/info[.='from 192.0.2.7']",
-    "/*/errors/event[@type='Error'][@subject='Loader']/info[.='cannot read head.dcm']",
+    "/*/errors/event[@type='Error'][@subject='Loader']/info[.='cannot read front.png']",
     "/*/warnings/event[@type='Warning'][@subject='Loader']/info[.='only 12 of 17 images fit into memory']",
     COUNTED_LOGIN.format(1),
 ]

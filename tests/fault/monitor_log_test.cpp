@@ -127,7 +127,7 @@ TEST_F(MonitorLog, ALineHasTimeLevelApplicationIdsContextAndText)
     EXPECT_EQ(log.Open("perf.log", "viewer"), 0);
     ASSERT_EQ(log.StoreParams("Kor_Image", 210, 5, 17), 1);
     log.Log("loaded %d images\n", 3);
-    log.SetContext("CT");
+    log.SetContext("A4");
     log.Log("loaded %s\n", "all");
     log.SetContext(nullptr);
     log.Log("no newline");
@@ -135,7 +135,7 @@ TEST_F(MonitorLog, ALineHasTimeLevelApplicationIdsContextAndText)
 
     EXPECT_EQ(
         file(), START + TIME + "5 viewer[<pid>,<tid>]: =loaded 3 images\n" + TIME +
-                    "5 viewer[<pid>,<tid>]CT: =loaded all\n" + TIME + "5 viewer[<pid>,<tid>]: =no newline, bare 1\n");
+                    "5 viewer[<pid>,<tid>]A4: =loaded all\n" + TIME + "5 viewer[<pid>,<tid>]: =no newline, bare 1\n");
     EXPECT_EQ(m_events, std::vector<Event>{});
 }
 
@@ -536,12 +536,12 @@ TEST_F(MonitorEvents, ALineIsOneEventOfContextAndText)
     reported();
     m_log.StoreParams("x", 1, 5, 17);
     m_log.Log("one %d\n", 1);
-    m_log.SetContext("CT");
+    m_log.SetContext("A4");
     m_log.Log("two");
     EXPECT_EQ(
         reported(),
         (std::vector<Event>{
-            event_of(EVENTLOG_WARNING_TYPE, 109, ": =one 1\n"), event_of(EVENTLOG_WARNING_TYPE, 109, "CT: =two")}));
+            event_of(EVENTLOG_WARNING_TYPE, 109, ": =one 1\n"), event_of(EVENTLOG_WARNING_TYPE, 109, "A4: =two")}));
 }
 
 TEST_F(MonitorEvents, TheTypeGoesByTheLevel)
@@ -708,7 +708,7 @@ TEST_F(MonitorLog, LinesOfManyThreadsComeWholeWhileTheContextChanges)
         [&]
         {
             for (int i = 0; !stop; ++i)
-                log.SetContext(i % 3 == 0 ? nullptr : i % 3 == 1 ? "CT" : "a longer context, for a change");
+                log.SetContext(i % 3 == 0 ? nullptr : i % 3 == 1 ? "A4" : "a longer context, for a change");
         });
     run_on_threads(
         8,
@@ -720,7 +720,7 @@ TEST_F(MonitorLog, LinesOfManyThreadsComeWholeWhileTheContextChanges)
         });
     stop = true;
     changer.join();
-    const std::regex form("05/03 14:07:09\\.042 5 viewer\\[\\d+,\\d+\\](|CT|a longer context, for a change): "
+    const std::regex form("05/03 14:07:09\\.042 5 viewer\\[\\d+,\\d+\\](|A4|a longer context, for a change): "
                           "=T=load,thread=(\\d),line=(\\d+)");
     Lines lines = lines_of(m_directory.text("perf.log"));
     lines.erase(lines.begin());

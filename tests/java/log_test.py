@@ -323,12 +323,12 @@ def the_example_writes_what_its_page_shows(run):
     expect("log", outcome.lines, [
         START.replace("koral", "viewer"),
         f"<time> WARNING (310) {main}({memory}) main -> only 12 of 17 images fit into memory",
-        f"<time> DEBUG   (310) {loader}({loading}) load -> loading head.dcm",
-        f"<time> WARNING (310) {loader}(77) load -> head.dcm has no patient name",
-        f"<time> DEBUG   (310) {loader}({loading}) load -> loading neck.dcm",
-        f"<time> WARNING (310) {loader}(77) load -> neck.dcm has no patient name",
-        f"<time> DEBUG   (310) {main}({shown}) main -> shown are head.dcm and neck.dcm",
-        "--- the study is complete ---",
+        f"<time> DEBUG   (310) {loader}({loading}) load -> loading front.png",
+        f"<time> WARNING (310) {loader}(77) load -> front.png has no page number",
+        f"<time> DEBUG   (310) {loader}({loading}) load -> loading back.png",
+        f"<time> WARNING (310) {loader}(77) load -> back.png has no page number",
+        f"<time> DEBUG   (310) {main}({shown}) main -> shown are front.png and back.png",
+        "--- the album is complete ---",
         END.replace("koral", "viewer")])
 
 

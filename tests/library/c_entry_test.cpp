@@ -53,8 +53,8 @@ TEST_F(CEntry, OpeningAgainChangesNothing)
 
 TEST_F(CEntry, WriteLogWritesALineWithAHeadline)
 {
-    WriteLog(3, 3100012, 77, "C:\\src\\tool.c", "load", "cannot read head.dcm");
-    EXPECT_EQ(lines(), Lines{"<time> ERROR   (310) tool (<pid>,<tid>)  tool.c(77) load -> cannot read head.dcm"});
+    WriteLog(3, 3100012, 77, "C:\\src\\tool.c", "load", "cannot read front.png");
+    EXPECT_EQ(lines(), Lines{"<time> ERROR   (310) tool (<pid>,<tid>)  tool.c(77) load -> cannot read front.png"});
 }
 
 TEST_F(CEntry, TheCodeGivesThePackageWhichGivesTheLevel)

@@ -99,9 +99,9 @@ TEST_F(ThreadError, SettingTheTextKeepsTheCodeAndReplacesTheOldText)
 {
     KorGError.Set(30012);
     KorGError.SetLogMsg("old");
-    KorGError.SetLogMsg("%s ends after %u rows", "head.dcm", 17u);
+    KorGError.SetLogMsg("%s ends after %u rows", "front.png", 17u);
     EXPECT_EQ(KorGError.Get(), 30012u);
-    EXPECT_EQ(logged("N", 0), Lines{"Error 30012 detected. head.dcm ends after 17 rows"});
+    EXPECT_EQ(logged("N", 0), Lines{"Error 30012 detected. front.png ends after 17 rows"});
 }
 
 TEST_F(ThreadError, ResettingTheTextKeepsTheCode)

@@ -62,12 +62,12 @@ protected:
 TEST_F(Scope, WritesItsTimeWhenItEnds)
 {
     {
-        const Kor_PerfmonScope timing("load series");
+        const Kor_PerfmonScope timing("load album");
         m_now += 1234;
         EXPECT_EQ(lines(), Lines{});
         EXPECT_EQ(KorPLog.Timers().entries(), 1u);
     }
-    EXPECT_EQ(lines(), Lines{"5 T=load series,ms=1234"});
+    EXPECT_EQ(lines(), Lines{"5 T=load album,ms=1234"});
 }
 
 TEST_F(Scope, StopsEarlyOnRequestAndOnce)

@@ -148,9 +148,9 @@ TEST_F(RecordLog, ARecordIsALineOfItsTimeTextsAndValue)
 {
     FixedCounter counter(10'000'000);
     counter.now = 47'119'999;
-    log().WriteRecord("scan", "load", 0.5f, "series 12", "image 3");
+    log().WriteRecord("scan", "load", 0.5f, "album 12", "image 3");
     Kor_PerformanceLog::CloseInstance();
-    EXPECT_EQ(bytes(), "4711,scan,load,0.5,series 12,image 3\r\n");
+    EXPECT_EQ(bytes(), "4711,scan,load,0.5,album 12,image 3\r\n");
 }
 
 TEST_F(RecordLog, TheTimeIsTheCountersInWholeMilliseconds)

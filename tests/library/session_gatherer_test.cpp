@@ -293,20 +293,20 @@ TEST_F(SessionGatherer, KeepsAnInstantWithTheTimeOfTheCall)
 
 TEST_F(SessionGatherer, KeepsASpanFromItsBeginToItsEndAndCountsIt)
 {
-    m_session->reportEvent(L"Load", L"series", Gatherer::BEGIN_OF_SPAN | Gatherer::COUNTED, 4, L"%d of ", 3);
+    m_session->reportEvent(L"Load", L"album", Gatherer::BEGIN_OF_SPAN | Gatherer::COUNTED, 4, L"%d of ", 3);
     EXPECT_EQ(
-        list("context"), "<event type='Load' subject='series' weight='4' level='0' "
+        list("context"), "<event type='Load' subject='album' weight='4' level='0' "
                          "begintime='2024-03-05 14:07:09.042' endtime='1970-01-01 00:00:00.000'>"
                          "<info>3 of </info></event>");
     m_now += 1000;
-    m_session->reportEvent(L"Load", L"series", Gatherer::END_OF_SPAN, 0, L"%ls", L"four");
+    m_session->reportEvent(L"Load", L"album", Gatherer::END_OF_SPAN, 0, L"%ls", L"four");
     EXPECT_EQ(
-        list("history"), "<event type='Load' subject='series' weight='4' level='0' "
+        list("history"), "<event type='Load' subject='album' weight='4' level='0' "
                          "begintime='2024-03-05 14:07:09.042' endtime='2024-03-05 14:07:10.042'>"
                          "<info>3 of four</info></event>");
     EXPECT_EQ(list("context"), "");
     EXPECT_EQ(
-        list("stats"), "<statentry type='Load' subject='series' count='1'>"
+        list("stats"), "<statentry type='Load' subject='album' count='1'>"
                        "<weight min='4.000000' avg='4.000000' max='4.000000' />"
                        "<totaltimeinmilliseconds min='1000.000000' avg='1000.000000' max='1000.000000' />"
                        "<unittimeinmilliseconds min='250.000000' avg='250.000000' max='250.000000' /></statentry>");
@@ -314,9 +314,9 @@ TEST_F(SessionGatherer, KeepsASpanFromItsBeginToItsEndAndCountsIt)
 
 TEST_F(SessionGatherer, KeepsAnEndWithoutABeginWithNoTimeForItsBegin)
 {
-    m_session->reportEvent(L"Load", L"series", Gatherer::END_OF_SPAN, 1, nullptr);
+    m_session->reportEvent(L"Load", L"album", Gatherer::END_OF_SPAN, 1, nullptr);
     EXPECT_EQ(
-        list("history"), "<event type='Load' subject='series' weight='1' level='0' "
+        list("history"), "<event type='Load' subject='album' weight='1' level='0' "
                          "begintime='1970-01-01 00:00:00.000' endtime='2024-03-05 14:07:09.042'>"
                          "<info></info></event>");
 }

@@ -327,7 +327,7 @@ TEST_F(SessionLoaderHandler, OfTimesThatAreNoneCountsThemAsNotGiven)
 TEST_F(SessionLoaderHandler, OfStatisticsHasItsCountAndThreeTriples)
 {
     Kor_SessionLogGatherer_Stat_Loader loader;
-    loader.start(TestAttributes({{L"type", L"Load"}, {L"subject", L"series"}, {L"count", L"4294967299"}}));
+    loader.start(TestAttributes({{L"type", L"Load"}, {L"subject", L"album"}, {L"count", L"4294967299"}}));
     const auto child = [&](const wchar_t* name, const TestAttributes& attributes)
     {
         loader.startElement(L"", name, name, attributes);
@@ -338,7 +338,7 @@ TEST_F(SessionLoaderHandler, OfStatisticsHasItsCountAndThreeTriples)
     child(L"unittimeinmilliseconds", {{L"avg", L"-0.125000"}, {L"min", L"x"}, {L"max", L""}});
     loader.characters(L"text", 4); // nobody minds
     EXPECT_EQ(loader.statistics().type, L"Load");
-    EXPECT_EQ(loader.statistics().subject, L"series");
+    EXPECT_EQ(loader.statistics().subject, L"album");
     EXPECT_EQ(loader.statistics().count, 4294967299u);
     EXPECT_EQ(loader.statistics().weight.min, 1.0);
     EXPECT_EQ(loader.statistics().weight.avg, 2.5);
@@ -486,7 +486,7 @@ TEST_F(SessionLoader, StatisticsAndTheirStartAreThoseOfTheFile)
 {
     load("<lumariscontext><SessionLogData><System/></SessionLogData>"
          "<stats start='2023-05-06 07:08:09.010'>"
-         "<statentry type='Load' subject='series' count='3'><weight min='1.5' avg='2.25' max='3' />"
+         "<statentry type='Load' subject='album' count='3'><weight min='1.5' avg='2.25' max='3' />"
          "<totaltimeinmilliseconds min='4' avg='5' max='6' />"
          "<unittimeinmilliseconds min='7' avg='8' max='9' /></statentry>"
          "<statentry type='A'/>"
@@ -496,7 +496,7 @@ TEST_F(SessionLoader, StatisticsAndTheirStartAreThoseOfTheFile)
         stats_text(gatherer()),
         L"<stats start='2023-05-06 07:08:09.010'><statentry type='A' count='1'><weight" + ZERO +
             L"<totaltimeinmilliseconds" + ZERO + L"<unittimeinmilliseconds" + ZERO +
-            L"</statentry><statentry type='Load' subject='series' count='3'>"
+            L"</statentry><statentry type='Load' subject='album' count='3'>"
             L"<weight min='1.500000' avg='2.250000' max='3.000000' />"
             L"<totaltimeinmilliseconds min='4.000000' avg='5.000000' max='6.000000' />"
             L"<unittimeinmilliseconds min='7.000000' avg='8.000000' max='9.000000' /></statentry></stats>");

@@ -105,10 +105,10 @@ TEST_F(SessionReport, HasContextHistoryErrorsWarningsAndStatisticsInThisOrder)
     m_clock.ahead = 330;
     m_clock.now = MORNING + 1000;
     session.reportEvent(L"User", L"user1", Gatherer::STATE | 2 << 12, 1, L"since %ls", L"today");
-    session.reportEvent(L"Load", L"series", Gatherer::BEGIN_OF_SPAN | Gatherer::COUNTED | 3 << 12, 4, L"12 images");
+    session.reportEvent(L"Load", L"album", Gatherer::BEGIN_OF_SPAN | Gatherer::COUNTED | 3 << 12, 4, L"12 images");
     session.reportEvent(L"Print", L"page", Gatherer::BEGIN_OF_SPAN, 1, L"begun");
     m_clock.now = MORNING + 3007;
-    session.reportEvent(L"Load", L"series", Gatherer::END_OF_SPAN, 0, L", done");
+    session.reportEvent(L"Load", L"album", Gatherer::END_OF_SPAN, 0, L", done");
     session.reportEvent(L"Screen", nullptr, Gatherer::CONFIGURATION | Gatherer::COUNTED, 2, nullptr);
     session.reportEvent(L"Password", L"secret", Gatherer::HIDDEN | Gatherer::STATE, 1, L"secret");
     session.reportEvent(L"Password", L"secret", Gatherer::HIDDEN, 1, L"secret");
@@ -120,7 +120,7 @@ TEST_F(SessionReport, HasContextHistoryErrorsWarningsAndStatisticsInThisOrder)
     const std::wstring no_end = L" endtime='1970-01-01 05:30:00.000'>";
     const std::wstring statistics =
         L"<stats start='2024-01-31 13:30:00.000'>"
-        L"<statentry type='Load' subject='series' count='1'>"
+        L"<statentry type='Load' subject='album' count='1'>"
         L"<weight min='4.000000' avg='4.000000' max='4.000000' />"
         L"<totaltimeinmilliseconds min='2007.000000' avg='2007.000000' max='2007.000000' />"
         L"<unittimeinmilliseconds min='501.750000' avg='501.750000' max='501.750000' /></statentry>"
@@ -132,7 +132,7 @@ TEST_F(SessionReport, HasContextHistoryErrorsWarningsAndStatisticsInThisOrder)
         HEAD + L"{machine}<context><event type='Print' subject='page' weight='1' level='0'" + at_1 + no_end +
             L"<info>begun</info></event><event type='User' subject='user1' weight='1' level='2'" + at_1 +
             L" endtime='2024-01-31 13:30:01.000'><info>since today</info></event></context>"
-            L"<history><event type='Load' subject='series' weight='4' level='3'" +
+            L"<history><event type='Load' subject='album' weight='4' level='3'" +
             at_1 +
             L" endtime='2024-01-31 13:30:03.007'><info>12 images, done</info></event>"
             L"<configuration type='Screen' weight='2' level='0'" +

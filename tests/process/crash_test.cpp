@@ -94,11 +94,11 @@ std::string element(const std::string& document, const std::string& name)
 void expect_reported_work(const std::string& report)
 {
     const std::string context = element(report, "context");
-    EXPECT_TRUE(contains(context, "<event type='Load' subject='series 12' weight='17'")) << report;
-    EXPECT_TRUE(contains(context, "<event type='Patient' weight='1'")) << report;
-    EXPECT_TRUE(contains(context, "<info>series 12 &amp; 13</info>")) << report;
+    EXPECT_TRUE(contains(context, "<event type='Load' subject='album 12' weight='17'")) << report;
+    EXPECT_TRUE(contains(context, "<event type='Reader' weight='1'")) << report;
+    EXPECT_TRUE(contains(context, "<info>album 12 &amp; 13</info>")) << report;
     EXPECT_TRUE(contains(element(report, "history"), "<event type='Login' subject='user1' weight='1'")) << report;
-    EXPECT_TRUE(contains(element(report, "errors"), "<info>cannot read head.dcm</info>")) << report;
+    EXPECT_TRUE(contains(element(report, "errors"), "<info>cannot read front.png</info>")) << report;
     EXPECT_TRUE(contains(element(report, "warnings"), "<info>only 12 of 17 images fit into memory</info>")) << report;
 }
 
@@ -269,7 +269,7 @@ TEST(Crash, ThatDoesNotHappenLeavesASessionReportAndTheState)
         (Names{"CLGState.mp", "crashing_host.log", "logger", "session-example_crashing_host-<time>.xml"}));
     const std::string report = document(directory, "session-");
     EXPECT_FALSE(contains(report, "<Exception")) << report;
-    EXPECT_TRUE(contains(element(report, "history"), "<event type='Load' subject='series 12' weight='17'"));
+    EXPECT_TRUE(contains(element(report, "history"), "<event type='Load' subject='album 12' weight='17'"));
     EXPECT_TRUE(contains(directory.lines("crashing_host.log").back(), " End Session at "));
 }
 } // namespace

@@ -104,7 +104,7 @@ def events_have_their_fields(run):
         ("//context/event[1]", "User", "user1", "3", "2", TEXT),
         ("//history/event[1]", TEXT, TEXT, "1", "7", TEXT),
         ("//history/configuration[1]", "Screen", "", "2", "0", "1920 x 1080"),
-        ("//history/event[2]", "Load", "series", "4", "0", "begun, ended"),
+        ("//history/event[2]", "Load", "album", "4", "0", "begun, ended"),
         ("//errors/event[1]", "Error", "disk", "1", "0", "full"),
         ("//warnings/event[1]", "Warning", "disk", "1", "0", "nearly full"),
     ]
@@ -122,7 +122,7 @@ def statistics_have_their_fields(run):
     check("entries", run.count("//stats/statentry"), 2)
     first, second = "//statentry[1]", "//statentry[2]"
     check("order", [run.text(path + "/@type") for path in (first, second)], ["Load", TEXT])
-    check("subjects", [run.text(path + "/@subject") for path in (first, second)], ["series", TEXT])
+    check("subjects", [run.text(path + "/@subject") for path in (first, second)], ["album", TEXT])
     check("counts", [run.text(path + "/@count") for path in (first, second)], ["1", "1"])
     for path, weight in ((first, "4.000000"), (second, "1.000000")):
         names = [run.text(f"name({path}/*[{i}])") for i in (1, 2, 3)]

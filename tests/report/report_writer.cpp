@@ -24,8 +24,8 @@ int wmain(int argc, wchar_t** argv)
     session.reportEvent(L"User", L"user1", Gatherer::STATE | 2 << Gatherer::LEVEL_SHIFT, 3, L"%ls", text);
     session.reportEvent(text, text, Gatherer::COUNTED | 7 << Gatherer::LEVEL_SHIFT, 1, L"%ls", text);
     session.reportEvent(L"Screen", nullptr, Gatherer::CONFIGURATION, 2, L"1920 x 1080");
-    session.reportEvent(L"Load", L"series", Gatherer::BEGIN_OF_SPAN | Gatherer::COUNTED, 4, L"begun");
-    session.reportEvent(L"Load", L"series", Gatherer::END_OF_SPAN, 0, L", ended");
+    session.reportEvent(L"Load", L"album", Gatherer::BEGIN_OF_SPAN | Gatherer::COUNTED, 4, L"begun");
+    session.reportEvent(L"Load", L"album", Gatherer::END_OF_SPAN, 0, L", ended");
     session.reportEvent(L"Secret", nullptr, Gatherer::HIDDEN, 1, L"hidden");
     session.reportError(L"disk", L"full");
     session.reportWarning(L"disk", L"nearly full");

@@ -90,9 +90,9 @@ readonly spans='.traceEvents[] | select(.ph == "X")'
 # Records -----------------------------------------------------------------------------------------------------------
 case_ARecordIsAnInstantEventAndACounter()
 {
-    records '4517358,viewer,load,0.5,series 12,image 1'
+    records '4517358,viewer,load,0.5,album 12,image 1'
     convert 0 4312_P11142325_0
-    is "$instants" '{"name":"viewer/load","cat":"record","ph":"i","s":"t","ts":4517358000,"pid":4312,"tid":1,"args":{"value":0.5,"third":"series 12","fourth":"image 1"}}'
+    is "$instants" '{"name":"viewer/load","cat":"record","ph":"i","s":"t","ts":4517358000,"pid":4312,"tid":1,"args":{"value":0.5,"third":"album 12","fourth":"image 1"}}'
     is "$counters" '{"name":"viewer/load","cat":"record","ph":"C","ts":4517358000,"pid":4312,"tid":1,"args":{"value":0.5}}'
     is '.traceEvents | length' 4 # and two names
     warned
@@ -214,14 +214,14 @@ case_WhatIsNoUtf8IsReplaced()
 case_AMessageIsAnInstantEvent()
 {
     monitor '05/03 14:07:09.042 5 viewer[4312,5120]: =the cache is warm' \
-        '05/03 14:07:09.043 7 the viewer[4312,5121]series 12: =a: =b' \
+        '05/03 14:07:09.043 7 the viewer[4312,5121]album 12: =a: =b' \
         '05/03 14:07:09.044 1 a: =b[4312,5121]: =c[1,2]: =d' \
-        '05/03 14:07:09.045 6 viewer[4312,5121] CT: =e'
+        '05/03 14:07:09.045 6 viewer[4312,5121] A4: =e'
     convert 0 --year 2026 monitor.log
     is "$events" '{"name":"the cache is warm","cat":"message","ph":"i","s":"t","ts":1772719629042000,"pid":4312,"tid":5120,"args":{"level":5}}
-{"name":"a: =b","cat":"message","ph":"i","s":"t","ts":1772719629043000,"pid":4312,"tid":5121,"args":{"level":7,"context":"series 12"}}
+{"name":"a: =b","cat":"message","ph":"i","s":"t","ts":1772719629043000,"pid":4312,"tid":5121,"args":{"level":7,"context":"album 12"}}
 {"name":"c[1,2]: =d","cat":"message","ph":"i","s":"t","ts":1772719629044000,"pid":4312,"tid":5121,"args":{"level":1}}
-{"name":"e","cat":"message","ph":"i","s":"t","ts":1772719629045000,"pid":4312,"tid":5121,"args":{"level":6,"context":"CT"}}'
+{"name":"e","cat":"message","ph":"i","s":"t","ts":1772719629045000,"pid":4312,"tid":5121,"args":{"level":6,"context":"A4"}}'
     warned
 }
 
@@ -272,8 +272,8 @@ case_WhatCannotBeADurationIsAValueLikeOthers()
 
 case_TheOtherNumbersAreArgumentsAndCounters()
 {
-    measured 'T=load,cpu=12.3,images=-4,file=head.dcm,big=9223372036854775807,ms=10,empty=,word=(null),nan=nan'
-    is "$spans | .args" '{"cpu":12.3,"images":-4,"file":"head.dcm","big":"9223372036854775807","ms":10,"empty":"","word":"(null)","nan":"nan","level":5}'
+    measured 'T=load,cpu=12.3,images=-4,file=front.png,big=9223372036854775807,ms=10,empty=,word=(null),nan=nan'
+    is "$spans | .args" '{"cpu":12.3,"images":-4,"file":"front.png","big":"9223372036854775807","ms":10,"empty":"","word":"(null)","nan":"nan","level":5}'
     is "[$counters | [.name, .ts, .pid, .tid]] | unique" '[["load/big",1772719629042000,4312,5120],["load/cpu",1772719629042000,4312,5120],["load/images",1772719629042000,4312,5120]]'
     is "[$counters | .args.value] == [12.3, -4, 9223372036854775807]" true
 }
@@ -293,8 +293,8 @@ case_NumbersOfAnyLengthAreRead()
 
 case_WhatHasNoEqualsSignBelongsToTheTextInFront()
 {
-    measured 'T=load, slowly,file=a,b.dcm,c=d=e,ms=1'
-    is "$spans | [.name, .args.file, .args.c]" '["load, slowly","a,b.dcm","d=e"]'
+    measured 'T=load, slowly,file=a,b.png,c=d=e,ms=1'
+    is "$spans | [.name, .args.file, .args.c]" '["load, slowly","a,b.png","d=e"]'
 }
 
 case_NoPairIsLostToAnotherOfItsName()
@@ -531,8 +531,8 @@ case_MangledLinesMakeValidTraces()
     "$python" - <<'END' >mangled
 import random, sys
 random.seed(1)
-lines = [b"4517358,viewer,load,0.5,series 12,image 1",
-         b"05/03 14:07:09.042 5 viewer[4312,5120]series: =T=load,cpu=12.3,ms=15",
+lines = [b"4517358,viewer,load,0.5,album 12,image 1",
+         b"05/03 14:07:09.042 5 viewer[4312,5120]album: =T=load,cpu=12.3,ms=15",
          b"31/12 23:59:59.999 5 viewer[4312,5120]: =text", b"01/01 00:00:00.000 5 viewer[4312,5121]: =T=x,x=1,x=2,time=-1",
          b"===== user root on VM (4312) start session =====", b"===== user root on VM (4312) end session ====="]
 for _ in range(20000):
@@ -605,7 +605,7 @@ case_ManyRecordsNeedNoMemory()
 {
     "$python" -c '
 for i in range(100000):
-    print(f"{i % 50000},viewer,load {i},0.5,series 12,image {i}", end="\r\n")' >4312_P11142325_0
+    print(f"{i % 50000},viewer,load {i},0.5,album 12,image {i}", end="\r\n")' >4312_P11142325_0
     memory=60000 convert 0 4312_P11142325_0
     is 'reduce .traceEvents[] as $event ({}; .[$event.ph] += 1) | tojson' '"{\"M\":3,\"i\":100000,\"C\":100000}"'
 }

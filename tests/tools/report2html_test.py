@@ -700,7 +700,7 @@ def case_TablesTellWhatTheirCellsAre():
 
 # In a browser ------------------------------------------------------------------------------------------------------
 def sample():
-    write(report(session(SYSTEM, EXCEPTION, MODULES), context=event("reading room"), history=event("Alpha") +
+    write(report(session(SYSTEM, EXCEPTION, MODULES), context=event("archive hall"), history=event("Alpha") +
                  event("beta") + event("100% alpha", subject="Zoë"), errors=event("disk full"),
                  stats="<statentry type='Login' subject='x' count='3'/>"))
     run("report.xml")

@@ -73,9 +73,9 @@ TEST(MonitorHeadline, HasTimeLevelApplicationProcessThreadAndContext)
 {
     GuardedBuffer buffer(100);
     BoundedText text(buffer.data(), buffer.size());
-    kor::core::add_monitor_headline(text, {"TIME", 5, "viewer", 4312, 5120, "CT"});
+    kor::core::add_monitor_headline(text, {"TIME", 5, "viewer", 4312, 5120, "A4"});
     text.finish();
-    EXPECT_EQ(buffer.text(), "TIME 5 viewer[4312,5120]CT: =");
+    EXPECT_EQ(buffer.text(), "TIME 5 viewer[4312,5120]A4: =");
 
     GuardedBuffer other(100);
     BoundedText without(other.data(), other.size());

@@ -182,8 +182,8 @@ TEST(RecordValue, IsWhatAStreamWritesForManyAFloat)
 TEST(RecordText, IsALineOfSixFields)
 {
     RecordText records;
-    EXPECT_TRUE(records.append({4711, "scan", "load", 0.5f, "series 12", "image 3"}));
-    EXPECT_EQ(text_of(records), "4711,scan,load,0.5,series 12,image 3\n");
+    EXPECT_TRUE(records.append({4711, "scan", "load", 0.5f, "album 12", "image 3"}));
+    EXPECT_EQ(text_of(records), "4711,scan,load,0.5,album 12,image 3\n");
 }
 
 TEST(RecordText, KeepsTheOrderOfItsRecords)

@@ -203,13 +203,13 @@ TEST(SessionText, OfStatisticsHasThreeTriplesOfSixDigits)
 {
     SessionStatistics statistics;
     statistics.type = L"Load";
-    statistics.subject = L"series";
+    statistics.subject = L"album";
     statistics.count = 3;
     statistics.weight = {1, 2.5, 4};
     statistics.total_time = {10.125, 1234567.891, 99999999};
     statistics.unit_time = {0.0000004, 2.0 / 3, -1};
     EXPECT_EQ(
-        text_of(statistics), L"<statentry type='Load' subject='series' count='3'>"
+        text_of(statistics), L"<statentry type='Load' subject='album' count='3'>"
                              L"<weight min='1.000000' avg='2.500000' max='4.000000' />"
                              L"<totaltimeinmilliseconds min='10.125000' avg='1234567.891000' max='99999999.000000' />"
                              L"<unittimeinmilliseconds min='0.000000' avg='0.666667' max='-1.000000' />"
