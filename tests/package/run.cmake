@@ -64,9 +64,9 @@ expect(tool "${log}" " WARNING \\(310\\) tool .*  tool\\.c\\([0-9]+\\) main -> 1
 
 build_and_run(destination ${EXAMPLES_DIR}/destination)
 set(headline "[0-9:. +-]+ ERROR   \\(310\\) destination .*  destination\\.cpp\\([0-9]+\\) main ->")
-expect(destination "${printed}" "level 3, package 310: cannot read head\\.png\r?\n    headline: ${headline}\r?\n")
+expect(destination "${printed}" "level 3, package 310: cannot read front\\.png\r?\n    headline: ${headline}\r?\n")
 if(printed MATCHES "trying the archive")
     message(FATAL_ERROR "the destination kept what it was not to keep")
 endif()
 file(READ ${WORK_DIR}/destination/copy.log log)
-expect(destination "${log}" "${headline} cannot read head\\.png.* -> trying the archive instead")
+expect(destination "${log}" "${headline} cannot read front\\.png.* -> trying the archive instead")
