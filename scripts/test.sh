@@ -5,6 +5,7 @@
 #
 # Stages, all of them where none is named:
 #   format         the sources are formatted as .clang-format says, and what the pages show is compiled
+#   direction      no source includes what it must not know of: src/Kor uses src/win, which uses src/core
 #   headers        each exported header compiles alone, with both compilers
 #   native-asan    unit tests on this machine, with sanitizers, and tests of the tools
 #   native-fuzz    a short run of each fuzz target, on this machine
@@ -18,7 +19,7 @@
 
 . "$(dirname "${BASH_SOURCE[0]}")/lib/setup.sh"
 
-all_stages=(format headers native-asan native-fuzz mingw-release mingw-debug mingw-ubtrap clang-release)
+all_stages=(format direction headers native-asan native-fuzz mingw-release mingw-debug mingw-ubtrap clang-release)
 stages=()
 filter=
 passed=0
@@ -63,6 +64,14 @@ stage_format()
     record format run_logged "Checking the format" format "$project_dir/scripts/format.sh" --check
     record samples run_logged "Checking the pages' samples" samples \
         python3 "$project_dir/scripts/lib/check-samples.py" "$project_dir"
+}
+
+stage_direction()
+{
+    record direction run_logged "Checking what includes what" direction \
+        python3 "$project_dir/scripts/lib/check-direction.py" "$project_dir"
+    record "direction: what the check finds" run_logged "Checking that check" direction-test \
+        python3 "$project_dir/tests/direction/direction_test.py" "$project_dir/scripts/lib/check-direction.py"
 }
 
 check_headers()
