@@ -48,9 +48,8 @@ static_assert(sizeof(Kor_ErrorValue) == 16 && sizeof(void*) == 8);
 ///
 /// Threads: each sees its own error alone, which goes when the thread ends. From any thread at any
 /// time, while the process ends too; once the DLL has begun to go, errors are forgotten at once.
-/// All members leave the thread's last Windows error and errno as they were, and throw nothing,
-/// except that Log passes on what a log destination throws. Without memory for a thread's error,
-/// setting it does nothing.
+/// All members leave the thread's last Windows error and errno as they were, and throw nothing.
+/// Without memory for a thread's error, setting it does nothing.
 class KOR_API Kor_GError
 {
 public:

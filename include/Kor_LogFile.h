@@ -18,7 +18,7 @@
 
 /// Lets the compilers that can check a printf format against its arguments. The formatter is the
 /// system C runtime's, so %I64d is understood and the C99 length letters z, j and t are not.
-#if defined(__GNUC__)
+#if defined(__GNUC__) || defined(__clang__)
 #define KOR_PRINTF(text, arguments) __attribute__((__format__(__printf__, text, arguments)))
 #else
 #define KOR_PRINTF(text, arguments)
@@ -185,7 +185,9 @@ public:
     /// context: the writing thread's. bare: the message carries no headline.
     /// text, length: the formatted message, normally ending in a newline; a message that was cut
     /// without one has the length 0xFFFFFFFF and ends at its terminator.
-    /// The result, 0 for success, is not looked at by the log.
+    /// The result, 0 for success, is not looked at by the log. What it throws, or raises with RaiseException, ends in
+    /// the log, with a line of level 3 and package 106 in the output; the next destinations get the message all the
+    /// same. A fault of the processor is a crash, and goes its way.
     virtual int LogMessage(Kor_LogMTVarsPtr context, bool bare, const char* text, unsigned int length) = 0;
 };
 
@@ -227,7 +229,7 @@ public:
 ///
 /// Levels run from 1 (severe) to 7 (debug). Texts are cut at 2046 characters. The members that write
 /// leave the thread's last error and errno as they were, return no error of the output, and never
-/// throw, except that a destination's own exception passes through.
+/// throw, whatever a destination does.
 ///
 /// Threads: everything may be called from any thread at any time, but the opening members should
 /// come before the threads do. Loader lock: construct and destroy only.
@@ -414,6 +416,7 @@ public:
 
 private:
     struct Line;
+    struct Round;
 
     int Init(const char* app_name);
     int close();
@@ -439,10 +442,12 @@ private:
     Kor_LogMTVarsPtr* find_accepted_context() noexcept;
     void send(const Kor_LogMTVarsPtr& vars, unsigned long code, const char* format, char* args, bool add_newline);
     void send_text(Kor_LogMTVarsPtr vars, const Line& line);
+    void write_output(Kor_LogMTVars& context, const Line& line);
     void write_console(Kor_LogMTVars& context, const Line& line);
     void write_private_file(Kor_LogMTVars& context, const Line& line);
     void write_event(Kor_LogMTVars& context, const Line& line);
     void write_destinations(const Kor_LogMTVarsPtr& context, const Line& line);
+    void report_failed_destination(Kor_LogMTVars& context, const char* what) noexcept;
 
     std::atomic<std::FILE*> m_file;
     bool m_banners;

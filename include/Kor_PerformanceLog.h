@@ -31,8 +31,7 @@ class RecordStreams;
 ///
 /// Nothing here fails: records of a log whose folder or file cannot be made, and those for which there is
 /// no memory, are left out. All members leave the thread's last Windows error and errno as they were and
-/// throw nothing, except that GetInstance, Init and write pass on what a destination of the general log
-/// throws when Init writes there.
+/// throw nothing.
 ///
 /// Threads: records may be written from any thread at any time between GetInstance and CloseInstance, and
 /// nobody waits for anybody. Everything else is for one thread at a time.

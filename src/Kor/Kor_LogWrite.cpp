@@ -5,16 +5,21 @@
 #include <algorithm>
 #include <cstdarg>
 #include <cstdio>
+#include <cstring>
+#include <exception>
 #include <new>
 #include <string>
 #include <string_view>
 
+#include "Kor/general_log.h"
 #include "Kor/log_lock.h"
 #include "Kor_LogFile.h"
+#include "core/bounded_text.h"
 #include "core/message.h"
 #include "core/size_limit.h"
 #include "win/append_file.h"
 #include "win/console.h"
+#include "win/contained_call.h"
 #include "win/format.h"
 #include "win/kept_errors.h"
 
@@ -217,22 +222,27 @@ void Kor_LogFile::send(
 
 void Kor_LogFile::send_text(Kor_LogMTVarsPtr vars, const Line& line)
 {
+    // What the parameters point at may be gone after this.
+    const ParamsReset reset(vars);
+    write_output(*vars.operator->(), line);
+    ++vars->m_uses;
+    if (m_destination_count != 0)
+        write_destinations(vars, line);
+}
+
+void Kor_LogFile::write_output(Kor_LogMTVars& vars, const Line& line)
+{
     const Kor_LogConf* const conf = m_conf;
     int output = conf == nullptr ? static_cast<int>(Kor_LogConf::OUTPUT_STDERR) : conf->GetOutput();
     if (output == Kor_LogConf::OUTPUT_PRIVATE_FILE && m_file == nullptr)
         output = m_console_mode ? Kor_LogConf::OUTPUT_STDERR : Kor_LogConf::OUTPUT_SYSLOG_FILE;
 
     if (output == Kor_LogConf::OUTPUT_STDERR)
-        write_console(*vars.operator->(), line);
+        write_console(vars, line);
     else if (output == Kor_LogConf::OUTPUT_PRIVATE_FILE)
-        write_private_file(*vars.operator->(), line);
+        write_private_file(vars, line);
     else
-        write_event(*vars.operator->(), line);
-    // What the parameters point at may be gone after this, also where a destination throws.
-    const ParamsReset reset(vars);
-    ++vars->m_uses;
-    if (m_destination_count != 0)
-        write_destinations(vars, line);
+        write_event(vars, line);
 }
 
 void Kor_LogFile::write_console(Kor_LogMTVars& vars, const Line& line)
@@ -268,20 +278,95 @@ void Kor_LogFile::write_event(Kor_LogMTVars& vars, const Line& line)
         line.code, nullptr, count, 0, strings, nullptr);
 }
 
+/// One message's way through the destinations.
+struct Kor_LogFile::Round
+{
+    Kor_LogFile& log;
+    const Kor_LogMTVarsPtr& vars;
+    const Line& line;
+    const Kor_LogMTVars::Message message;
+    std::uint32_t uses;         // of the parameters, when they were the message's
+    const std::int32_t holders; // of the context, but for those that this message has
+    std::size_t next = 0;       // destination
+
+    /// What the destination before has left is its own message's, if it has logged itself.
+    void restore_parameters() noexcept
+    {
+        if (vars->m_uses == uses)
+            return;
+        uses = vars->m_uses;
+        vars->restore(message);
+    }
+
+    void report(const char* what) noexcept
+    {
+        log.report_failed_destination(*vars.operator->(), what);
+        restore_parameters();
+    }
+
+    void hand_over() noexcept
+    {
+        Kor_LogDestBase* const destination = log.m_destinations[next++];
+        try
+        {
+            destination->LogMessage(
+                vars, !line.has_headline(), line.text.data(), static_cast<unsigned int>(line.length));
+            restore_parameters();
+        }
+        catch (const std::exception& error)
+        {
+            report(error.what());
+        }
+        catch (...)
+        {
+            report("of a type that is not known");
+        }
+    }
+
+    /// Runs contained.
+    static void run(void* argument)
+    {
+        auto& round = *static_cast<Round*>(argument);
+        while (round.next < round.log.m_destinations.size())
+            round.hand_over();
+    }
+
+    /// For a fault that somebody catches above the log: the destructors on the way do not run.
+    static void leave(void* argument)
+    {
+        auto& round = *static_cast<Round*>(argument);
+        round.vars->ResetParams();
+        round.vars->m_references = round.holders;
+        if (round.log.m_lock != nullptr)
+            round.log.m_lock->Unlock();
+    }
+};
+
 void Kor_LogFile::write_destinations(const Kor_LogMTVarsPtr& vars, const Line& line)
 {
     const LogLock lock(m_lock);
-    const Kor_LogMTVars::Message message = vars->message();
-    std::uint32_t uses = vars->m_uses;
-    for (std::size_t i = 0; i < m_destination_count; ++i)
+    Round round{*this, vars, line, vars->message(), vars->m_uses, vars->m_references - 1};
+    while (const unsigned long code = kor_contained_call(&Round::run, &Round::leave, &round))
     {
-        m_destinations.at(i)->LogMessage(
-            vars, !line.has_headline(), line.text.data(), static_cast<unsigned int>(line.length));
-        if (vars->m_uses == uses)
-            continue;
-        uses = vars->m_uses;
-        vars->restore(message); // it has logged itself, and what it left is its own message's
+        char what[32];
+        std::snprintf(what, sizeof what, "0x%08lx", code);
+        round.report(what);
     }
+}
+
+/// To the output alone: another destination that fails, or the same one, must not make this endless.
+void Kor_LogFile::report_failed_destination(Kor_LogMTVars& vars, const char* what) noexcept
+{
+    constexpr char FUNCTION[] = "Kor_LogFile::SendLogNoLimit";
+    if (note_params("Kor_LogFile", FUNCTION, __LINE__, kor::LEVEL_ERROR, KOR_PACKAGE_LIBRARY) == 0)
+        return;
+    char text[512];
+    const int length = kor::core::BoundedText(text, sizeof text)
+                           .add("A log destination has thrown an exception: ")
+                           .add(std::string_view(what))
+                           .finish();
+    const auto size = length < 0 ? std::strlen(text) : static_cast<std::size_t>(length);
+    write_output(vars, {KOR_MSG_HEADLINE, {text, size}, static_cast<int>(size)});
 }
 
 bool Kor_LogFile::ValidateFileMaxSizeInaccurately()

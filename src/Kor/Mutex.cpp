@@ -8,7 +8,7 @@ namespace
 {
 constexpr int LEVEL_ERROR = 3;
 
-/// Sets a flag for a scope, which an exception of a log destination may end.
+/// Sets a flag for a scope.
 class Flag
 {
 public:

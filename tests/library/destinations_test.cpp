@@ -14,6 +14,7 @@
 #include "import_hook.h"
 #include "log_directory.h"
 #include "recording_destination.h"
+#include "win/guarded_call.cpp" // as this compiler has no __try
 
 namespace
 {
@@ -295,35 +296,98 @@ TEST_F(LogDestinations, ADestinationMayRegisterAnotherFromInside)
     m_log.UnregisterLogDestination(&seen);
 }
 
-TEST_F(LogDestinations, ADestinationsExceptionReachesTheCallerAndFreesTheLock)
+/// What the log writes of a destination that failed, behind the place.
+std::string failure(const std::string& what) { return " -> A log destination has thrown an exception: " + what; }
+
+TEST_F(LogDestinations, ADestinationsExceptionEndsInTheLogWithALineAndFreesTheLock)
 {
-    struct Thrower : Kor_LogDestBase
-    {
-        int LogMessage(Kor_LogMTVarsPtr, bool, const char*, unsigned int) override
-        {
-            throw std::runtime_error("from the destination");
-        }
-    } thrower;
+    RecordingDestination thrower([](Kor_LogMTVars&) { throw std::runtime_error("from the destination"); });
     m_log.RegisterLogDestination(&thrower);
-    EXPECT_THROW(m_log.LogNoHeadline("x"), std::runtime_error);
+    EXPECT_NO_THROW(m_log.LogNoHeadline("x"));
     on_another_thread([&] { m_log.UnregisterLogDestination(&thrower); });
 
     EXPECT_EQ(m_log.LogNoHeadline("y"), 0);
-    EXPECT_EQ(m_directory.text(), "x\ny\n");
+    const Lines lines = m_directory.lines();
+    ASSERT_EQ(lines.size(), 3u);
+    EXPECT_EQ(lines[0], "x");
+    EXPECT_EQ(lines[1].find("<time> ERROR   (106) viewer (<pid>,<tid>)  Kor_LogFile("), 0u);
+    EXPECT_EQ(
+        lines[1].substr(lines[1].find(") Kor_LogFile::")),
+        ") Kor_LogFile::SendLogNoLimit" + failure("from the destination"));
+    EXPECT_EQ(lines[2], "y");
+    EXPECT_EQ(thrower.messages.size(), 1u); // it does not get the line about itself
+}
+
+TEST_F(LogDestinations, TheLineAboutAnExceptionNeedsLevelThreeInTheLibrarysPackage)
+{
+    m_directory.configure(TO_FILE + "Library 106 2\n");
+    Kor_LogFile log(777, false);
+    log.Open("quiet.log", "viewer");
+    RecordingDestination thrower([](Kor_LogMTVars&) { throw std::runtime_error("from the destination"); });
+    log.RegisterLogDestination(&thrower);
+    log.LogNoHeadline("x");
+    log.ClearAllLogDestinations();
+    EXPECT_EQ(m_directory.lines("quiet.log"), Lines{"x"});
+}
+
+TEST_F(LogDestinations, AnExceptionOfAnyTypeEndsInTheLog)
+{
+    RecordingDestination thrower([](Kor_LogMTVars&) { throw 7; });
+    m_log.RegisterLogDestination(&thrower);
+    EXPECT_NO_THROW(m_log.LogNoHeadline("x"));
+    const Lines lines = m_directory.lines();
+    ASSERT_EQ(lines.size(), 2u);
+    EXPECT_EQ(lines[1].substr(lines[1].find(" -> ")), failure("of a type that is not known"));
+}
+
+TEST_F(LogDestinations, WhatADestinationRaisesEndsInTheLog)
+{
+    RecordingDestination raiser([](Kor_LogMTVars&) { ::RaiseException(0xE0001234, 0, 0, nullptr); });
+    m_log.RegisterLogDestination(&m_a);
+    m_log.RegisterLogDestination(&raiser);
+    m_log.RegisterLogDestination(&m_b);
+    EXPECT_EQ(reached(), (Lines{"a", "b"}));
+    on_another_thread([&] { m_log.UnregisterLogDestination(&raiser); });
+
+    const Lines lines = m_directory.lines();
+    ASSERT_EQ(lines.size(), 2u);
+    EXPECT_EQ(lines[1].substr(lines[1].find(" -> ")), failure("0xe0001234"));
+}
+
+TEST_F(LogDestinations, AnExceptionOfAnotherCompilersRunTimeEndsInTheLog)
+{
+    RecordingDestination raiser([](Kor_LogMTVars&) { ::RaiseException(0xE06D7363, 0, 0, nullptr); });
+    m_log.RegisterLogDestination(&raiser);
+    EXPECT_EQ(m_log.LogNoHeadline("x"), 0);
+    EXPECT_EQ(m_directory.lines().size(), 2u);
+}
+
+TEST_F(LogDestinations, AFailingDestinationTakesNothingFromTheNextOnes)
+{
+    RecordingDestination thrower([](Kor_LogMTVars&) { throw std::runtime_error("from the destination"); });
+    RecordingDestination raiser([](Kor_LogMTVars&) { ::RaiseException(0xE0001234, 0, 0, nullptr); });
+    RecordingDestination last;
+    for (Kor_LogDestBase* const destination : {&thrower, &raiser, &last})
+        m_log.RegisterLogDestination(destination);
+    m_log.StoreParams("Kor_Image", "Load", 210, 4, 17);
+    m_log.Log("x");
+    for (const RecordingDestination* const seen : {&thrower, &raiser, &last})
+    {
+        ASSERT_EQ(seen->messages.size(), 1u);
+        EXPECT_EQ(seen->messages[0].text, "x\n");
+        EXPECT_EQ(seen->messages[0].package, 17);
+        EXPECT_EQ(seen->messages[0].level, 4);
+        EXPECT_EQ(seen->messages[0].file_name, "Kor_Image");
+    }
+    EXPECT_EQ(m_directory.lines().size(), 3u);
 }
 
 TEST_F(LogDestinations, ADestinationsExceptionLeavesNoParametersBehind)
 {
-    struct Thrower : Kor_LogDestBase
-    {
-        int LogMessage(Kor_LogMTVarsPtr, bool, const char*, unsigned int) override
-        {
-            throw std::runtime_error("from the destination");
-        }
-    } thrower;
+    RecordingDestination thrower([](Kor_LogMTVars&) { throw std::runtime_error("from the destination"); });
     m_log.RegisterLogDestination(&thrower);
     m_log.StoreParams("Kor_Image", "Load", 210, 3, 17);
-    EXPECT_THROW(m_log.Log("x"), std::runtime_error);
+    m_log.Log("x");
     m_log.UnregisterLogDestination(&thrower);
 
     with_context(
@@ -333,6 +397,26 @@ TEST_F(LogDestinations, ADestinationsExceptionLeavesNoParametersBehind)
             EXPECT_STREQ(context.m_file, "unknown file"); // what it pointed at may be gone
             EXPECT_EQ(context.m_line, 0);
         });
+}
+
+TEST_F(LogDestinations, AFaultInADestinationReachesWhoeverCatchesFaultsAndFreesTheLock)
+{
+    RecordingDestination wild([](Kor_LogMTVars&) { *reinterpret_cast<volatile int*>(8) = 1; });
+    m_log.RegisterLogDestination(&wild);
+    m_log.StoreParams("Kor_Image", "Load", 210, 3, 17);
+    const unsigned long code = kor_guarded_call([](void* log) { static_cast<Kor_LogFile*>(log)->Log("x"); }, &m_log);
+    EXPECT_EQ(code, static_cast<unsigned long>(EXCEPTION_ACCESS_VIOLATION));
+    on_another_thread([&] { m_log.UnregisterLogDestination(&wild); });
+
+    with_context(
+        m_log,
+        [](Kor_LogMTVars& context)
+        {
+            EXPECT_STREQ(context.m_file, "unknown file");
+            // Of the thread, of the message on its way, and of the two calls of this look.
+            EXPECT_EQ(context.m_references, 3);
+        });
+    EXPECT_EQ(m_directory.lines().size(), 2u); // no line says that a destination failed: it crashed
 }
 
 TEST_F(LogDestinations, AFailingDestinationDoesNotStopTheNextOnes)

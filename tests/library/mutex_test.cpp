@@ -283,10 +283,10 @@ TEST(RecursiveMutex, ADestinationsExceptionDoesNotEndTheReports)
         mutex = std::make_unique<ThreadAPI_RecursiveMutex>();
     }
     KorGLog.RegisterLogDestination(&thrower);
-    EXPECT_THROW(mutex->Lock(), std::runtime_error);
+    EXPECT_NO_THROW(mutex->Lock());
     KorGLog.UnregisterLogDestination(&thrower);
     mutex->Lock();
-    EXPECT_EQ(directory.lines().size(), 3u); // of the construction and of both calls
+    EXPECT_EQ(directory.lines().size(), 4u); // of the construction, of both calls, and of the destination
 }
 
 TEST(RecursiveMutex, WithoutItsObjectALogStillServesItsDestinations)
