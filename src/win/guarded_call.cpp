@@ -15,17 +15,28 @@ bool comes_from_bad_argument(unsigned long code) noexcept
 
 #if defined(_MSC_VER)
 
+namespace
+{
+/// The code is taken here: under Wine, the handler's own question for it gets 0.
+LONG judge(const EXCEPTION_POINTERS* fault, unsigned long& code) noexcept
+{
+    code = fault->ExceptionRecord->ExceptionCode;
+    return comes_from_bad_argument(code) ? EXCEPTION_EXECUTE_HANDLER : EXCEPTION_CONTINUE_SEARCH;
+}
+} // namespace
+
 extern "C" unsigned long kor_guarded_call(kor_guarded_function function, void* argument)
 {
+    unsigned long code = 0;
     __try
     {
         function(argument);
-        return 0;
+        code = 0;
     }
-    __except (comes_from_bad_argument(GetExceptionCode()) ? EXCEPTION_EXECUTE_HANDLER : EXCEPTION_CONTINUE_SEARCH)
+    __except (judge(GetExceptionInformation(), code))
     {
-        return GetExceptionCode();
     }
+    return code;
 }
 
 #elif defined(__x86_64__)
