@@ -15,6 +15,12 @@ install(DIRECTORY include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/lumlog)
 install(DIRECTORY java/ DESTINATION ${CMAKE_INSTALL_DATADIR}/lumlog/java)
 # Scripts for any machine that has Python, which is seldom the one that the logs are from.
 install(PROGRAMS tools/perf2trace tools/report2html DESTINATION ${CMAKE_INSTALL_DATADIR}/lumlog/tools)
+install(
+    DIRECTORY tools/lumlog_tools
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/lumlog/tools
+    FILES_MATCHING
+    PATTERN "*.py"
+    PATTERN __pycache__ EXCLUDE)
 install(EXPORT LUMlogTargets NAMESPACE LUMlog:: DESTINATION ${package_dir})
 
 configure_package_config_file(cmake/LUMlogConfig.cmake.in ${PROJECT_BINARY_DIR}/package/LUMlogConfig.cmake
