@@ -385,7 +385,7 @@ public:
     /// False, with a line on standard error, when path cannot be opened.
     static bool DumpToLoggerFile(const Kor_LogConf& conf, const char* path, char** comments);
 
-    /// The directory of PRISMATE_LOG_DIR, or, with a warning on standard output, "log".
+    /// The directory of PRISMATE_LOG_DIR ('?': the code page lacks it) or, with a warning on standard output, "log".
     static char* GetLogConfigDir();
 
     // The shared block.

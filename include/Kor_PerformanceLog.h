@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <memory>
+#include <string>
 
 #include "Kor_Package.h"
 
@@ -82,7 +83,7 @@ private:
     static constexpr std::size_t STAMP_SIZE = 16;
     static constexpr std::size_t PATH_SIZE = 260;
 
-    bool start_file();
+    std::string start_file();
 
     std::unique_ptr<kor::core::RecordStreams> m_streams; // null: there was no memory
     int m_initialised;

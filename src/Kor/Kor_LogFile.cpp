@@ -10,6 +10,7 @@
 #include <string_view>
 #include <utility>
 
+#include "Kor/configuration_folder.h"
 #include "Kor/diagnostics.h"
 #include "Kor/identity.h"
 #include "Kor/kept_texts.h"
@@ -19,6 +20,7 @@
 #include "win/account.h"
 #include "win/append_file.h"
 #include "win/environment.h"
+#include "win/path.h"
 #include "win/text.h"
 
 using kor::LogLock;
@@ -152,18 +154,27 @@ char* Kor_LogFile::GetLogConfigDir()
     return default_directory;
 }
 
+std::wstring kor::configuration_folder()
+{
+    if (auto folder = kor::win::configured_folder())
+        return *std::move(folder);
+    kor::warn_of_missing_directory();
+    return L"log";
+}
+
 /// Opens a file of the configuration directory in place of the one that is open.
 void Kor_LogFile::open_private_file(const char* file_name)
 {
-    const std::string path = std::string(GetLogConfigDir()) + "/" + (file_name == nullptr ? "" : file_name);
+    const std::wstring folder = kor::configuration_folder();
+    const char* const name = file_name == nullptr ? "" : file_name;
     m_file = nullptr;
     if (m_append_file != nullptr)
     {
         m_append_file->close();
-        m_file = m_append_file->open(path);
+        m_file = m_append_file->open(kor::win::system_path(folder + L"/" + kor::win::wide_file_name(name)));
     }
     if (m_file == nullptr)
-        std::fprintf(stderr, "Failed to open log file [%s]", path.c_str());
+        std::fprintf(stderr, "Failed to open log file [%s/%s]", kor::win::path_text(folder).c_str(), name);
 }
 
 int Kor_LogFile::Init(const char* app_name)

@@ -11,6 +11,7 @@
 #include <string>
 #include <utility>
 
+#include "Kor/configuration_folder.h"
 #include "Kor/diagnostics.h"
 #include "Kor/identity.h"
 #include "Kor/shared_name.h"
@@ -20,6 +21,7 @@
 #include "core/stream_source.h"
 #include "win/environment.h"
 #include "win/kept_errors.h"
+#include "win/path.h"
 #include "win/shared_block.h"
 #include "win/text.h"
 
@@ -43,7 +45,10 @@ using OwnedStream = std::unique_ptr<std::FILE, FileClose>;
 
 // Text mode by name: a host can have made binary the one that "r" alone stands for.
 OwnedStream open_text(const char* path) { return OwnedStream(std::fopen(path, "rt")); }
-OwnedStream open_text(const wchar_t* path) { return OwnedStream(::_wfopen(path, L"rt")); }
+OwnedStream open_text(const wchar_t* path)
+{
+    return OwnedStream(::_wfopen(kor::win::system_path(path).c_str(), L"rt"));
+}
 
 // The file --------------------------------------------------------------------------------------------
 /// Takes what one line of the file says into conf, but for the levels, which come all at once.
@@ -257,11 +262,9 @@ int Kor_LogFile::ReadFile(const wchar_t* path, Kor_LogConf& conf)
 
 int Kor_LogFile::ReadFile()
 {
-    std::optional<std::wstring> directory = kor::win::environment(L"PRISMATE_LOG_DIR");
-    if (!directory)
-        kor::warn_of_missing_directory();
+    const std::wstring folder = kor::configuration_folder();
     Kor_LogConf* const conf = m_conf;
-    return conf == nullptr ? -1 : ReadFile((directory.value_or(L"log") + L"\\logger").c_str(), *conf);
+    return conf == nullptr ? -1 : ReadFile((folder + L"\\logger").c_str(), *conf);
 }
 
 char** Kor_LogFile::ReadCommentsFromFile(const char* path)

@@ -20,11 +20,11 @@
 #include "general_log.h"
 #include "win/append_file.h"
 #include "win/console.h"
-#include "win/environment.h"
 #include "win/format.h"
 #include "win/guarded_call.h"
 #include "win/kept_errors.h"
 #include "win/owner_lock.h"
+#include "win/path.h"
 #include "win/text.h"
 
 using kor::LEVEL_DEBUG;
@@ -335,13 +335,15 @@ int Kor_PerfmonLogFile::Open(const char* fileName, const char* appName)
 
 std::FILE* Kor_PerfmonLogFile::open_file(const char* name)
 {
-    auto directory = kor::win::environment("PRISMATE_LOG_DIR");
-    if (!directory)
+    auto folder = kor::win::configured_folder();
+    if (!folder)
     {
         std::printf("Kor_PerfmonLogFile - Warning - No configuration file\n");
-        directory = "log";
+        folder = L"log";
     }
-    return m_append_file == nullptr ? nullptr : m_append_file->open(*directory + "\\" + name);
+    return m_append_file == nullptr
+               ? nullptr
+               : m_append_file->open(kor::win::system_path(*folder + L"\\" + kor::win::wide_file_name(name)));
 }
 
 int Kor_PerfmonLogFile::Init(const char* appName)

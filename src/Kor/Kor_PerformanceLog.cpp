@@ -14,12 +14,11 @@
 #include <utility>
 
 #include "Kor_LogFile.h"
-#include "core/bounded_text.h"
 #include "core/fixed_text.h"
 #include "core/record.h"
 #include "win/clock.h"
-#include "win/environment.h"
 #include "win/kept_errors.h"
+#include "win/path.h"
 
 using kor::core::RecordStreams;
 using kor::core::RecordText;
@@ -27,7 +26,6 @@ using kor::win::KeptErrors;
 
 namespace
 {
-constexpr char DEFAULT_DIRECTORY[] = "log";
 constexpr int LEVEL_WARNING = 4;
 constexpr int LEVEL_DEBUG = 7;
 
@@ -36,18 +34,18 @@ bool is_wanted(int level, int line)
     return KorGLog.StoreParams("Kor_PerformanceLog", "Kor_PerformanceLog::Init", line, level, KOR_PACKAGE_LIBRARY) != 0;
 }
 
-std::string find_directory()
+std::wstring find_directory()
 {
-    if (auto directory = kor::win::environment("PRISMATE_LOG_DIR"))
+    if (auto directory = kor::win::configured_folder())
         return *std::move(directory);
     if (is_wanted(LEVEL_WARNING, __LINE__))
         KorGLog.Log("Kor_PrformanceLog - Warning - No configuration file\n");
-    return DEFAULT_DIRECTORY;
+    return L"log";
 }
 
-bool make_directory(const std::string& directory) noexcept
+bool make_directory(const std::wstring& directory)
 {
-    return ::_mkdir(directory.c_str()) == 0 || errno == EEXIST;
+    return ::_wmkdir(kor::win::system_path(directory).c_str()) == 0 || errno == EEXIST;
 }
 
 /// Ticks a second of the high-resolution counter; at least 1.
@@ -152,43 +150,44 @@ void Kor_PerformanceLog::Init()
         return;
     m_file_open = 0;
     m_file.reset();
+    std::string path;
     try
     {
-        m_file_open = start_file() ? 1 : 0;
+        path = start_file();
     }
     catch (const std::bad_alloc&)
     {
         m_initialised = 1;
     }
+    m_file_open = path.empty() ? 0 : 1;
     if (m_file_open != 0 && is_wanted(LEVEL_WARNING, __LINE__))
-        KorGLog.Log("Kor_PerformanceLog::Init: filename is %s\n", m_path);
+        KorGLog.Log("Kor_PerformanceLog::Init: filename is %s\n", path.c_str());
 }
 
-bool Kor_PerformanceLog::start_file()
+/// Returns the file's path, empty when it could not be opened.
+std::string Kor_PerformanceLog::start_file()
 {
-    const std::string directory = find_directory();
+    const std::wstring directory = find_directory();
     m_initialised = 1;
     if (!make_directory(directory))
-        return false;
+        return {};
 
     constexpr std::size_t STAMP_LIMIT = 10;
     m_process_id = ::GetCurrentProcessId();
     const std::tm now = kor::win::local_time();
     kor::core::copy_cut(m_start_text, std::asctime(&now)); // what ctime gives for now
     std::strftime(m_stamp, STAMP_LIMIT, "P%m%d%H%M", &now);
-    kor::core::BoundedText path(m_path, sizeof m_path);
-    path.add(directory)
-        .add('/')
-        .add_number(static_cast<int>(m_process_id))
-        .add('_')
-        .add(kor::core::short_text(m_stamp));
-    if (path.add('_').add_number(file_counter++).finish() < 0)
-        return false; // rather than a file of another name
+    const std::string name =
+        std::to_string(static_cast<int>(m_process_id)) + "_" + m_stamp + "_" + std::to_string(file_counter++);
+    const std::wstring path = directory + L"/" + std::wstring(name.begin(), name.end());
+    std::string text = kor::win::path_text(path);
+    kor::core::copy_cut(m_path, text.c_str());
 
-    std::FILE* const file = std::fopen(m_path, "a");
-    if (file != nullptr)
-        m_file.reset(file, &std::fclose);
-    return file != nullptr;
+    std::FILE* const file = ::_wfopen(kor::win::system_path(path).c_str(), L"a");
+    if (file == nullptr)
+        return {};
+    m_file.reset(file, &std::fclose);
+    return text;
 }
 
 // Records ---------------------------------------------------------------------------------------------

@@ -21,9 +21,9 @@ constexpr std::size_t READY_SIZE = LINE_BREAK.size() + 2 * CHUNK;
 
 /// A C file descriptor over path for appending, -1 when that fails. Shared in every way, so that
 /// tools can rotate and delete what a server has open for weeks.
-int open_descriptor(const char* path) noexcept
+int open_descriptor(const wchar_t* path) noexcept
 {
-    OwnedFile file(::CreateFileA(
+    OwnedFile file(::CreateFileW(
         path, FILE_APPEND_DATA | FILE_READ_ATTRIBUTES | SYNCHRONIZE,
         FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
     if (!file)
@@ -37,9 +37,9 @@ int open_descriptor(const char* path) noexcept
 HANDLE handle_of(int descriptor) noexcept { return reinterpret_cast<HANDLE>(::_get_osfhandle(descriptor)); }
 } // namespace
 
-std::FILE* AppendFile::open(const std::string& path)
+std::FILE* AppendFile::open(const std::wstring& path)
 {
-    std::string kept(path); // before there is anything that a lack of memory could leave open
+    std::wstring kept(path); // before there is anything that a lack of memory could leave open
     const int descriptor = open_descriptor(path.c_str());
     if (descriptor == -1)
         return nullptr;
@@ -182,7 +182,7 @@ void AppendFile::look_after_file() noexcept
         return;
     // A deleted file may keep its name until the last handle to it is gone. So if the name cannot be
     // had at once, let go of the old file first.
-    m_parked = !point_stream_at(m_path.c_str()) && !(point_stream_at("NUL") && point_stream_at(m_path.c_str()));
+    m_parked = !point_stream_at(m_path.c_str()) && !(point_stream_at(L"NUL") && point_stream_at(m_path.c_str()));
 }
 
 bool AppendFile::is_deleted() const noexcept
@@ -192,7 +192,7 @@ bool AppendFile::is_deleted() const noexcept
            (info.DeletePending != FALSE || info.NumberOfLinks == 0);
 }
 
-bool AppendFile::point_stream_at(const char* path) noexcept
+bool AppendFile::point_stream_at(const wchar_t* path) noexcept
 {
     const int descriptor = open_descriptor(path);
     if (descriptor == -1)

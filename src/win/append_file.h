@@ -28,9 +28,9 @@ public:
     AppendFile& operator=(const AppendFile&) = delete;
     ~AppendFile() { close(); }
 
-    /// Opens or creates path and returns a text stream over it in mode "a", null when that fails. The
-    /// stream stays the file's.
-    std::FILE* open(const std::string& path);
+    /// Opens or creates path (of system_path) and returns a text stream over it in mode "a", null when that fails.
+    /// The stream stays the file's.
+    std::FILE* open(const std::wstring& path);
 
     /// Takes a stream that somebody else opened. It is written to as it is, and closed in the end.
     void adopt(std::FILE* stream) noexcept;
@@ -57,11 +57,11 @@ private:
     bool write_bytes(const char* bytes, std::size_t count) noexcept;
     void look_after_file() noexcept;
     bool is_deleted() const noexcept;
-    bool point_stream_at(const char* path) noexcept;
+    bool point_stream_at(const wchar_t* path) noexcept;
 
     std::FILE* m_stream = nullptr;
     HANDLE m_handle = nullptr; // the stream's, which owns it
-    std::string m_path;
+    std::wstring m_path;
     OwnerLock m_lock;
     bool m_in_line = false;     // what was written last does not end in a newline
     bool m_line_broken = false; // and the rest of it will not come

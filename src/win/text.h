@@ -17,6 +17,12 @@ std::string narrow(const wchar_t* text);
 /// The same in the code page of the calling thread.
 std::string narrow_for_thread(const wchar_t* text);
 
+/// text in the process's code page, or all of it in UTF-8 where that lacks some of its characters.
+std::string narrow_or_utf8(const wchar_t* text);
+
+/// text out of a code page.
+std::wstring wide(const char* text, unsigned int code_page);
+
 /// text out of the code page of the calling thread.
 std::wstring wide_for_thread(const char* text);
 } // namespace kor::win

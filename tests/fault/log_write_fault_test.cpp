@@ -19,7 +19,7 @@ namespace
 using Lines = std::vector<std::string>;
 
 KOR_IMPORT(WriteFile);
-KOR_IMPORT(CreateFileA);
+KOR_IMPORT(CreateFileW);
 KOR_IMPORT(GetFileInformationByHandleEx);
 KOR_IMPORT(GetFileSizeEx);
 KOR_IMPORT(fwrite);
@@ -215,19 +215,19 @@ TEST(LogFileFault, AFileThatWaitsToBeDeletedIsLetGoOfAndCreatedAgain)
     HANDLE first = INVALID_HANDLE_VALUE;
     BY_HANDLE_FILE_INFORMATION first_file{};
     bool pending = false;
-    Hook<CreateFileAImport> create(
-        [&](const char* name, DWORD access, DWORD share, SECURITY_ATTRIBUTES* attributes, DWORD disposition,
+    Hook<CreateFileWImport> create(
+        [&](const wchar_t* name, DWORD access, DWORD share, SECURITY_ATTRIBUTES* attributes, DWORD disposition,
             DWORD flags, HANDLE pattern) -> HANDLE
         {
-            const std::string text(name);
-            const bool is_log = text.size() >= 8 && text.compare(text.size() - 8, 8, "test.log") == 0;
+            const std::wstring text(name);
+            const bool is_log = text.size() >= 8 && text.compare(text.size() - 8, 8, L"test.log") == 0;
             pending = pending && !is_closed(first, first_file);
             if (is_log && pending)
             {
                 ::SetLastError(ERROR_ACCESS_DENIED);
                 return INVALID_HANDLE_VALUE;
             }
-            const HANDLE file = ::CreateFileA(name, access, share, attributes, disposition, flags, pattern);
+            const HANDLE file = ::CreateFileW(name, access, share, attributes, disposition, flags, pattern);
             if (is_log && first == INVALID_HANDLE_VALUE)
             {
                 first = file;

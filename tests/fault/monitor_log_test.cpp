@@ -22,7 +22,7 @@ KOR_IMPORT(ReportEventA);
 KOR_IMPORT(CloseEventLog);
 KOR_IMPORT(GetLocalTime);
 KOR_IMPORT(SetConsoleTextAttribute);
-KOR_IMPORT(CreateFileA);
+KOR_IMPORT(CreateFileW);
 KOR_IMPORT(FlsSetValue);
 
 const HANDLE SOURCE = reinterpret_cast<HANDLE>(0x5150);
@@ -293,9 +293,9 @@ TEST_F(MonitorLog, WithoutADirectoryTheFolderLogIsTakenWithAWarning)
 {
     const EnvironmentVariable none("PRISMATE_LOG_DIR", "");
     CapturedStream out(stdout);
-    Lines paths;
-    Hook<CreateFileAImport> files(
-        [&](const char* path, DWORD, DWORD, SECURITY_ATTRIBUTES*, DWORD, DWORD, HANDLE) -> HANDLE
+    std::vector<std::wstring> paths;
+    Hook<CreateFileWImport> files(
+        [&](const wchar_t* path, DWORD, DWORD, SECURITY_ATTRIBUTES*, DWORD, DWORD, HANDLE) -> HANDLE
         {
             paths.push_back(path);
             return INVALID_HANDLE_VALUE;
@@ -303,7 +303,9 @@ TEST_F(MonitorLog, WithoutADirectoryTheFolderLogIsTakenWithAWarning)
     ASSERT_TRUE(files.installed());
     Kor_PerfmonLogFile log(0);
     log.Open("perf.log", "viewer");
-    EXPECT_EQ(paths, Lines{"log\\perf.log"});
+    wchar_t expected[MAX_PATH] = {};
+    ::GetFullPathNameW(L"log\\perf.log", MAX_PATH, expected, nullptr);
+    EXPECT_EQ(paths, std::vector<std::wstring>{expected});
     EXPECT_EQ(out.text(), "Kor_PerfmonLogFile - Warning - No configuration file\n");
 }
 

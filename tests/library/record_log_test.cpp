@@ -36,8 +36,8 @@ KOR_IMPORT(GetCurrentThreadId);
 KOR_IMPORT(GetLocalTime);
 KOR_IMPORT(malloc);
 KOR_IMPORT(_aligned_malloc);
-KOR_IMPORT(_mkdir);
-KOR_IMPORT(fopen);
+KOR_IMPORT(_wmkdir);
+KOR_IMPORT(_wfopen);
 KOR_IMPORT(fclose);
 KOR_IMPORT(fputs);
 KOR_IMPORT(EnterCriticalSection);
@@ -780,7 +780,7 @@ TEST_F(RecordLogFolder, InitAgainWithoutAFolderClosesTheFileAndDropsWhatComes)
 
 TEST_F(RecordLogFolder, AFileThatCannotBeOpenedDropsTheRecords)
 {
-    const Hook<fopenImport> opens([](const char*, const char*) -> FILE* { return nullptr; });
+    const Hook<_wfopenImport> opens([](const wchar_t*, const wchar_t*) -> FILE* { return nullptr; });
     ASSERT_TRUE(opens.installed());
     EXPECT_THAT(told_without_a_file(), ElementsAre(BEGIN));
     EXPECT_EQ(opens.calls(), 1);
@@ -790,13 +790,13 @@ TEST_F(RecordLogFolder, AFolderThatIsRefusedForAnyOtherReasonDropsTheRecords)
 {
     for (const int reason : {EACCES, ENOENT, ENOSPC, EINVAL})
     {
-        const Hook<_mkdirImport> makes(
-            [reason](const char*)
+        const Hook<_wmkdirImport> makes(
+            [reason](const wchar_t*)
             {
                 errno = reason;
                 return -1;
             });
-        const Hook<fopenImport> opens;
+        const Hook<_wfopenImport> opens;
         ASSERT_TRUE(makes.installed() && opens.installed());
         EXPECT_THAT(told_without_a_file(), ElementsAre(BEGIN)) << reason;
         EXPECT_EQ(makes.calls(), 1);
@@ -816,32 +816,6 @@ TEST_F(RecordLogFolder, OnceTheFolderCanBeHadANewLogHasItsFile)
     const Lines names = record_files(m_current.file("new"));
     ASSERT_EQ(names.size(), 1u);
     EXPECT_EQ(lines_of(read_file(m_current.file("new\\" + names[0]))).size(), 1u);
-}
-
-TEST_F(RecordLogFolder, APathOf259CharactersIsOpenedAndALongerOneIsNot)
-{
-    const Hook<GetLocalTimeImport> clock([](SYSTEMTIME* now) { *now = {2024, 3, 0, 3, 4, 5, 0, 0}; });
-    const Hook<_mkdirImport> makes([](const char*) { return 0; });
-    std::string path;
-    const std::string place = m_current.file("file");
-    Hook<fopenImport> opens(
-        [&](const char* name, const char*)
-        {
-            path = name;
-            return std::fopen(place.c_str(), "a");
-        });
-    ASSERT_TRUE(clock.installed() && makes.installed() && opens.installed());
-    int number = 0;
-    for (const std::size_t length : {258u, 259u, 260u, 261u, 300u, 5000u, 30000u, 259u})
-    {
-        path.clear();
-        const std::string end = std::to_string(::GetCurrentProcessId()) + "_P03030405_" + std::to_string(number++);
-        const std::string folder(length - 1 - end.size(), 'x');
-        const EnvironmentVariable variable("PRISMATE_LOG_DIR", folder);
-        record(1);
-        Kor_PerformanceLog::CloseInstance();
-        EXPECT_EQ(path, length < 260 ? folder + '/' + end : "") << length;
-    }
 }
 
 // Switched off -------------------------------------------------------------------
