@@ -29,6 +29,8 @@ namespace kor::win
 class AppendFile;
 }
 
+struct Kor_LogFileForC;
+
 /// A point in local time, field for field the SYSTEMTIME of Windows.
 struct Kor_LocalTime
 {
@@ -415,6 +417,8 @@ public:
     void UpdateCacheFromSharedMem(int package);
 
 private:
+    friend struct Kor_LogFileForC;
+
     struct Line;
     struct Round;
 

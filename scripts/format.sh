@@ -7,7 +7,7 @@ ensure_packages clang-format-14
 
 # Tracked or not yet, but not ignored; also in a clone that belongs to another user.
 mapfile -d '' -t listed < <(git -C "$project_dir" -c safe.directory="$project_dir" \
-    ls-files -z --cached --others --exclude-standard -- '*.cpp' '*.h' '*.c')
+    ls-files -z --cached --others --exclude-standard -- '*.cpp' '*.h' '*.hpp' '*.c')
 files=()
 for file in "${listed[@]}"; do
     [ ! -f "$project_dir/$file" ] || files+=("$project_dir/$file") # not where it was just removed

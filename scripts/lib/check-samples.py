@@ -30,7 +30,8 @@ def stands_in(lines, source):
 
 def main():
     root = pathlib.Path(sys.argv[1])
-    sources = [path for pattern in ("*.cpp", "*.c", "*.java") for path in sorted((root / "examples").rglob(pattern))]
+    patterns = ("*.cpp", "*.c", "*.java", "*.cs", "*.py")
+    sources = [path for pattern in patterns for path in sorted((root / "examples").rglob(pattern))]
     texts = {path: [line.strip() for line in path.read_text(encoding="utf-8").splitlines()] for path in sources}
     faults = 0
     for page in [root / "README.md", *sorted((root / "docs").glob("*.md"))]:

@@ -11,7 +11,7 @@ base_packages=(
 # the formatter, GoogleTest for this machine, Python for the tools and CTest's results, and readers of what is
 # written: jq for traces, xmllint for reports, LLDB for minidumps, a browser for pages.
 test_packages=(
-    clang-14 lld-14 llvm-14 libclang-rt-14-dev clang-format-14 libgtest-dev libgmock-dev
+    clang-14 lld-14 llvm-14 libclang-rt-14-dev clang-format-14 libgtest-dev libgmock-dev libfmt-dev
     python3 jq libxml2-utils lldb-14 chromium
 )
 # What the demo reads a crash report with, and makes it into a page.
