@@ -1,19 +1,25 @@
 # How LUMlog's own code is compiled. What users of the package see is not affected.
 
 add_library(lumlog_build_options INTERFACE)
-target_compile_options(
-    lumlog_build_options
-    INTERFACE
-        $<$<COMPILE_LANGUAGE:C,CXX>:-Wall;-Wextra;-Wpedantic;-Wshadow;-Wconversion;-Wsign-conversion>
-        $<$<COMPILE_LANGUAGE:C,CXX>:-Wcast-align;-Wformat=2;-Wundef;-Werror>
-        $<$<COMPILE_LANGUAGE:C,CXX>:-ffunction-sections;-fdata-sections>)
+if(CMAKE_CXX_COMPILER_FRONTEND_VARIANT STREQUAL "MSVC" OR CMAKE_CXX_COMPILER_ID STREQUAL "MSVC")
+    target_compile_options(lumlog_build_options INTERFACE $<$<COMPILE_LANGUAGE:C,CXX>:/W4;/WX;/utf-8;/Gy;/Gw>)
+else()
+    target_compile_options(
+        lumlog_build_options
+        INTERFACE
+            $<$<COMPILE_LANGUAGE:C,CXX>:-Wall;-Wextra;-Wpedantic;-Wshadow;-Wconversion;-Wsign-conversion>
+            $<$<COMPILE_LANGUAGE:C,CXX>:-Wcast-align;-Wformat=2;-Wundef;-Werror>
+            $<$<COMPILE_LANGUAGE:C,CXX>:-ffunction-sections;-fdata-sections>)
+endif()
 
-if(WIN32)
+if(MINGW)
     # The C++ run time inside, so that the Windows system DLLs are all that is needed.
     target_link_options(
         lumlog_build_options INTERFACE -static -static-libgcc -static-libstdc++ -Wl,--gc-sections)
     # Symbols would be two thirds of the DLL; builds for debugging keep them.
     target_link_options(lumlog_build_options INTERFACE $<$<CONFIG:Release>:-s>)
+endif()
+if(WIN32)
     # msvcrt heads the list of what Windows programs run on: no universal run time to install.
     target_compile_definitions(lumlog_build_options INTERFACE _WIN32_WINNT=0x0602)
     # A program for Windows runs through this wherever CMake or CTest has to run one.

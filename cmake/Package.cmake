@@ -23,8 +23,26 @@ install(
     PATTERN __pycache__ EXCLUDE)
 install(EXPORT LUMlogTargets NAMESPACE LUMlog:: DESTINATION ${package_dir})
 
+# The C interface for compilers with Microsoft's C++ interface.
+find_program(LLVM_DLLTOOL NAMES llvm-dlltool-14 llvm-dlltool)
+if(LLVM_DLLTOOL)
+    set(msvc_library ${CMAKE_ARCHIVE_OUTPUT_DIRECTORY}/LUMlog.lib)
+    add_custom_command(
+        OUTPUT ${msvc_library}
+        COMMAND ${PROJECT_SOURCE_DIR}/packaging/msvc-import-library.sh ${CMAKE_OBJDUMP} ${LLVM_DLLTOOL}
+                $<TARGET_FILE:LUMlog> ${msvc_library}
+        DEPENDS LUMlog ${PROJECT_SOURCE_DIR}/packaging/msvc-import-library.sh
+        COMMENT "Making the import library for Microsoft's linker"
+        VERBATIM)
+    add_custom_target(msvc_import_library ALL DEPENDS ${msvc_library})
+    install(FILES ${msvc_library} DESTINATION ${CMAKE_INSTALL_LIBDIR})
+else()
+    message(STATUS "No lib/LUMlog.lib: LLVM's dlltool, which makes it, is not there")
+endif()
+
 configure_package_config_file(cmake/LUMlogConfig.cmake.in ${PROJECT_BINARY_DIR}/package/LUMlogConfig.cmake
-                              INSTALL_DESTINATION ${package_dir})
+                              INSTALL_DESTINATION ${package_dir}
+                              PATH_VARS CMAKE_INSTALL_LIBDIR CMAKE_INSTALL_BINDIR CMAKE_INSTALL_INCLUDEDIR)
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/package/LUMlogConfigVersion.cmake
                                  COMPATIBILITY SameMinorVersion)
 install(FILES ${PROJECT_BINARY_DIR}/package/LUMlogConfig.cmake

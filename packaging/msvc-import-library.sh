@@ -1,0 +1,16 @@
+#!/usr/bin/env bash
+# msvc-import-library.sh OBJDUMP DLLTOOL DLL LIBRARY: makes the import library of the C functions that Microsoft's linker
+# and LLD take: in the short form, which LLVM's dlltool writes.
+set -euo pipefail
+objdump=$1 dlltool=$2 dll=$3 library=$4
+
+exported=$("$objdump" -p "$dll" | awk '
+    /^\[Ordinal\/Name Pointer\] Table/ { names = 1; next }
+    names && !/^\t\[/ { names = 0 }
+    names { print $NF }' | LC_ALL=C sort | grep -E '^(lum_|OpenLog$|WriteLog$)')
+{
+    printf 'LIBRARY %s\nEXPORTS\n' "$(basename "$dll")"
+    # The one object among the functions.
+    printf '%s\n' "$exported" | sed 's/^lum_process_gate$/& DATA/'
+} >"$library.def"
+"$dlltool" -m i386:x86-64 -d "$library.def" -l "$library"
