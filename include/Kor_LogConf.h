@@ -180,7 +180,7 @@ public:
 
     /// The defaults: standard error, no debugger output, all packages nameless at level 4, no size
     /// limit, stamped with the present time. With PRISMATE_LOG_CONSOLE set to "1" it also opens a
-    /// console for a process that has none.
+    /// console for a process that has none, unless that is a tool (KOR_TOOL_PROGRAM).
     Kor_LogConf();
     Kor_LogConf(const Kor_LogConf& other);
     Kor_LogConf& operator=(const Kor_LogConf& other);

@@ -409,6 +409,21 @@ public:
     /// publishes the defaults. -1 when there is no block or no memory.
     static int UpdateSMFromFile(const char* path);
 
+    /// Publishes conf to every process of the machine, as UpdateSMFromFile does with what it has read; conf gets the
+    /// stamp that it was published under. 0, or -1 when there is no block and none can be made: the reason stands in
+    /// GetLastError.
+    static int UpdateSMFromConf(Kor_LogConf& conf);
+
+    /// Copies what the machine's processes share, without joining or making it. name, unless null, is set to the name
+    /// of the block that was found ("Global\..." of the machine, "Local\..." of a session), or to null. 17, or -1 when
+    /// there is none, or none that can be read: then copy is as it was and the reason stands in GetLastError (2: no
+    /// process shares anything).
+    static int CopySharedMemory(Kor_LogConf& copy, const char** name = nullptr);
+
+    /// The stamp of what the machine's processes share, 0 when there is nothing; a fraction of the cost of a copy, for
+    /// who waits for a change.
+    static unsigned long long GetSharedChangeCount();
+
     /// True when the cached levels are those of the configuration as it stands now.
     bool IsCacheTableUpToDate();
     void ClearCacheTable();
@@ -485,6 +500,25 @@ private:
 
 /// The log of the process, there from when the library is loaded until it goes.
 extern KOR_API Kor_LogFile KorGLog;
+
+/// To stand once, outside of all functions, in a program that looks after the configuration of others and is not to
+/// have one of its own. In its process the library does nothing to the configuration while it is loaded, before main
+/// runs; takes over nothing from the environment into what all share; makes no shared block by itself and keeps none
+/// alive; opens no console and adjusts no clock. A log that such a program opens goes by a copy of what was shared at
+/// that moment or, when nothing was, by the `logger` file.
+#define KOR_TOOL_PROGRAM                            \
+    extern "C"                                      \
+    {                                               \
+        KOR_TOOL_EXPORT extern int Kor_ToolProgram; \
+        KOR_TOOL_EXPORT int Kor_ToolProgram = 1;    \
+    }                                               \
+    static_assert(true)
+
+#if defined(_WIN32)
+#define KOR_TOOL_EXPORT __declspec(dllexport)
+#else
+#define KOR_TOOL_EXPORT
+#endif
 
 /// Writes a line when it is wanted, and evaluates neither the format nor its arguments when not.
 /// log: a Kor_LogFile. level, package: as for StoreParams, each evaluated once.

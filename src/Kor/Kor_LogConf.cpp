@@ -19,6 +19,7 @@
 #include "win/clock.h"
 #include "win/console.h"
 #include "win/environment.h"
+#include "win/host_program.h"
 
 // The layouts that separately built processes share ----------------------------------------------
 static_assert(sizeof(IP_Structure) == 28);
@@ -167,6 +168,8 @@ bool kor::is_tracing()
         known = win::is_set("PRISMATE_LOG_DEBUG") ? YES : NO;
     return known == YES;
 }
+
+bool kor::is_tool_program() { return win::program_exports("Kor_ToolProgram"); }
 
 // IP_Structure --------------------------------------------------------------------------------------
 IP_Structure::IP_Structure() noexcept : family(FAMILY_EMPTY), mask(0), address{}, prefixBytes(NO_PREFIX), padding{} {}
@@ -497,7 +500,8 @@ RWCString Kor_LogLevelRuleTable::ToString() const
 Kor_LogConf::Kor_LogConf()
     : output(OUTPUT_STDERR), printToDebugger(false), padding{}, changeCount(0), packageNames{}, sizeLimitInMb(0)
 {
-    if (kor::win::environment("PRISMATE_LOG_CONSOLE") == "1" && kor::win::open_console_if_none())
+    if (kor::win::environment("PRISMATE_LOG_CONSOLE") == "1" && !kor::is_tool_program() &&
+        kor::win::open_console_if_none())
         std::printf("PRISMATE_LOG_CONSOLE = 1\n========================\n\n");
     std::memset(packageLevels, DEFAULT_LEVEL, sizeof packageLevels);
     GenerateChangeCount();

@@ -62,7 +62,7 @@ Kor_LogFile::Kor_LogFile(int, bool banners)
     size = sizeof m_user_name;
     ::GetUserNameA(m_user_name, &size);
     m_lock = new (std::nothrow) ThreadAPI_RecursiveMutex;
-    if (kor::win::is_set("PRISMATE_LOG_DIR"))
+    if (kor::win::is_set("PRISMATE_LOG_DIR") && !kor::is_tool_program())
         InitConf();
 }
 

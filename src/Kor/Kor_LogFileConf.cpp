@@ -125,14 +125,20 @@ struct Attachment
     int result = ATTACH_FAILED;
 };
 
+/// Where a process looks when there is no block of the name that it has the right to: one that may not create global
+/// objects still joins the one that a service has created.
+const char* fallback_name() noexcept
+{
+    return kor::shared_block_name == kor::LOCAL_BLOCK_NAME ? kor::GLOBAL_BLOCK_NAME : nullptr;
+}
+
 /// Finds or makes the block of the machine.
 Attachment attach()
 {
     Attachment block;
     KOR_TRACE("AttachedSharedMemory\n");
     const char* const name = kor::shared_block_name;
-    // A process that may not create global objects still joins the one that a service has created.
-    block.mapping = kor::win::open_mapping(name, name == kor::LOCAL_BLOCK_NAME ? kor::GLOBAL_BLOCK_NAME : nullptr);
+    block.mapping = kor::win::open_mapping(name, fallback_name());
     const DWORD error = ::GetLastError();
     if (kor::win::is_set("PRISMATE_LOG_INFO"))
         std::printf("file mapping name is %s\n", name == nullptr ? "empty" : name);
@@ -171,6 +177,8 @@ void publish(Kor_LogConf& conf, Kor_LogConf& block)
 
 // A creator fills its block within milliseconds; one that has not done so by then was killed.
 constexpr ULONGLONG FILL_WAIT_MS = 500;
+
+constexpr int MOST_COPIES = 10;
 
 /// False when the block still holds nothing, as its creator ended before it could fill it.
 bool wait_until_filled(const Kor_LogConf& block) noexcept
@@ -340,6 +348,12 @@ int Kor_LogFile::InitConf()
 {
     if (m_conf_initialised.exchange(true) || m_conf == nullptr)
         return 0;
+    if (kor::is_tool_program())
+    {
+        if (CopySharedMemory(*m_conf) == ATTACH_FAILED)
+            ReadFile();
+        return 0;
+    }
     ReadFile();
     const std::optional<Kor_LogConf::Output> chosen = output_override(m_event_source != nullptr);
     if (chosen)
@@ -419,16 +433,49 @@ int Kor_LogFile::WriteToSharedMemory()
 int Kor_LogFile::UpdateSMFromFile(const char* path)
 {
     const std::unique_ptr<Kor_LogConf> fresh(new (std::nothrow) Kor_LogConf);
-    if (fresh)
-        ReadFile(path, *fresh);
-    Attachment block = attach();
-    if (!fresh || !block.view)
+    if (!fresh)
         return -1;
-    publish(*fresh, *static_cast<Kor_LogConf*>(block.view.get()));
-    // One mapping keeps the block alive for this process; a tool that runs for weeks needs no more.
-    if (!block_is_kept)
+    ReadFile(path, *fresh);
+    return UpdateSMFromConf(*fresh);
+}
+
+int Kor_LogFile::UpdateSMFromConf(Kor_LogConf& conf)
+{
+    Attachment block = attach();
+    if (!block.view)
+        return -1;
+    publish(conf, *static_cast<Kor_LogConf*>(block.view.get()));
+    // One mapping keeps the block alive for this process; a program that publishes for weeks needs no more. A tool
+    // keeps none: what all share has to go with those who share it.
+    if (!block_is_kept && !kor::is_tool_program())
         keep(block);
     return 0;
+}
+
+int Kor_LogFile::CopySharedMemory(Kor_LogConf& copy, const char** name)
+{
+    const kor::win::FoundView found = kor::win::find_view(kor::shared_block_name, fallback_name(), sizeof(Kor_LogConf));
+    if (name != nullptr)
+        *name = found.view ? found.name : nullptr;
+    const auto* const block = static_cast<const Kor_LogConf*>(found.view.get());
+    if (block == nullptr || !wait_until_filled(*block))
+        return ATTACH_FAILED;
+    // A writer stamps the block when all of it is there: what was copied until then may be of two pieces.
+    for (int tries = 0; tries < MOST_COPIES; ++tries)
+    {
+        const unsigned long long stamp = block->GetChangeCount();
+        copy = *block;
+        if (block->GetChangeCount() == stamp)
+            break;
+    }
+    return ATTACH_EXISTED;
+}
+
+unsigned long long Kor_LogFile::GetSharedChangeCount()
+{
+    const kor::win::FoundView found = kor::win::find_view(kor::shared_block_name, fallback_name(), sizeof(Kor_LogConf));
+    const auto* const block = static_cast<const Kor_LogConf*>(found.view.get());
+    return block == nullptr ? 0 : block->GetChangeCount();
 }
 
 // Levels ----------------------------------------------------------------------------------------------

@@ -22,6 +22,9 @@ bool is_tracing();
 /// Prints a warning about something that was not used as it was given.
 #define KOR_WARN(...) std::printf("Kor_LogFile - Warning - " __VA_ARGS__)
 
+/// True in a program that has KOR_TOOL_PROGRAM in it.
+bool is_tool_program();
+
 /// For who has set no PRISMATE_LOG_DIR.
 inline void warn_of_missing_directory() { KOR_WARN("No configuration file\n"); }
 } // namespace kor

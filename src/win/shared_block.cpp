@@ -34,6 +34,13 @@ private:
     SECURITY_ATTRIBUTES m_attributes{};
 };
 static_assert(SECURITY_DESCRIPTOR_MIN_LENGTH == 40, "size of an absolute descriptor in a 64-bit process");
+
+/// Anyone can have made an object of that name, and reading past its end would be a fault.
+bool holds(const OwnedView& view, std::size_t size) noexcept
+{
+    MEMORY_BASIC_INFORMATION region{};
+    return ::VirtualQuery(view.get(), &region, sizeof region) != 0 && region.RegionSize >= size;
+}
 } // namespace
 
 OwnedHandle open_mapping(const char* name, const char* fallback_name) noexcept
@@ -68,11 +75,28 @@ OwnedView map_view(const OwnedHandle& mapping, std::size_t size) noexcept
             stderr, "****ERROR - Failed in MapViewOfFile.Error num is <%d>****\n", static_cast<int>(::GetLastError()));
         return view;
     }
-    // Anyone can have made an object of that name, and reading past its end would be a fault.
-    MEMORY_BASIC_INFORMATION region{};
-    if (::VirtualQuery(view.get(), &region, sizeof region) != 0 && region.RegionSize >= size)
+    if (holds(view, size))
         return view;
     std::fprintf(stderr, "****ERROR - the shared block is smaller than a configuration****\n");
     return OwnedView();
+}
+
+FoundView find_view(const char* name, const char* fallback_name, std::size_t size) noexcept
+{
+    OwnedHandle mapping(::OpenFileMappingA(FILE_MAP_READ, FALSE, name));
+    if (!mapping && fallback_name != nullptr && ::GetLastError() == ERROR_FILE_NOT_FOUND)
+    {
+        name = fallback_name;
+        mapping = OwnedHandle(::OpenFileMappingA(FILE_MAP_READ, FALSE, name));
+    }
+    FoundView found{OwnedView(), name};
+    if (!mapping)
+        return found;
+    OwnedView view(::MapViewOfFile(mapping.get(), FILE_MAP_READ, 0, 0, 0));
+    if (view && !holds(view, size))
+        ::SetLastError(ERROR_INVALID_DATA);
+    else
+        found.view = std::move(view);
+    return found;
 }
 } // namespace kor::win

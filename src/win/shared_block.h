@@ -17,6 +17,17 @@ OwnedHandle open_mapping(const char* name, const char* fallback_name) noexcept;
 /// Creates it, for everyone's use. Sets created unless another process was faster.
 OwnedHandle create_mapping(const char* name, std::size_t size, bool& created) noexcept;
 
+/// A view that was found, for reading alone, and by which of the names.
+struct FoundView
+{
+    OwnedView view;
+    const char* name;
+};
+
+/// Maps the mapping called name, or else fallback_name (null: none), for reading. Says nothing; a view that is null has
+/// its reason in GetLastError. Also null when it has fewer than size bytes.
+FoundView find_view(const char* name, const char* fallback_name, std::size_t size) noexcept;
+
 /// Maps the whole of it for reading and writing. Null also when it has fewer than size bytes.
 OwnedView map_view(const OwnedHandle& mapping, std::size_t size) noexcept;
 } // namespace kor::win
