@@ -6,8 +6,9 @@
 #include <atomic>
 #include <cstdint>
 #include <cstdlib>
-#include <set>
+#include <memory>
 #include <string>
+#include <utility>
 
 #include "Kor/identity.h"
 #include "Kor/kept_texts.h"
@@ -18,15 +19,53 @@
 
 namespace
 {
-kor::win::OwnerLock kept_texts_lock;
-std::set<std::string> kept_texts; // a handful: the folders that GetLogConfigDir has handed out
+/// The folders that GetLogConfigDir has handed out: a handful. Texts come and none goes, so nobody has to wait, not
+/// even for a thread that was ended in here.
+class KeptTexts
+{
+public:
+    constexpr KeptTexts() noexcept = default;
+    KeptTexts(const KeptTexts&) = delete;
+    KeptTexts& operator=(const KeptTexts&) = delete;
+    ~KeptTexts()
+    {
+        const Entry* entry = m_newest.load();
+        while (entry != nullptr)
+            delete std::exchange(entry, entry->older);
+    }
+
+    char* keep(const std::string& text)
+    {
+        std::unique_ptr<Entry> made;
+        Entry* newest = m_newest.load(std::memory_order_acquire);
+        for (;;)
+        {
+            for (Entry* entry = newest; entry != nullptr; entry = entry->older)
+                if (entry->text == text)
+                    return entry->text.data();
+            if (made == nullptr)
+                made = std::make_unique<Entry>(Entry{text, nullptr});
+            made->older = newest;
+            if (m_newest.compare_exchange_weak(
+                    newest, made.get(), std::memory_order_acq_rel, std::memory_order_acquire))
+                return made.release()->text.data();
+        }
+    }
+
+private:
+    struct Entry
+    {
+        std::string text;
+        Entry* older;
+    };
+
+    std::atomic<Entry*> m_newest{nullptr};
+};
+
+KeptTexts kept_texts;
 } // namespace
 
-char* kor::keep_text(const std::string& text)
-{
-    const win::OwnerLockGuard guard(kept_texts_lock);
-    return const_cast<char*>(kept_texts.insert(text).first->c_str());
-}
+char* kor::keep_text(const std::string& text) { return kept_texts.keep(text); }
 
 kor::win::OwnerLock kor::identity_lock;
 std::atomic<std::uint32_t> kor::identity_changes{1};

@@ -1,5 +1,6 @@
 #include "win/owner_lock.h"
 
+#include "win/kept_errors.h"
 #include "win/owned.h"
 
 namespace kor::win
@@ -11,15 +12,20 @@ namespace
 constexpr int SPINS = 100;
 constexpr int YIELDS = 2'000;
 
+/// True when the thread is known to be gone. One that the caller may not look at, as when it impersonates somebody,
+/// counts as living.
 bool has_ended(DWORD thread_id) noexcept
 {
     const OwnedHandle thread(::OpenThread(SYNCHRONIZE, FALSE, thread_id));
-    return !thread || ::WaitForSingleObject(thread.get(), 0) == WAIT_OBJECT_0;
+    if (!thread)
+        return ::GetLastError() == ERROR_INVALID_PARAMETER; // no thread has that id
+    return ::WaitForSingleObject(thread.get(), 0) == WAIT_OBJECT_0;
 }
 } // namespace
 
 bool OwnerLock::wait_for_lock() noexcept
 {
+    const KeptErrors kept;
     const DWORD self = ::GetCurrentThreadId();
     const auto try_lock = [this, self]
     {
