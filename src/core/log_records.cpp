@@ -27,7 +27,7 @@ constexpr std::uint64_t MOST_PROBED = 1024 * 1024; // bytes without a headline
 /// The same part of a copy of what view is in.
 void rebase(std::string_view& view, const char* from, const char* to) noexcept
 {
-    if (!view.empty())
+    if (view.data() != nullptr) // also an empty one tells a place
         view = std::string_view(to + (view.data() - from), view.size());
 }
 

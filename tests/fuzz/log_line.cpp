@@ -136,8 +136,11 @@ void check_merge(const std::vector<std::string_view>& files)
         require(!wanted || record.line.level <= 4);
         const std::string_view text = record.text();
         if (record.begins)
-            for (const std::string_view view : {record.line.application, record.line.client, record.line.text})
+        {
+            for (const std::string_view view : {record.line.application, record.line.client})
                 require(is_empty_or_inside(view, text));
+            require(is_inside(record.line.text, text));
+        }
         given[record.source] += text;
     }
     for (std::size_t i = 0; i < files.size(); ++i)

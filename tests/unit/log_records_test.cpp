@@ -273,6 +273,21 @@ TEST(LogReader, TheViewsOfARecordHoldHoweverLongItGrows)
     EXPECT_LT(record.line.text.data(), record.bytes.data() + record.bytes.size());
 }
 
+TEST(LogReader, AnEmptyMessageStandsInItsRecordToo)
+{
+    const std::string first = message_at("08:00:00.000", "");
+    TextBytes bytes(first + message_at("08:00:01.000", ""));
+    const FixedZone zone(0);
+    LogReader reader(bytes, zone, {});
+    LogRecord record;
+    for (int i = 0; i < 2; ++i)
+    {
+        ASSERT_TRUE(reader.next(record));
+        EXPECT_EQ(record.line.text, "");
+        EXPECT_EQ(record.line.text.data(), record.bytes.data() + first.size() - 2);
+    }
+}
+
 TEST(LogReader, TellsTheYearsOfAMonitorLogByWhenItWasWrittenLast)
 {
     const std::string_view text = "30/12 10:00:00.000 5 v[1,2]: =a\n"
