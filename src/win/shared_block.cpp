@@ -35,11 +35,42 @@ private:
 };
 static_assert(SECURITY_DESCRIPTOR_MIN_LENGTH == 40, "size of an absolute descriptor in a 64-bit process");
 
-/// Anyone can have made an object of that name, and reading past its end would be a fault.
-bool holds(const OwnedView& view, std::size_t size) noexcept
+void report_failed_view(DWORD error) noexcept
 {
-    MEMORY_BASIC_INFORMATION region{};
-    return ::VirtualQuery(view.get(), &region, sizeof region) != 0 && region.RegionSize >= size;
+    std::fprintf(stderr, "****ERROR - Failed in MapViewOfFile.Error num is <%d>****\n", static_cast<int>(error));
+}
+
+constexpr DWORD WRITABLE = PAGE_READWRITE | PAGE_EXECUTE_READWRITE;
+constexpr DWORD READABLE =
+    WRITABLE | PAGE_READONLY | PAGE_EXECUTE_READ | PAGE_WRITECOPY | PAGE_EXECUTE_WRITECOPY;
+
+enum class Extent
+{
+    USABLE,
+    TOO_SMALL,
+    UNUSABLE ///< reserved only, or without the right to read or write
+};
+
+/// What the first size bytes of a view are good for, page by page: a section whose maker only reserved it can be
+/// mapped with all rights, and have memory in some places and none in others. protections: those that will do.
+Extent look_at(const void* view, std::size_t size, DWORD protections) noexcept
+{
+    const auto* const begin = static_cast<const unsigned char*>(view);
+    const void* allocation = nullptr;
+    for (std::size_t seen = 0; seen < size;)
+    {
+        MEMORY_BASIC_INFORMATION region{};
+        if (::VirtualQuery(begin + seen, &region, sizeof region) == 0 || region.RegionSize == 0)
+            return Extent::UNUSABLE;
+        if (seen == 0)
+            allocation = region.AllocationBase;
+        if (region.State == MEM_FREE || region.AllocationBase != allocation)
+            return Extent::TOO_SMALL;
+        if (region.State != MEM_COMMIT || (region.Protect & protections) == 0 || (region.Protect & PAGE_GUARD) != 0)
+            return Extent::UNUSABLE;
+        seen += region.RegionSize;
+    }
+    return Extent::USABLE;
 }
 } // namespace
 
@@ -71,13 +102,21 @@ OwnedView map_view(const OwnedHandle& mapping, std::size_t size) noexcept
     OwnedView view(::MapViewOfFile(mapping.get(), FILE_MAP_ALL_ACCESS, 0, 0, 0));
     if (!view)
     {
-        std::fprintf(
-            stderr, "****ERROR - Failed in MapViewOfFile.Error num is <%d>****\n", static_cast<int>(::GetLastError()));
+        report_failed_view(::GetLastError());
         return view;
     }
-    if (holds(view, size))
+    // Anyone can have made an object of that name, and touching what is not there would be a fault.
+    switch (look_at(view.get(), size, WRITABLE))
+    {
+    case Extent::USABLE:
         return view;
-    std::fprintf(stderr, "****ERROR - the shared block is smaller than a configuration****\n");
+    case Extent::TOO_SMALL:
+        std::fprintf(stderr, "****ERROR - the shared block is smaller than a configuration****\n");
+        return OwnedView();
+    case Extent::UNUSABLE:
+        break;
+    }
+    report_failed_view(ERROR_NOACCESS);
     return OwnedView();
 }
 
@@ -93,7 +132,7 @@ FoundView find_view(const char* name, const char* fallback_name, std::size_t siz
     if (!mapping)
         return found;
     OwnedView view(::MapViewOfFile(mapping.get(), FILE_MAP_READ, 0, 0, 0));
-    if (view && !holds(view, size))
+    if (view && look_at(view.get(), size, READABLE) != Extent::USABLE)
         ::SetLastError(ERROR_INVALID_DATA);
     else
         found.view = std::move(view);

@@ -25,10 +25,12 @@ struct FoundView
 };
 
 /// Maps the mapping called name, or else fallback_name (null: none), for reading. Says nothing; a view that is null has
-/// its reason in GetLastError. Also null when it has fewer than size bytes.
+/// its reason in GetLastError. Also null when it has fewer than size
+/// bytes, or when these are not all there to be read.
 FoundView find_view(const char* name, const char* fallback_name, std::size_t size) noexcept;
 
-/// Maps the whole of it for reading and writing. Null also when it has fewer than size bytes.
+/// Maps the whole of it for reading and writing. Null also when it has fewer than size bytes, or when these are not
+/// all there to be read and written.
 OwnedView map_view(const OwnedHandle& mapping, std::size_t size) noexcept;
 } // namespace kor::win
 

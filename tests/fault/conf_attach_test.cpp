@@ -7,8 +7,10 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "Kor_LogFile.h"
@@ -31,6 +33,7 @@ KOR_IMPORT(GetTokenInformation);
 KOR_IMPORT(OpenProcessToken);
 KOR_IMPORT(LookupPrivilegeValueA);
 KOR_IMPORT(PrivilegeCheck);
+KOR_IMPORT(VirtualQuery);
 KOR_IMPORT(malloc);
 
 namespace
@@ -384,6 +387,106 @@ TEST(ConfAttach, AViewThatCannotBeMappedClosesTheBlockAgain)
         EXPECT_EQ(attached.out, "");
         EXPECT_EQ(windows.mapping_closed, 1);
     }
+}
+
+namespace
+{
+/// Answers for the view's pages from `page` on what `change` makes of the truth.
+struct PagesOfTheView
+{
+    PagesOfTheView(SIZE_T page, std::function<void(MEMORY_BASIC_INFORMATION&)> change)
+        : hook(
+              [this, page, change = std::move(change)](LPCVOID at, PMEMORY_BASIC_INFORMATION region, SIZE_T size) -> SIZE_T
+              {
+                  const SIZE_T result = ::VirtualQuery(at, region, size);
+                  const auto before = static_cast<SIZE_T>(
+                      static_cast<const char*>(at) - static_cast<const char*>(region->AllocationBase));
+                  if (before < page * 4096)
+                      region->RegionSize = page * 4096 - before;
+                  else
+                      change(*region);
+                  return result;
+              })
+    {
+    }
+
+    Hook<VirtualQueryImport> hook;
+};
+} // namespace
+
+TEST(ConfAttach, AViewThatCannotBeReadAndWrittenThroughoutCountsAsOneThatCannotBeMapped)
+{
+    struct Row
+    {
+        const char* name;
+        SIZE_T page;
+        std::function<void(MEMORY_BASIC_INFORMATION&)> change;
+        bool usable;
+    };
+    const auto protect = [](DWORD protection)
+    { return [protection](MEMORY_BASIC_INFORMATION& region) { region.Protect = protection; }; };
+    const auto reserve = [](MEMORY_BASIC_INFORMATION& region)
+    {
+        region.State = MEM_RESERVE;
+        region.Protect = 0;
+    };
+    const Row rows[] = {
+        {"as it is", 1, [](MEMORY_BASIC_INFORMATION&) {}, true},
+        {"executable", 1, protect(PAGE_EXECUTE_READWRITE), true},
+        {"reserved from the start", 0, reserve, false},
+        {"reserved from the second page", 1, reserve, false},
+        {"reserved at the last page", BLOCK_SIZE / 4096, reserve, false},
+        {"reserved behind the last page", BLOCK_SIZE / 4096 + 1, reserve, true},
+        {"read-only", 1, protect(PAGE_READONLY), false},
+        {"of which writing makes a copy", 1, protect(PAGE_WRITECOPY), false},
+        {"without access", 1, protect(PAGE_NOACCESS), false},
+        {"guarded", 1, protect(PAGE_READWRITE | PAGE_GUARD), false},
+    };
+    for (const Row& row : rows)
+    {
+        Windows windows;
+        windows.open_error = 0;
+        const PagesOfTheView pages(row.page, row.change);
+        ASSERT_TRUE(pages.hook.installed());
+        const Attached attached = attach();
+        EXPECT_GT(pages.hook.calls(), 0) << row.name;
+        EXPECT_EQ(attached.result, row.usable ? 17 : -1) << row.name;
+        EXPECT_EQ(attached.view != nullptr, row.usable) << row.name;
+        EXPECT_EQ(attached.err, row.usable ? "" : "****ERROR - Failed in MapViewOfFile.Error num is <998>****\n")
+            << row.name;
+        EXPECT_EQ(windows.mapping_closed, row.usable ? 0 : 1) << row.name;
+    }
+}
+
+TEST(ConfAttach, WhatLiesBehindAViewThatIsTooSmallIsNotTakenForIt)
+{
+    for (const bool another : {false, true})
+    {
+        Windows windows;
+        windows.open_error = 0;
+        const PagesOfTheView pages(
+            3,
+            [another](MEMORY_BASIC_INFORMATION& region)
+            {
+                if (another)
+                    region.AllocationBase = region.BaseAddress;
+                else
+                    region.State = MEM_FREE;
+            });
+        const Attached attached = attach();
+        EXPECT_EQ(attached.result, -1);
+        EXPECT_EQ(attached.view, nullptr);
+        EXPECT_EQ(attached.err, "****ERROR - the shared block is smaller than a configuration****\n");
+    }
+}
+
+TEST(ConfAttach, APageThatWindowsTellsNothingAboutIsNotTouched)
+{
+    Windows windows;
+    windows.open_error = 0;
+    const Hook<VirtualQueryImport> fails([](LPCVOID, PMEMORY_BASIC_INFORMATION, SIZE_T) -> SIZE_T { return 0; });
+    EXPECT_EQ(attach().result, -1);
+    EXPECT_EQ(fails.calls(), 1);
 }
 
 TEST(ConfAttach, AFailedAttachLeavesTheLogWithItsOwnConfiguration)

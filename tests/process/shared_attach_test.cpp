@@ -418,6 +418,24 @@ TEST(SharedBlockForeign, AMappingThatIsTooSmallIsNotUsed)
     }
 }
 
+TEST(SharedBlockForeign, ASectionThatIsReservedOnlyIsNotUsed)
+{
+    const HANDLE section = ::CreateFileMappingA(
+        INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE | SEC_RESERVE, 0, BlockView::SIZE, shared_block_name().c_str());
+    ASSERT_NE(section, nullptr);
+    const LoggerDirectory one(7, 15);
+    Actor actor(one.path());
+    ASSERT_TRUE(actor.ready());
+    EXPECT_EQ(actor.level(3), 7);
+    EXPECT_EQ(actor.level(4), 4);
+    EXPECT_EQ(actor.limit(), 15);
+    EXPECT_EQ(actor.attach_static(), -1);
+    EXPECT_EQ(actor.update(one.file()), -1);
+    const std::string line = "****ERROR - Failed in MapViewOfFile.Error num is <998>****\n";
+    EXPECT_EQ(text_of(actor.quit().err).rfind(line + line + line, 0), 0u);
+    ::CloseHandle(section);
+}
+
 TEST(SharedBlockForeign, AnObjectOfAnotherKindWithItsNameIsReportedAndTheFileCounts)
 {
     const LoggerDirectory one(7, 15);
