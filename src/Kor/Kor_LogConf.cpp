@@ -15,6 +15,7 @@
 #include "core/change_count.h"
 #include "core/fixed_text.h"
 #include "core/rule_text.h"
+#include "core/snapshot.h"
 #include "win/addresses.h"
 #include "win/clock.h"
 #include "win/console.h"
@@ -49,10 +50,15 @@ static_assert(offsetof(IP_Structure, address) + kor::core::IPV6_BYTES - 4 == 20,
 
 using kor::core::bounded;
 using kor::core::copy_cut;
+using kor::core::snapshot;
+using kor::core::TextSnapshot;
 
 namespace
 {
 constexpr std::size_t MAX_PREFIX_TEXT = 8; // a slash and the bits of whatever the byte says
+
+// Records and texts may lie in shared memory, where any process can write at any time: they are copied before they
+// are looked at, so that what has been checked is also what is used.
 
 /// A count of list entries as it may be used: shared memory can hold anything.
 int usable(std::int32_t count, int capacity) noexcept { return std::clamp(static_cast<int>(count), 0, capacity); }
@@ -228,24 +234,26 @@ bool IP_Structure::IsEmpty() const noexcept
 
 bool IP_Structure::CompareTo(IP_Structure candidate) const noexcept
 {
-    if (family != candidate.family)
+    const IP_Structure entry = snapshot(*this);
+    if (entry.family != candidate.family)
         return false;
-    if (family == FAMILY_IPV4)
-        return (candidate.GetIPv4BinaryForm() & mask) == GetIPv4BinaryForm();
-    if (family != FAMILY_IPV6)
+    if (entry.family == FAMILY_IPV4)
+        return (candidate.GetIPv4BinaryForm() & entry.mask) == entry.GetIPv4BinaryForm();
+    if (entry.family != FAMILY_IPV6)
         return false;
-    if (prefixBytes == 0 && mask == 0)
+    if (entry.prefixBytes == 0 && entry.mask == 0)
         return true;
-    kor::core::apply_prefix(candidate.address, {prefixBytes, mask});
-    return std::memcmp(address, candidate.address, sizeof address) == 0;
+    kor::core::apply_prefix(candidate.address, {entry.prefixBytes, entry.mask});
+    return std::memcmp(entry.address, candidate.address, sizeof entry.address) == 0;
 }
 
 RWCString IP_Structure::ToString() const
 {
-    if (family == FAMILY_IPV4)
-        return RWCString(kor::win::ipv4_text(GetIPv4BinaryForm()));
+    const IP_Structure entry = snapshot(*this);
+    if (entry.family == FAMILY_IPV4)
+        return RWCString(kor::win::ipv4_text(entry.GetIPv4BinaryForm()));
     char text[kor::win::IPV6_TEXT_SIZE + MAX_PREFIX_TEXT];
-    convert_v6_to_string(text, sizeof text);
+    entry.convert_v6_to_string(text, sizeof text);
     return RWCString(text);
 }
 
@@ -253,16 +261,17 @@ void IP_Structure::convert_v6_to_string(char* buffer, int size) const noexcept
 {
     if (buffer == nullptr || size <= 0)
         return;
+    const IP_Structure entry = snapshot(*this);
     char numeric[kor::win::IPV6_TEXT_SIZE];
-    if (size < kor::win::IPV6_TEXT_SIZE || !kor::win::write_ipv6(address, numeric))
+    if (size < kor::win::IPV6_TEXT_SIZE || !kor::win::write_ipv6(entry.address, numeric))
     {
         std::memset(buffer, 0, static_cast<std::size_t>(size));
         return;
     }
     kor::core::BoundedText text(buffer, static_cast<std::size_t>(size));
     text.add(kor::core::bounded(numeric));
-    if (prefixBytes >= 0)
-        text.add('/').add_number(kor::core::prefix_bits({prefixBytes, mask}));
+    if (entry.prefixBytes >= 0)
+        text.add('/').add_number(kor::core::prefix_bits({entry.prefixBytes, entry.mask}));
     text.finish();
 }
 
@@ -308,59 +317,65 @@ void Kor_LogLevelRule::AddIPAddress(const char* text)
     const kor::win::AddressList list(found);
     for (addrinfo* record = found; record != nullptr; record = kor::win::next(*record))
     {
-        if (ipCount >= MAX_ENTRIES)
+        const int count = snapshot(ipCount);
+        if (count >= MAX_ENTRIES)
         {
             KOR_WARN("a rule holds %d addresses, %s is left out\n", MAX_ENTRIES, text);
             return;
         }
-        IP_Structure& entry = ipAddresses[usable(ipCount, MAX_ENTRIES)];
-        entry = IP_Structure(record);
+        IP_Structure entry(record);
         entry.SetNetmask(parts.bits);
-        ++ipCount;
+        ipAddresses[usable(count, MAX_ENTRIES)] = entry;
+        ipCount = count + 1;
     }
 }
 
 void Kor_LogLevelRule::AddServiceName(const char* name)
 {
-    if (serviceNameCount >= MAX_ENTRIES)
+    const int count = snapshot(serviceNameCount);
+    if (count >= MAX_ENTRIES)
     {
         KOR_WARN("a rule holds %d applications, %s is left out\n", MAX_ENTRIES, name);
         return;
     }
-    char(&entry)[SERVICE_NAME_SIZE] = serviceNames[usable(serviceNameCount, MAX_ENTRIES)];
+    char entry[SERVICE_NAME_SIZE];
     // Left out, the rule might apply to all applications; cut, it applies to one at most.
     if (!copy_cut(entry, name))
         KOR_WARN("application name %s is cut to %s\n", name, entry);
-    ++serviceNameCount;
+    copy_cut(serviceNames[usable(count, MAX_ENTRIES)], entry);
+    serviceNameCount = count + 1;
 }
 
 void Kor_LogLevelRule::AddProcessID(unsigned long processId)
 {
-    if (processIdCount >= MAX_ENTRIES)
+    const int count = snapshot(processIdCount);
+    if (count >= MAX_ENTRIES)
     {
         KOR_WARN("a rule holds %d process ids, %lu is left out\n", MAX_ENTRIES, processId);
         return;
     }
-    processIds[usable(processIdCount, MAX_ENTRIES)] = static_cast<std::uint32_t>(processId);
-    ++processIdCount;
+    processIds[usable(count, MAX_ENTRIES)] = static_cast<std::uint32_t>(processId);
+    processIdCount = count + 1;
 }
 
 void Kor_LogLevelRule::AddSessionID(unsigned long sessionId)
 {
-    if (sessionIdCount >= MAX_ENTRIES)
+    const int count = snapshot(sessionIdCount);
+    if (count >= MAX_ENTRIES)
     {
         KOR_WARN("a rule holds %d session ids, %lu is left out\n", MAX_ENTRIES, sessionId);
         return;
     }
-    sessionIds[usable(sessionIdCount, MAX_ENTRIES)] = static_cast<std::uint32_t>(sessionId);
-    ++sessionIdCount;
+    sessionIds[usable(count, MAX_ENTRIES)] = static_cast<std::uint32_t>(sessionId);
+    sessionIdCount = count + 1;
 }
 
 bool Kor_LogLevelRule::DoesComply(
     IP_Structure& ip, const char* appName, unsigned long processId, unsigned long sessionId) const
 {
-    return fits_address(*this, ip) && fits_application(*this, appName) && fits_process(*this, processId) &&
-           fits_session(*this, sessionId);
+    const Kor_LogLevelRule rule = snapshot(*this);
+    return fits_address(rule, ip) && fits_application(rule, appName) && fits_process(rule, processId) &&
+           fits_session(rule, sessionId);
 }
 
 bool Kor_LogLevelRule::DoesComply(
@@ -394,23 +409,24 @@ bool Kor_LogLevelRule::IsValid() const noexcept
 
 RWCString Kor_LogLevelRule::ToString() const
 {
-    const int counts[4] = {
-        usable(ipCount, MAX_ENTRIES), usable(serviceNameCount, MAX_ENTRIES), usable(processIdCount, MAX_ENTRIES),
-        usable(sessionIdCount, MAX_ENTRIES)};
-    std::string lists[4];
     using Rule = Kor_LogLevelRule;
+    const Rule rule = snapshot(*this);
+    const int counts[4] = {
+        usable(rule.ipCount, MAX_ENTRIES), usable(rule.serviceNameCount, MAX_ENTRIES),
+        usable(rule.processIdCount, MAX_ENTRIES), usable(rule.sessionIdCount, MAX_ENTRIES)};
+    std::string lists[4];
     lists[kor::core::RULE_ADDRESSES] = joined(
-        counts[0], [](const Rule& rule, int i) { return std::string(rule.ipAddresses[i].ToString()); }, *this);
+        counts[0], [](const Rule& from, int i) { return std::string(from.ipAddresses[i].ToString()); }, rule);
     lists[kor::core::RULE_APPLICATIONS] = joined(
-        counts[1], [](const Rule& rule, int i) { return std::string(bounded(rule.serviceNames[i])); }, *this);
+        counts[1], [](const Rule& from, int i) { return std::string(bounded(from.serviceNames[i])); }, rule);
     lists[kor::core::RULE_PROCESSES] = joined(
-        counts[2], [](const Rule& rule, int i) { return std::to_string(rule.processIds[i]); }, *this);
+        counts[2], [](const Rule& from, int i) { return std::to_string(from.processIds[i]); }, rule);
     lists[kor::core::RULE_SESSIONS] = joined(
-        counts[3], [](const Rule& rule, int i) { return std::to_string(rule.sessionIds[i]); }, *this);
+        counts[3], [](const Rule& from, int i) { return std::to_string(from.sessionIds[i]); }, rule);
     std::size_t used = 4;
     while (used > 0 && counts[used - 1] == 0)
         --used;
-    return RWCString(kor::core::join_rule(logLevel, lists, used));
+    return RWCString(kor::core::join_rule(rule.logLevel, lists, used));
 }
 
 addrinfo* Kor_LogLevelRule::get_address_information(const RWCString& text) const
@@ -429,14 +445,15 @@ void Kor_LogLevelRuleTable::Clear() noexcept { ruleCount = 0; }
 
 bool Kor_LogLevelRuleTable::AddRule(const RWCString& text)
 {
-    if (ruleCount >= MAX_RULES)
+    const int count = snapshot(ruleCount);
+    if (count >= MAX_RULES)
     {
         KOR_WARN("a package holds %d rules, (%s) is left out\n", MAX_RULES, text.data());
         return false;
     }
-    if (!rules[usable(ruleCount, MAX_RULES)].SetRule(text))
+    if (!rules[usable(count, MAX_RULES)].SetRule(text))
         return false;
-    ++ruleCount;
+    ruleCount = count + 1;
     return true;
 }
 
@@ -464,18 +481,18 @@ bool Kor_LogLevelRuleTable::ParseRules(const RWCString& text)
 int Kor_LogLevelRuleTable::GetLogLevel(
     char* ip, const RWCString& appName, unsigned long processId, unsigned long sessionId) const
 {
-    if (ruleCount < 1)
+    const int count = usable(snapshot(ruleCount), MAX_RULES);
+    if (count == 0)
         return 0;
     const RWCString address(ip);
     KOR_TRACE(
         "Checking log level to [IP, Application name, Process ID, Session ID]: [%s, %s, %d, %d]\n", address.data(),
         appName.data(), static_cast<int>(processId), static_cast<int>(sessionId));
     int best = 0;
-    const int count = usable(ruleCount, MAX_RULES);
     for (int i = 0; i < count; ++i)
     {
         KOR_TRACE("Checking rule #%d\n", i + 1);
-        const Kor_LogLevelRule& rule = rules[i];
+        const Kor_LogLevelRule rule = snapshot(rules[i]);
         const int level = rule.LogLevel();
         if (!rule.DoesComply(address, appName.data(), processId, sessionId) || level <= best)
             continue;
@@ -487,7 +504,7 @@ int Kor_LogLevelRuleTable::GetLogLevel(
 
 RWCString Kor_LogLevelRuleTable::ToString() const
 {
-    const int count = usable(ruleCount, MAX_RULES);
+    const int count = usable(snapshot(ruleCount), MAX_RULES);
     if (count == 0)
         return RWCString();
     std::string text = "[";
@@ -590,7 +607,8 @@ const char* Kor_LogConf::GetPackageName(int package) const noexcept
     if (!IsPackageNoLegal(package))
         return nullptr;
     const char(&name)[PACKAGE_NAME_SIZE] = packageNames[package];
-    // Shared memory can hold a name without its end; what is handed out must have one.
+    // Shared memory can hold a name without its end; what is handed out must have one. Whoever writes over it again
+    // while the caller reads is beyond this: the library itself takes copies.
     if (bounded(name).size() == PACKAGE_NAME_SIZE)
         const_cast<char&>(name[PACKAGE_NAME_SIZE - 1]) = '\0';
     return name;
@@ -598,8 +616,12 @@ const char* Kor_LogConf::GetPackageName(int package) const noexcept
 
 void Kor_LogConf::SetPackageName(int package, const char* name)
 {
-    if (IsPackageNoLegal(package) && !copy_cut(packageNames[package], name))
-        KOR_WARN("package name %s is cut to %s\n", name, packageNames[package]);
+    if (!IsPackageNoLegal(package))
+        return;
+    char kept[PACKAGE_NAME_SIZE];
+    if (!copy_cut(kept, name))
+        KOR_WARN("package name %s is cut to %s\n", name, kept);
+    copy_cut(packageNames[package], kept);
 }
 
 void Kor_LogConf::SetPackageNames(const char* names) noexcept { std::memcpy(packageNames, names, sizeof packageNames); }
@@ -618,14 +640,14 @@ void Kor_LogConf::Print() const
     int unused = 0;
     for (int package = 0; package < PACKAGE_COUNT; ++package)
     {
-        const std::string_view name = bounded(packageNames[package]);
+        const TextSnapshot name(packageNames[package]);
         if (name.empty())
         {
             ++unused;
             continue;
         }
         std::printf(
-            "%d-%.*s %d %s\n ", package, length_of(name), name.data(), packageLevels[package],
+            "%d-%s %d %s\n ", package, name.text().data(), packageLevels[package],
             ruleTables[package].ToString().data());
     }
     std::printf("%sUnused Packages: %d\n%s", dashes, unused, dashes);

@@ -18,6 +18,7 @@
 #include "Kor_LogFile.h"
 #include "core/change_count.h"
 #include "core/logger_file.h"
+#include "core/snapshot.h"
 #include "core/stream_source.h"
 #include "win/environment.h"
 #include "win/kept_errors.h"
@@ -323,11 +324,12 @@ bool Kor_LogFile::DumpToLoggerFile(const Kor_LogConf& conf, const char* path, ch
         kor::core::logger_file_header(conf.GetOutput(), static_cast<std::uint32_t>(conf.GetSizeLimitInMb()));
     for (int package = 0; package < PACKAGE_COUNT; ++package)
     {
-        const char* const name = conf.GetPackageName(package);
-        if (*name == '\0')
+        // conf may be the shared block, where other processes write at any time.
+        const kor::core::TextSnapshot name(conf.packageNames[package]);
+        if (name.empty())
             continue;
         const std::string line = kor::core::logger_package_line(
-            name, package, conf.GetPackageDefaultLogLevel(package), conf.ruleTables[package].ToString().data(),
+            name.text(), package, conf.GetPackageDefaultLogLevel(package), conf.ruleTables[package].ToString().data(),
             comments == nullptr ? "" : comments[package]);
         if (line.size() - 1 > kor::core::MAX_LOGGER_LINE)
             KOR_WARN(

@@ -62,13 +62,13 @@ KOR_CHILD(shared_reads_everything)
         conf->GetSizeLimitInMb();
         const auto copy = std::make_unique<Kor_LogConf>(*conf);
         copy->GetPrintToDebugger();
+        if (!Kor_LogFile::DumpToLoggerFile(*conf, (directory + "\\dumped").c_str(), nullptr))
+            return 4;
         if (round == 0)
         {
-            if (!Kor_LogFile::DumpToLoggerFile(*copy, (directory + "\\dumped").c_str(), nullptr))
-                return 4;
             const auto back = std::make_unique<Kor_LogConf>();
             Kor_LogFile::ReadFile((directory + "\\dumped").c_str(), *back);
-            copy->Print();
+            conf->Print();
         }
         KorGLog.InitConf();
         KorGLog.ReadSharedMemory();
