@@ -9,7 +9,9 @@
 #include <utility>
 #include <vector>
 
+#include "Kor/client_address.h"
 #include "Kor/diagnostics.h"
+#include "Kor/rule_check.h"
 #include "core/address.h"
 #include "core/bounded_text.h"
 #include "core/change_count.h"
@@ -157,7 +159,67 @@ bool fits_session(const Kor_LogLevelRule& rule, unsigned long id)
     KOR_TRACE("Session ID did not fit\n");
     return false;
 }
+
+bool fits_all_but_address(
+    const Kor_LogLevelRule& rule, const char* application, unsigned long process, unsigned long session)
+{
+    return fits_application(rule, application) && fits_process(rule, process) && fits_session(rule, session);
+}
+
+/// Asks the rules of a table one after the other: complies(rule) tells whether one applies.
+template <class Complies>
+int best_level(
+    const Kor_LogLevelRuleTable& table, const RWCString& client, const RWCString& application, unsigned long process,
+    unsigned long session, const Complies& complies)
+{
+    const int count = usable(snapshot(table.ruleCount), Kor_LogLevelRuleTable::MAX_RULES);
+    if (count == 0)
+        return 0;
+    KOR_TRACE(
+        "Checking log level to [IP, Application name, Process ID, Session ID]: [%s, %s, %d, %d]\n", client.data(),
+        application.data(), static_cast<int>(process), static_cast<int>(session));
+    int best = 0;
+    for (int i = 0; i < count; ++i)
+    {
+        KOR_TRACE("Checking rule #%d\n", i + 1);
+        const Kor_LogLevelRule rule = snapshot(table.rules[i]);
+        const int level = rule.LogLevel();
+        if (!complies(rule) || level <= best)
+            continue;
+        best = level;
+        KOR_TRACE("Rule fits with level %d\n", best);
+    }
+    return best;
+}
+
+bool complies_with(const Kor_LogLevelRule& rule, const kor::RuleSubject& subject)
+{
+    const auto complies = [&rule, &subject](IP_Structure address)
+    { return rule.DoesComply(address, subject.application.data(), subject.process, subject.session); };
+    if (subject.client.isNull())
+        return complies(IP_Structure());
+    if (!kor::is_tracing()) // whose lines come in the order that they always had
+    {
+        if (!fits_all_but_address(rule, subject.application.data(), subject.process, subject.session))
+            return false;
+        if (rule.ipCount <= 0 && kor::core::is_ipv4_text({subject.client.data(), subject.client.length()}))
+            return true;
+    }
+    // One question for each address, though always about the first: see DoesComply.
+    const kor::ClientAddress client = kor::client_address(subject.client);
+    for (int record = 0; record < client.records; ++record)
+        if (complies(client.first))
+            return true;
+    return false;
+}
 } // namespace
+
+int kor::level_granted(const Kor_LogLevelRuleTable& table, const RuleSubject& subject)
+{
+    return best_level(
+        table, subject.client, subject.application, subject.process, subject.session,
+        [&subject](const Kor_LogLevelRule& rule) { return complies_with(rule, subject); });
+}
 
 bool kor::is_tracing()
 {
@@ -374,8 +436,7 @@ bool Kor_LogLevelRule::DoesComply(
     IP_Structure& ip, const char* appName, unsigned long processId, unsigned long sessionId) const
 {
     const Kor_LogLevelRule rule = snapshot(*this);
-    return fits_address(rule, ip) && fits_application(rule, appName) && fits_process(rule, processId) &&
-           fits_session(rule, sessionId);
+    return fits_address(rule, ip) && fits_all_but_address(rule, appName, processId, sessionId);
 }
 
 bool Kor_LogLevelRule::DoesComply(
@@ -481,25 +542,11 @@ bool Kor_LogLevelRuleTable::ParseRules(const RWCString& text)
 int Kor_LogLevelRuleTable::GetLogLevel(
     char* ip, const RWCString& appName, unsigned long processId, unsigned long sessionId) const
 {
-    const int count = usable(snapshot(ruleCount), MAX_RULES);
-    if (count == 0)
-        return 0;
-    const RWCString address(ip);
-    KOR_TRACE(
-        "Checking log level to [IP, Application name, Process ID, Session ID]: [%s, %s, %d, %d]\n", address.data(),
-        appName.data(), static_cast<int>(processId), static_cast<int>(sessionId));
-    int best = 0;
-    for (int i = 0; i < count; ++i)
-    {
-        KOR_TRACE("Checking rule #%d\n", i + 1);
-        const Kor_LogLevelRule rule = snapshot(rules[i]);
-        const int level = rule.LogLevel();
-        if (!rule.DoesComply(address, appName.data(), processId, sessionId) || level <= best)
-            continue;
-        best = level;
-        KOR_TRACE("Rule fits with level %d\n", best);
-    }
-    return best;
+    const RWCString client(ip);
+    return best_level(
+        *this, client, appName, processId, sessionId,
+        [&](const Kor_LogLevelRule& rule)
+        { return rule.DoesComply(client, appName.data(), processId, sessionId); });
 }
 
 RWCString Kor_LogLevelRuleTable::ToString() const

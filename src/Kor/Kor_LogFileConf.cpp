@@ -14,6 +14,7 @@
 #include "Kor/configuration_folder.h"
 #include "Kor/diagnostics.h"
 #include "Kor/identity.h"
+#include "Kor/rule_check.h"
 #include "Kor/shared_name.h"
 #include "Kor_LogFile.h"
 #include "core/change_count.h"
@@ -231,10 +232,10 @@ int level_of_rules(const Kor_LogConf& conf, int package)
     const Kor_LogLevelRuleTable& table = conf.ruleTables[package];
     if (!table.HasRules())
         return 0;
-    const RWCString ip = copy_identity(Kor_LogMTVars::m_str_ip_address);
-    return table.GetLogLevel(
-        const_cast<char*>(ip.data()), copy_identity(Kor_LogMTVars::m_app_name),
-        static_cast<unsigned long>(Kor_LogMTVars::m_proc_id), static_cast<unsigned long>(Kor_LogMTVars::m_session_id));
+    return kor::level_granted(
+        table, {copy_identity(Kor_LogMTVars::m_str_ip_address), copy_identity(Kor_LogMTVars::m_app_name),
+                static_cast<unsigned long>(Kor_LogMTVars::m_proc_id),
+                static_cast<unsigned long>(Kor_LogMTVars::m_session_id)});
 }
 } // namespace
 

@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <utility>
 
+#include "Kor/client_address.h"
 #include "Kor/diagnostics.h"
 #include "Kor/identity.h"
 #include "Kor_LogFile.h"
@@ -54,6 +55,7 @@ void Kor_LogFile::SetIP(const char* ip)
         std::swap(Kor_LogMTVars::m_str_ip_address, text);
         Kor_LogMTVars::m_session_id = 0;
         ++kor::identity_changes;
+        ++kor::client_changes;
     }
     note_context_change();
     std::free(text);

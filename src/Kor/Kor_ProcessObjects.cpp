@@ -10,6 +10,7 @@
 #include <string>
 #include <utility>
 
+#include "Kor/client_address.h"
 #include "Kor/identity.h"
 #include "Kor/kept_texts.h"
 #include "Kor/shared_name.h"
@@ -69,6 +70,8 @@ char* kor::keep_text(const std::string& text) { return kept_texts.keep(text); }
 
 kor::win::OwnerLock kor::identity_lock;
 std::atomic<std::uint32_t> kor::identity_changes{1};
+std::atomic<std::uint32_t> kor::client_changes{1};
+kor::KnownClient kor::known_client;
 const char* kor::shared_block_name = nullptr;
 
 char* Kor_LogMTVars::m_app_name = nullptr;

@@ -46,6 +46,23 @@ void apply_prefix(Ipv6Bytes& address, const Prefix& prefix) noexcept
     std::fill(partial + 1, address + IPV6_BYTES, std::uint8_t{0});
 }
 
+bool is_ipv4_text(std::string_view text) noexcept
+{
+    int octets = 0;
+    for (bool more = true; more; ++octets)
+    {
+        const std::string_view octet = text.substr(0, text.find('.'));
+        more = octet.size() < text.size();
+        text.remove_prefix(octet.size() + (more ? 1 : 0));
+        const bool all_digits =
+            std::all_of(octet.begin(), octet.end(), [](char character) { return character >= '0' && character <= '9'; });
+        if (octet.empty() || octet.size() > 3 || !all_digits || (octet.size() > 1 && octet[0] == '0') ||
+            (octet.size() == 3 && octet > "255"))
+            return false;
+    }
+    return octets == 4;
+}
+
 bool is_mapped_ipv4(const Ipv6Bytes& address) noexcept
 {
     constexpr std::uint8_t mapped[12] = {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xFF, 0xFF};

@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string_view>
 
 namespace kor::core
 {
@@ -32,6 +33,10 @@ int prefix_bits(const Prefix& prefix) noexcept;
 /// Clears the bits of address that do not belong to the prefix. A prefix of 16 bytes or more, or a
 /// negative one, leaves it alone.
 void apply_prefix(Ipv6Bytes& address, const Prefix& prefix) noexcept;
+
+/// True for an IPv4 address as it is usually written: four numbers from 0 to 255 without leading zeros, and nothing
+/// else. False decides nothing: resolvers know more ways of writing one.
+bool is_ipv4_text(std::string_view text) noexcept;
 
 /// ::ffff:a.b.c.d
 bool is_mapped_ipv4(const Ipv6Bytes& address) noexcept;

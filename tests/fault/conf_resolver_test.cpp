@@ -301,6 +301,194 @@ TEST(ConfResolver, WithoutASocketLibraryNoAddressIsKnownAndThatIsTold)
     EXPECT_STREQ(address.ToString(), "");
 }
 
+// The process's client ------------------------------------------------------------------------------
+
+namespace
+{
+/// A log with a configuration of its own, with these lines of packages, whose addresses are read as they stand.
+class LogOfAClient
+{
+public:
+    explicit LogOfAClient(const std::string& packages)
+        : m_directory(TO_FILE + packages), m_develop("KORAL_LOG_DEVELOP", "1"), m_log(777, false)
+    {
+    }
+    ~LogOfAClient() { m_log.SetIP(nullptr); }
+
+    Kor_LogFile& log() { return m_log; }
+    int level(int package) { return m_log.GetLogLevel(package * PACKAGE_RANGE); }
+
+private:
+    /// One has to have been there when the library finds the resolver; without one it is the system's.
+    struct Found
+    {
+        Found() { const Resolver resolver({}); }
+    };
+
+    const Found m_found;
+    const LogDirectory m_directory;
+    const EnvironmentVariable m_develop;
+    Kor_LogFile m_log;
+};
+
+/// Ten rules for the process, for ten addresses, that grant these levels.
+std::string ten_rules(int level)
+{
+    std::string rules;
+    for (int i = 0; i < 10; ++i)
+        rules += "(" + std::to_string(level) + ";10.1.2." + std::to_string(i + 1) + ")";
+    return "[" + rules + "]";
+}
+} // namespace
+
+TEST(ConfClient, ANameThatDoesNotResolveIsLookedUpOnceUntilTheClientChanges)
+{
+    std::string packages;
+    for (int package = 0; package < 20; ++package)
+        packages += "Album" + std::to_string(package) + ' ' + std::to_string(package) + " 4 [(7;10.1.2.1)(7;10.1.2.2)]\n";
+    LogOfAClient host(packages);
+    Resolver resolver({}, 11001);
+    ASSERT_TRUE(resolver.installed());
+    host.log().SetIP("nohost");
+    const auto check_all = [&host]
+    {
+        for (int package = 0; package < 20; ++package)
+        {
+            EXPECT_EQ(host.level(package), 4) << package;
+            EXPECT_EQ(host.log().CheckMsgLevel(package * PACKAGE_RANGE, 5), 0) << package;
+        }
+    };
+    const std::string line = "getaddrinfo for ip nohost, failed with error: 11001\n";
+    EXPECT_EQ(printed_by(check_all), line);
+    EXPECT_EQ(resolver.lookups(), 1);
+    host.log().SetThreadName("loader"); // for which all levels are computed again
+    EXPECT_EQ(host.log().SetCustomLogLevel(21, 6, true), 0);
+    host.log().ClearCacheTable();
+    EXPECT_EQ(printed_by(check_all), "");
+    EXPECT_EQ(resolver.lookups(), 1);
+    host.log().SetIP("nohost"); // it may have got a name by now
+    EXPECT_EQ(printed_by(check_all), line);
+    EXPECT_EQ(resolver.lookups(), 2);
+    host.log().SetIPAndSID("nohost", 3);
+    EXPECT_EQ(printed_by(check_all), line);
+    EXPECT_EQ(resolver.lookups(), 3);
+}
+
+TEST(ConfClient, ANameThatResolvesIsLookedUpOnceForTenRulesAndForALocalConfiguration)
+{
+    LogOfAClient host("Album 3 4 " + ten_rules(6) + "\nPage 4 4 " + ten_rules(7) + "\n");
+    const auto local = std::make_unique<Kor_LogConf>();
+    local->GetRuleTable(5).ParseRules("(5;10.1.2.3)");
+    host.log().SetLocalConf(local.get());
+    Resolver resolver(THREE);
+    host.log().SetIP("reader.example");
+    EXPECT_EQ(host.level(3), 6);
+    EXPECT_EQ(host.level(4), 7);
+    EXPECT_EQ(host.level(5), 5);
+    EXPECT_EQ(host.level(6), 4);
+    EXPECT_EQ(resolver.nodes, (std::vector<std::string>{"reader.example"}));
+    EXPECT_EQ(resolver.unreleased(), 0);
+    host.log().SetIP("10.1.2.9"); // whose rule the first address of the three fits again
+    EXPECT_EQ(host.level(3), 6);
+    EXPECT_EQ(resolver.nodes, (std::vector<std::string>{"reader.example", "10.1.2.9"}));
+    host.log().SetLocalConf(nullptr);
+}
+
+TEST(ConfClient, NothingIsLookedUpWhereItCannotChangeTheLevel)
+{
+    struct Row
+    {
+        const char* name;
+        std::string rules;
+        const char* client;
+        int level;
+    };
+    const std::string own = std::to_string(::GetCurrentProcessId());
+    const Row rows[] = {
+        {"no rules", "", "nohost", 4},
+        {"another process, with addresses", "[(7;10.0.0.0;;1)]", "nohost", 4},
+        {"another application, with addresses", "[(7;10.0.0.0;viewer)]", "nohost", 4},
+        {"another session, with addresses", "[(7;10.0.0.0;;;99)]", "nohost", 4},
+        {"another process", "[(7;;;1)]", "nohost", 4},
+        {"this process, the client's address", "[(7;;;" + own + ")]", "192.0.2.7", 7},
+        {"this process, no client", "[(7;;;" + own + ")]", nullptr, 7},
+        {"addresses, no client", "[(7;10.0.0.0)]", nullptr, 4},
+    };
+    for (const Row& row : rows)
+    {
+        LogOfAClient host("Album 3 4 " + row.rules + "\n");
+        host.log().SetIP(row.client);
+        Resolver resolver({}, 11001);
+        ASSERT_TRUE(resolver.installed());
+        EXPECT_EQ(printed_by([&] { EXPECT_EQ(host.level(3), row.level) << row.name; }), "") << row.name;
+        EXPECT_EQ(resolver.lookups(), 0) << row.name;
+    }
+}
+
+TEST(ConfClient, ANameThatDoesNotResolveCompliesWithNoRuleAndOneThatResolvesWithThoseWithoutAddresses)
+{
+    const std::string own = std::to_string(::GetCurrentProcessId());
+    LogOfAClient host("Album 3 4 [(7;;;" + own + ")]\nPage 4 4 [(6;;;" + own + ")]\n");
+    {
+        Resolver resolver({}, 11001);
+        host.log().SetIP("nohost");
+        printed_by(
+            [&host]
+            {
+                EXPECT_EQ(host.level(3), 4);
+                EXPECT_EQ(host.level(4), 4);
+            });
+        EXPECT_EQ(resolver.lookups(), 1);
+    }
+    Resolver resolver(THREE);
+    host.log().SetIP("reader.example");
+    EXPECT_EQ(host.level(3), 7);
+    EXPECT_EQ(host.level(4), 6);
+    EXPECT_EQ(resolver.lookups(), 1);
+}
+
+namespace
+{
+KOR_CHILD(conf_client_trace)
+{
+    LogOfAClient host("Album 3 4 [(7;10.1.2.3;other)(6;10.1.2.3)]\nPage 4 4 [(6;10.1.2.4)]\n");
+    const Resolver resolver(THREE);
+    host.log().SetIP("reader.example");
+    std::printf("<match>\n");
+    host.level(3);
+    host.level(4);
+    return 0;
+}
+} // namespace
+
+TEST(ConfClient, TheTraceOfACheckIsTheSameWithAKnownAddress)
+{
+    ChildOptions options;
+    options.environment = {{"PRISMATE_LOG_DEBUG", "1"}};
+    const std::string out = text_of(run_child("conf_client_trace", options).out);
+    ASSERT_NE(out.find("<match>\n"), std::string::npos) << out;
+    const std::size_t process = out.find("[reader.example, , ");
+    ASSERT_NE(process, std::string::npos) << out;
+    const std::string who = out.substr(process, out.find(']', process) + 1 - process);
+    const std::string checking = "Checking log level to [IP, Application name, Process ID, Session ID]: " + who + "\n";
+    EXPECT_EQ(
+        out.substr(out.find("<match>\n")), "<match>\n"
+                                           "Cache table is not up-to-date. clearing table and getting configuration "
+                                           "for package 3\n" +
+                                               checking +
+                                               "Checking rule #1\n"
+                                               "Application name did not fit\n"
+                                               "Application name did not fit\n"
+                                               "Application name did not fit\n"
+                                               "Checking rule #2\n"
+                                               "Rule fits with level 6\n"
+                                               "Package 3 Log level set to 6\n" +
+                                               checking +
+                                               "Checking rule #1\n"
+                                               "Package 4 Log level set to 4\n"
+                                               "SetIP: Log Context changed to [(null) [0]]\n");
+}
+
 // A change while a level is being computed ----------------------------------------------------------
 
 namespace
@@ -342,6 +530,7 @@ public:
     ~InterruptedCheck() { m_log->SetIP(nullptr); }
 
     Kor_LogFile& log() { return *m_log; }
+    int lookups() const { return m_lookup.calls(); }
     Kor_LogConf& conf() { return const_cast<Kor_LogConf&>(*m_log->GetConf()); } // as another process would
 
     /// Lets the other thread finish.
@@ -392,6 +581,21 @@ TEST(ConfCacheRace, ALevelOfTheClientBeforeIsNotKept)
     check.finish();
     EXPECT_EQ(check.log().GetLogLevel(30000), 4);
     EXPECT_EQ(check.log().CheckMsgLevel(30000, 5), 0);
+}
+
+TEST(ConfCacheRace, TheAddressOfTheClientBeforeIsNotKept)
+{
+    InterruptedCheck check("Net 3 4 [(7;10.0.0.0)]\n");
+    const int first = check.lookups();
+    check.log().SetIP("another.example");
+    check.finish();
+    EXPECT_EQ(check.lookups(), first);
+    for (int again = 0; again < 3; ++again)
+    {
+        EXPECT_EQ(check.log().GetLogLevel(30000), 7);
+        EXPECT_EQ(check.lookups(), first + 1);
+        check.log().ClearCacheTable();
+    }
 }
 
 TEST(ConfCacheRace, ALevelFromBeforeTheCacheWasClearedIsNotKept)

@@ -182,3 +182,18 @@ TEST(MappedIpv4, HasTenZerosAndTwoFullBytes)
         EXPECT_FALSE(kor::core::is_mapped_ipv4(other)) << "byte " << i;
     }
 }
+
+TEST(Ipv4Text, IsFourNumbersWithPointsBetweenThem)
+{
+    for (const char* const text : {"10.0.0.7", "0.0.0.0", "255.255.255.255", "192.168.1.10", "1.22.200.249"})
+        EXPECT_TRUE(kor::core::is_ipv4_text(text)) << text;
+}
+
+TEST(Ipv4Text, IsNothingThatAResolverMayHaveToReadTwice)
+{
+    for (const char* const text :
+         {"", ".", "...", "10", "10.0", "10.0.0", "10.0.0.", ".10.0.0", "10.0.0.0.0", "10..0.7", "256.0.0.1", "10.0.0.999",
+          "10.0.0.1000", "010.0.0.7", "10.0.0.07", "0x0a.0.0.7", "10.0.0.7 ", " 10.0.0.7", "10.0.0.7/8", "10.0.0.-7",
+          "front.example", "::1", "::ffff:10.0.0.7"})
+        EXPECT_FALSE(kor::core::is_ipv4_text(text)) << text;
+}
