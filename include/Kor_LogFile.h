@@ -448,6 +448,8 @@ private:
     void write_start_banner();
     void write_end_banner();
     bool attach_configuration();
+    bool fill_block(Kor_LogConf& block);
+    void write_block();
 
     int note_params(const char* file, const char* function, int line, int level, int package);
     int check_level(int package, int level);

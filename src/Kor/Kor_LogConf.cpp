@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "Kor/client_address.h"
+#include "Kor/conf_parts.h"
 #include "Kor/diagnostics.h"
 #include "Kor/rule_check.h"
 #include "core/address.h"
@@ -576,17 +577,22 @@ Kor_LogConf::Kor_LogConf(const Kor_LogConf& other) : padding{} // NOLINT: assign
     *this = other;
 }
 
+void kor::copy_all_but_stamp(Kor_LogConf& to, const Kor_LogConf& from) noexcept
+{
+    to.output = from.output;
+    // As a byte: a foreign block may hold one that is no bool.
+    std::memcpy(&to.printToDebugger, &from.printToDebugger, sizeof to.printToDebugger);
+    std::memcpy(static_cast<void*>(to.ruleTables), from.ruleTables, sizeof to.ruleTables);
+    std::memcpy(to.packageNames, from.packageNames, sizeof to.packageNames);
+    to.sizeLimitInMb = from.sizeLimitInMb;
+    std::memcpy(to.packageLevels, from.packageLevels, sizeof to.packageLevels);
+}
+
 Kor_LogConf& Kor_LogConf::operator=(const Kor_LogConf& other)
 {
     if (this == &other)
         return *this;
-    output = other.output;
-    // As a byte: a foreign block may hold one that is no bool.
-    std::memcpy(&printToDebugger, &other.printToDebugger, sizeof printToDebugger);
-    std::memcpy(static_cast<void*>(ruleTables), other.ruleTables, sizeof ruleTables);
-    std::memcpy(packageNames, other.packageNames, sizeof packageNames);
-    sizeLimitInMb = other.sizeLimitInMb;
-    std::memcpy(packageLevels, other.packageLevels, sizeof packageLevels);
+    kor::copy_all_but_stamp(*this, other);
     // Last: a reader in another process who saw the new stamp in front of the old levels would keep
     // those until the next change.
     SetChangeCount(other.changeCount);

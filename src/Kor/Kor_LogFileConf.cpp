@@ -11,13 +11,14 @@
 #include <string>
 #include <utility>
 
+#include "Kor/conf_parts.h"
 #include "Kor/configuration_folder.h"
 #include "Kor/diagnostics.h"
 #include "Kor/identity.h"
 #include "Kor/rule_check.h"
+#include "Kor/shared_conf.h"
 #include "Kor/shared_name.h"
 #include "Kor_LogFile.h"
-#include "core/change_count.h"
 #include "core/logger_file.h"
 #include "core/snapshot.h"
 #include "core/stream_source.h"
@@ -34,10 +35,6 @@ using kor::win::OwnerLockGuard;
 namespace
 {
 constexpr int MAX_CACHED_LEVEL = 255; // levels of the file go up to here, foreign blocks can hold more
-
-constexpr int ATTACH_CREATED = 0;
-constexpr int ATTACH_EXISTED = 17;
-constexpr int ATTACH_FAILED = -1;
 
 struct FileClose
 {
@@ -119,82 +116,9 @@ int read_lines(kor::core::ByteSource& from, Kor_LogConf& conf)
     return 0;
 }
 
-// The block -------------------------------------------------------------------------------------------
-struct Attachment
-{
-    kor::win::OwnedHandle mapping;
-    kor::win::OwnedView view;
-    int result = ATTACH_FAILED;
-};
-
-/// Where a process looks when there is no block of the name that it has the right to: one that may not create global
-/// objects still joins the one that a service has created.
-const char* fallback_name() noexcept
-{
-    return kor::shared_block_name == kor::LOCAL_BLOCK_NAME ? kor::GLOBAL_BLOCK_NAME : nullptr;
-}
-
-/// Finds or makes the block of the machine.
-Attachment attach()
-{
-    Attachment block;
-    KOR_TRACE("AttachedSharedMemory\n");
-    const char* const name = kor::shared_block_name;
-    block.mapping = kor::win::open_mapping(name, fallback_name());
-    const DWORD error = ::GetLastError();
-    if (kor::win::is_set("PRISMATE_LOG_INFO"))
-        std::printf("file mapping name is %s\n", name == nullptr ? "empty" : name);
-    bool created = false;
-    if (!block.mapping)
-    {
-        if (error != ERROR_FILE_NOT_FOUND)
-            std::fprintf(stderr, "Failed in OpenFileMapping.error <%d>\n", static_cast<int>(error));
-        block.mapping = kor::win::create_mapping(name, sizeof(Kor_LogConf), created);
-        if (!block.mapping)
-            return block;
-    }
-    block.view = kor::win::map_view(block.mapping, sizeof(Kor_LogConf));
-    if (block.view)
-        block.result = created ? ATTACH_CREATED : ATTACH_EXISTED;
-    return block;
-}
-
-/// Set once this process holds the block for its life.
-std::atomic<bool> block_is_kept{false};
-
-/// Leaves mapping and view to the process: the block must not vanish while anyone may look at it.
-void keep(Attachment& block) noexcept
-{
-    static_cast<void>(block.mapping.release());
-    static_cast<void>(block.view.release());
-    block_is_kept = true;
-}
-
-/// Copies conf over the block under a stamp that readers tell from the block's present one.
-void publish(Kor_LogConf& conf, Kor_LogConf& block)
-{
-    conf.SetChangeCount(kor::core::next_change_count(conf.GetChangeCount(), block.GetChangeCount()));
-    block = conf;
-}
-
-// A creator fills its block within milliseconds; one that has not done so by then was killed.
-constexpr ULONGLONG FILL_WAIT_MS = 500;
-
 constexpr int MOST_COPIES = 10;
 
-/// False when the block still holds nothing, as its creator ended before it could fill it.
-bool wait_until_filled(const Kor_LogConf& block) noexcept
-{
-    const ULONGLONG end = ::GetTickCount64() + FILL_WAIT_MS;
-    while (block.GetChangeCount() == 0)
-    {
-        if (::GetTickCount64() >= end)
-            return false;
-        ::Sleep(1);
-    }
-    return true;
-}
-
+// The start -------------------------------------------------------------------------------------------
 /// What KORAL_LOG_OUTPUT says, nothing when it is not set.
 std::optional<Kor_LogConf::Output> output_override(bool has_event_source)
 {
@@ -353,7 +277,7 @@ int Kor_LogFile::InitConf()
         return 0;
     if (kor::is_tool_program())
     {
-        if (CopySharedMemory(*m_conf) == ATTACH_FAILED)
+        if (CopySharedMemory(*m_conf) == kor::ATTACH_FAILED)
             ReadFile();
         return 0;
     }
@@ -378,24 +302,31 @@ int Kor_LogFile::InitConf()
 bool Kor_LogFile::attach_configuration()
 {
     const int result = AttachSharedMemory();
-    const auto* const block = static_cast<const Kor_LogConf*>(m_shared_view);
-    if (result == ATTACH_CREATED || (result == ATTACH_EXISTED && !wait_until_filled(*block)))
-    {
-        WriteToSharedMemory();
+    auto* const block = static_cast<Kor_LogConf*>(m_shared_view);
+    if (block != nullptr && (result == kor::ATTACH_CREATED || !kor::wait_until_filled(*block)) && fill_block(*block))
         return true;
-    }
     ReadSharedMemory();
     return false;
+}
+
+/// Gives a block its contents. False when another process has done so meanwhile.
+bool Kor_LogFile::fill_block(Kor_LogConf& block)
+{
+    const kor::PublisherTurn turn;
+    if (block.GetChangeCount() != 0)
+        return false;
+    write_block();
+    return true;
 }
 
 // The shared block ------------------------------------------------------------------------------------
 int Kor_LogFile::AttachSharedMemory(void** view)
 {
-    Attachment block = attach();
-    *view = block.view.get();
-    if (block.view)
-        keep(block);
-    return block.result;
+    kor::Attachment attachment = kor::attach_block();
+    *view = attachment.view.get();
+    if (attachment.view)
+        kor::keep(attachment);
+    return attachment.result;
 }
 
 int Kor_LogFile::AttachSharedMemory()
@@ -421,16 +352,26 @@ int Kor_LogFile::ReadSharedMemory()
 
 int Kor_LogFile::WriteToSharedMemory()
 {
+    const kor::PublisherTurn turn;
+    write_block();
+    return 0;
+}
+
+/// Publishes the configuration in use. In this process's turn.
+void Kor_LogFile::write_block()
+{
     Kor_LogConf* const used = m_conf;
     auto* const block = static_cast<Kor_LogConf*>(m_shared_view);
     if (used == nullptr)
-        return 0;
-    used->GenerateChangeCount();
-    if (block == nullptr || block == used)
-        return 0;
-    publish(*used, *block);
+        return;
+    if (used != block)
+        used->GenerateChangeCount();
+    if (block == nullptr)
+        return;
+    if (used != block)
+        kor::copy_all_but_stamp(*block, *used);
+    kor::stamp_change(*block);
     ReadSharedMemory();
-    return 0;
 }
 
 int Kor_LogFile::UpdateSMFromFile(const char* path)
@@ -444,25 +385,30 @@ int Kor_LogFile::UpdateSMFromFile(const char* path)
 
 int Kor_LogFile::UpdateSMFromConf(Kor_LogConf& conf)
 {
-    Attachment block = attach();
-    if (!block.view)
+    kor::Attachment attachment = kor::attach_block();
+    if (!attachment.view)
         return -1;
-    publish(conf, *static_cast<Kor_LogConf*>(block.view.get()));
+    {
+        const kor::PublisherTurn turn;
+        kor::copy_all_but_stamp(*attachment.block(), conf);
+        conf.SetChangeCount(kor::stamp_change(*attachment.block()));
+    }
     // One mapping keeps the block alive for this process; a program that publishes for weeks needs no more. A tool
     // keeps none: what all share has to go with those who share it.
-    if (!block_is_kept && !kor::is_tool_program())
-        keep(block);
+    if (!kor::is_kept() && !kor::is_tool_program())
+        kor::keep(attachment);
     return 0;
 }
 
 int Kor_LogFile::CopySharedMemory(Kor_LogConf& copy, const char** name)
 {
-    const kor::win::FoundView found = kor::win::find_view(kor::shared_block_name, fallback_name(), sizeof(Kor_LogConf));
+    const kor::win::FoundView found =
+        kor::win::find_view(kor::shared_block_name, kor::fallback_name(), sizeof(Kor_LogConf));
     if (name != nullptr)
         *name = found.view ? found.name : nullptr;
     const auto* const block = static_cast<const Kor_LogConf*>(found.view.get());
-    if (block == nullptr || !wait_until_filled(*block))
-        return ATTACH_FAILED;
+    if (block == nullptr || !kor::wait_until_filled(*block))
+        return kor::ATTACH_FAILED;
     // A writer stamps the block when all of it is there: what was copied until then may be of two pieces.
     for (int tries = 0; tries < MOST_COPIES; ++tries)
     {
@@ -471,12 +417,13 @@ int Kor_LogFile::CopySharedMemory(Kor_LogConf& copy, const char** name)
         if (block->GetChangeCount() == stamp)
             break;
     }
-    return ATTACH_EXISTED;
+    return kor::ATTACH_EXISTED;
 }
 
 unsigned long long Kor_LogFile::GetSharedChangeCount()
 {
-    const kor::win::FoundView found = kor::win::find_view(kor::shared_block_name, fallback_name(), sizeof(Kor_LogConf));
+    const kor::win::FoundView found =
+        kor::win::find_view(kor::shared_block_name, kor::fallback_name(), sizeof(Kor_LogConf));
     const auto* const block = static_cast<const Kor_LogConf*>(found.view.get());
     return block == nullptr ? 0 : block->GetChangeCount();
 }
@@ -497,11 +444,14 @@ int Kor_LogFile::SetCustomLogLevel(Kor_LogConf::Output output, int package, int 
     Kor_LogConf* const conf = m_conf;
     if (conf == nullptr || conf != m_shared_conf || !Kor_LogConf::IsPackageNoLegal(package))
         return -1;
+    std::optional<kor::PublisherTurn> turn; // from the first change on, or another publisher could undo it
+    if (publish_it)
+        turn.emplace();
     if (static_cast<int>(output) != -1)
         conf->SetOutput(output);
     conf->SetPackageDefaultLogLevel(package, static_cast<unsigned char>(level));
     if (publish_it)
-        WriteToSharedMemory();
+        write_block();
     return 0;
 }
 

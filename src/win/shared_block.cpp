@@ -74,12 +74,9 @@ Extent look_at(const void* view, std::size_t size, DWORD protections) noexcept
 }
 } // namespace
 
-OwnedHandle open_mapping(const char* name, const char* fallback_name) noexcept
+OwnedHandle open_mapping(const char* name) noexcept
 {
-    OwnedHandle mapping(::OpenFileMappingA(FILE_MAP_ALL_ACCESS, FALSE, name));
-    if (!mapping && fallback_name != nullptr)
-        mapping = OwnedHandle(::OpenFileMappingA(FILE_MAP_ALL_ACCESS, FALSE, fallback_name));
-    return mapping;
+    return OwnedHandle(::OpenFileMappingA(FILE_MAP_ALL_ACCESS, FALSE, name));
 }
 
 OwnedHandle create_mapping(const char* name, std::size_t size, bool& created) noexcept

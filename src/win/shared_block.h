@@ -11,8 +11,8 @@ namespace kor::win
 {
 // The texts that the steps print on standard error are what support looks for.
 
-/// Opens the mapping called name, or fallback_name (null: none) when there is no such one.
-OwnedHandle open_mapping(const char* name, const char* fallback_name) noexcept;
+/// Opens the mapping called name. None when there is none that this process may use, with the last error.
+OwnedHandle open_mapping(const char* name) noexcept;
 
 /// Creates it, for everyone's use. Sets created unless another process was faster.
 OwnedHandle create_mapping(const char* name, std::size_t size, bool& created) noexcept;

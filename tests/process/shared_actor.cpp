@@ -27,6 +27,7 @@ enum class Action : int
     UPDATE,
     LEVEL,
     CHECK,
+    UP_TO_DATE,
     DEFAULT_LEVEL,
     OUTPUT,
     LIMIT,
@@ -190,6 +191,7 @@ int Actor::init(const std::string& log_directory) { return run({Action::INIT, {}
 int Actor::update(const std::string& file, int times) { return run({Action::UPDATE, {times}, file}); }
 int Actor::level(int package) { return run({Action::LEVEL, {package}}); }
 int Actor::check(int package, int level) { return run({Action::CHECK, {package, level}}); }
+int Actor::up_to_date() { return run({Action::UP_TO_DATE}); }
 int Actor::default_level(int package) { return run({Action::DEFAULT_LEVEL, {package}}); }
 int Actor::output() { return run({Action::OUTPUT}); }
 int Actor::limit() { return run({Action::LIMIT}); }
@@ -301,6 +303,9 @@ int run_actor(const std::string& name)
             break;
         case Action::CHECK:
             result = KorGLog.CheckMsgLevel(numbers[0] * PACKAGE_RANGE, numbers[1]);
+            break;
+        case Action::UP_TO_DATE:
+            result = KorGLog.IsCacheTableUpToDate() ? 1 : 0;
             break;
         case Action::DEFAULT_LEVEL:
             result = KorGLog.GetConf()->GetPackageDefaultLogLevel(numbers[0]);

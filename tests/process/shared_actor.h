@@ -71,6 +71,7 @@ public:
     int update(const std::string& file, int times = 1);     ///< UpdateSMFromFile, so many times
     int level(int package);                                 ///< GetLogLevel
     int check(int package, int level);                      ///< CheckMsgLevel
+    int up_to_date();                                       ///< IsCacheTableUpToDate
     int default_level(int package);                         ///< of the configuration in use
     int output();                                           ///< of the configuration in use
     int limit();                                            ///< of the configuration in use

@@ -8,6 +8,7 @@
 #include <limits>
 
 using kor::core::next_change_count;
+using kor::core::stamp_above;
 
 namespace
 {
@@ -65,4 +66,23 @@ TEST(ChangeCount, IsNeverThatOfTheChangeBefore)
              {std::uint64_t{0}, std::uint64_t{1}, now - 1, now, now + 1, now + 59'999, now + 60'000, LARGEST})
             EXPECT_NE(next_change_count(now, previous), previous) << now << ' ' << previous;
     }
+}
+
+TEST(StampAbove, IsTheTimeOfAChangeToSomethingOlder)
+{
+    EXPECT_EQ(stamp_above(NOW, 0), NOW);
+    EXPECT_EQ(stamp_above(NOW, NOW - 1), NOW);
+}
+
+TEST(StampAbove, IsTheNextNumberForAnythingThatIsNotOlder)
+{
+    EXPECT_EQ(stamp_above(NOW, NOW), NOW + 1);
+    EXPECT_EQ(stamp_above(NOW, NOW + 86'400'000), NOW + 86'400'001);
+    EXPECT_EQ(stamp_above(NOW, LARGEST - 1), LARGEST);
+}
+
+TEST(StampAbove, OfTheLargestIsTheTimeAndNeverThatOfABlockThatNobodyHasFilled)
+{
+    EXPECT_EQ(stamp_above(NOW, LARGEST), NOW);
+    EXPECT_EQ(stamp_above(0, 0), 1u);
 }

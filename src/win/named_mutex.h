@@ -1,0 +1,30 @@
+// named_mutex.h - a lock that processes share by its name.
+
+#ifndef KOR_WIN_NAMED_MUTEX_H
+#define KOR_WIN_NAMED_MUTEX_H
+
+#include "win/owned.h"
+
+namespace kor::win
+{
+/// Holds the mutex of a name, if it could be had, for a scope. A holder that dies hands it on. Everyone may use it,
+/// whatever account they run under; where Windows refuses it all the same (the name belongs to something else, or a
+/// sandbox lets nobody out), there is nothing to hold and the caller goes on without.
+class NamedMutexGuard
+{
+public:
+    /// name: null for none. Waits so many milliseconds at most.
+    NamedMutexGuard(const char* name, DWORD max_wait_ms) noexcept;
+    NamedMutexGuard(const NamedMutexGuard&) = delete;
+    NamedMutexGuard& operator=(const NamedMutexGuard&) = delete;
+    ~NamedMutexGuard();
+
+    bool held() const noexcept { return m_held; }
+
+private:
+    OwnedHandle m_mutex;
+    bool m_held;
+};
+} // namespace kor::win
+
+#endif // KOR_WIN_NAMED_MUTEX_H
