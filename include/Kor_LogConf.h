@@ -11,6 +11,11 @@
 
 struct addrinfo;
 
+namespace kor
+{
+class OwnConf;
+}
+
 // The records below live in memory that separately built processes share: plain bytes, no pointers,
 // and the order and sizes of the members are part of the format (checked in the source).
 
@@ -236,6 +241,15 @@ public:
     char packageNames[PACKAGE_COUNT][PACKAGE_NAME_SIZE];
     std::uint32_t sizeLimitInMb;
     std::uint8_t packageLevels[PACKAGE_COUNT];
+
+private:
+    friend class kor::OwnConf;
+
+    /// The defaults with the stamp 0, without a look at the clock and the console.
+    struct Unstamped
+    {
+    };
+    explicit Kor_LogConf(Unstamped) noexcept;
 };
 
 /// One row of a configuration tool's table. Texts longer than their field are cut.

@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <fstream>
 #include <memory>
+#include <optional>
 #include <string_view>
 #include <vector>
 
@@ -24,10 +25,14 @@
 #define KOR_PRINTF(text, arguments)
 #endif
 
-namespace kor::win
+namespace kor
+{
+class OwnConf;
+namespace win
 {
 class AppendFile;
 }
+} // namespace kor
 
 struct Kor_LogFileForC;
 
@@ -282,14 +287,13 @@ public:
     /// nothing; ask StoreParams. A handful of loads, for use in front of a call.
     bool IsRejected(int level, int package) const noexcept
     {
-        const Kor_LogConf* const shared = m_shared_conf.load(std::memory_order_relaxed);
-        if (static_cast<unsigned int>(package) >= static_cast<unsigned int>(PACKAGE_COUNT) || shared == nullptr ||
+        const volatile std::uint64_t* const stamp = m_shared_stamp.load(std::memory_order_relaxed);
+        if (static_cast<unsigned int>(package) >= static_cast<unsigned int>(PACKAGE_COUNT) || stamp == nullptr ||
             m_local_conf.load(std::memory_order_relaxed) != nullptr)
             return false;
         // volatile: another process stores it, so each check must look. The order matters: an entry
         // that is read after its stamp was found to be the latest is no older than that.
-        const std::uint64_t stamp = *static_cast<const volatile std::uint64_t*>(&shared->changeCount);
-        if (stamp != m_seen_count.load(std::memory_order_acquire))
+        if (*stamp != m_seen_count.load(std::memory_order_acquire))
             return false;
         const unsigned int generation = m_cache_generation.load(std::memory_order_relaxed);
         const unsigned int known = m_level_cache[package].load(std::memory_order_relaxed) ^ generation;
@@ -358,7 +362,9 @@ public:
     int SetCustomLogLevel(Kor_LogConf::Output output, int package, int level, bool publish);
     int SetCustomLogLevel(int package, int level, bool publish);
 
-    /// The configuration in use.
+    /// The configuration in use, null when there was no memory for one. Stays readable until the log goes, also when
+    /// the log joins the shared block meanwhile and another one comes into use. A process that asks before that
+    /// keeps 4.4 MB for it.
     const Kor_LogConf* GetConf();
 
     /// A further configuration of this process alone, whose rules can raise levels; not owned.
@@ -433,6 +439,7 @@ public:
 
 private:
     friend struct Kor_LogFileForC;
+    friend class Kor_PerfmonLogFile; // goes by this log's output
 
     struct Line;
     struct Round;
@@ -446,10 +453,15 @@ private:
     void open_private_file(const char* file_name);
     void register_event_source();
     void write_start_banner();
+    Kor_LogConf* configuration() noexcept;
+    int configured_output() const noexcept;
+    bool read_start_configuration(const std::optional<Kor_LogConf::Output>& chosen);
     void write_end_banner();
-    bool attach_configuration();
+    void use_own_configuration();
+    void override_output(Kor_LogConf::Output output);
     bool fill_block(Kor_LogConf& block);
     void write_block();
+    bool attach_configuration();
 
     int note_params(const char* file, const char* function, int line, int level, int package);
     int check_level(int package, int level);
@@ -475,8 +487,8 @@ private:
     void* m_event_source;
     std::uint32_t m_event_types[Kor_LogMTVars::LEVEL_COUNT];
     void* m_shared_view;
-    std::atomic<Kor_LogConf*> m_conf;
-    std::atomic<Kor_LogConf*> m_shared_conf; // the log's own until the shared block is attached
+    std::atomic<Kor_LogConf*> m_conf;        // null as long as the log's own one is in use and nobody has looked at it
+    std::atomic<Kor_LogConf*> m_shared_conf; // likewise; the log's own until the shared block is attached
     std::atomic<Kor_LogConf*> m_local_conf;
     std::atomic<bool> m_conf_initialised;
     RWTThreadLocal<Kor_LogMTVarsPtr> m_context;
@@ -498,6 +510,8 @@ private:
     // makes a level that one thread computes while another one learns of a change harmless.
     std::atomic<std::uint16_t> m_cache_generation;
     kor::win::AppendFile* m_append_file;
+    kor::OwnConf* m_own_conf; // owned
+    std::atomic<const volatile std::uint64_t*> m_shared_stamp; // of the shared configuration; null: there is none
 };
 
 /// The log of the process, there from when the library is loaded until it goes.

@@ -562,13 +562,21 @@ RWCString Kor_LogLevelRuleTable::ToString() const
 }
 
 // Kor_LogConf ---------------------------------------------------------------------------------------
-Kor_LogConf::Kor_LogConf()
+void kor::offer_console()
+{
+    if (win::environment("PRISMATE_LOG_CONSOLE") == "1" && !is_tool_program() && win::open_console_if_none())
+        std::printf("PRISMATE_LOG_CONSOLE = 1\n========================\n\n");
+}
+
+Kor_LogConf::Kor_LogConf(Unstamped) noexcept
     : output(OUTPUT_STDERR), printToDebugger(false), padding{}, changeCount(0), packageNames{}, sizeLimitInMb(0)
 {
-    if (kor::win::environment("PRISMATE_LOG_CONSOLE") == "1" && !kor::is_tool_program() &&
-        kor::win::open_console_if_none())
-        std::printf("PRISMATE_LOG_CONSOLE = 1\n========================\n\n");
     std::memset(packageLevels, DEFAULT_LEVEL, sizeof packageLevels);
+}
+
+Kor_LogConf::Kor_LogConf() : Kor_LogConf(Unstamped())
+{
+    kor::offer_console();
     GenerateChangeCount();
 }
 
@@ -667,14 +675,18 @@ const char* Kor_LogConf::GetPackageName(int package) const noexcept
     return name;
 }
 
-void Kor_LogConf::SetPackageName(int package, const char* name)
+void kor::set_package_name(char (&field)[Kor_LogConf::PACKAGE_NAME_SIZE], const char* name)
 {
-    if (!IsPackageNoLegal(package))
-        return;
-    char kept[PACKAGE_NAME_SIZE];
+    char kept[Kor_LogConf::PACKAGE_NAME_SIZE];
     if (!copy_cut(kept, name))
         KOR_WARN("package name %s is cut to %s\n", name, kept);
-    copy_cut(packageNames[package], kept);
+    copy_cut(field, kept);
+}
+
+void Kor_LogConf::SetPackageName(int package, const char* name)
+{
+    if (IsPackageNoLegal(package))
+        kor::set_package_name(packageNames[package], name);
 }
 
 void Kor_LogConf::SetPackageNames(const char* names) noexcept { std::memcpy(packageNames, names, sizeof packageNames); }

@@ -15,6 +15,7 @@
 #include "Kor/identity.h"
 #include "Kor/kept_texts.h"
 #include "Kor/log_lock.h"
+#include "Kor/own_conf.h"
 #include "Kor/shared_name.h"
 #include "core/size_limit.h"
 #include "win/account.h"
@@ -46,13 +47,14 @@ Kor_LogFile::Kor_LogFile(int, bool banners)
       m_seen_local_count(0), m_console_mode(false), m_size_exceeded(false),
       m_size_countdown(kor::core::FIRST_SIZE_COUNTDOWN), m_level_cache{}, m_debugger_destination(nullptr),
       m_destination_count(0), m_lock(nullptr), m_cache_generation(0),
-      m_append_file(new (std::nothrow) kor::win::AppendFile)
+      m_append_file(new (std::nothrow) kor::win::AppendFile), m_own_conf(nullptr), m_shared_stamp(nullptr)
 {
     if (kor::win::is_set("PRISMATE_TRUNC_SZT"))
         truncation_enabled = false;
     m_console_mode = kor::win::environment("PRISMATE_LOG_CONSOLE") == "1";
-    m_conf = new (std::nothrow) Kor_LogConf;
-    m_shared_conf = m_conf.load();
+    m_own_conf = new (std::nothrow) kor::OwnConf;
+    if (m_own_conf != nullptr && m_own_conf->exists())
+        m_shared_stamp = &m_own_conf->stamp();
     kor::shared_block_name =
         kor::win::is_unlimited_administrator() || kor::win::holds_privilege("SeCreateGlobalPrivilege")
             ? kor::GLOBAL_BLOCK_NAME
@@ -72,11 +74,14 @@ Kor_LogFile::~Kor_LogFile()
         write_end_banner();
     close();
     delete m_debugger_destination;
-    if (m_conf != m_shared_conf)
-        delete m_conf.load();
-    // The log's own configuration stays: it is the shared block, or its owner may still look at it.
+    // One that the log has not exchanged for the block stays: who has asked for it may still look at it.
+    if (m_own_conf != nullptr && m_own_conf->made() != nullptr && m_own_conf->made() == m_shared_conf)
+        m_own_conf->release();
+    m_shared_stamp = nullptr;
     m_conf = nullptr;
     m_shared_conf = nullptr;
+    delete m_own_conf;
+    m_own_conf = nullptr;
     delete m_append_file;
     m_append_file = nullptr;
     delete m_lock;

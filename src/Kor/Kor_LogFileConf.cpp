@@ -11,10 +11,12 @@
 #include <string>
 #include <utility>
 
+#include "Kor/conf_contents.h"
 #include "Kor/conf_parts.h"
 #include "Kor/configuration_folder.h"
 #include "Kor/diagnostics.h"
 #include "Kor/identity.h"
+#include "Kor/own_conf.h"
 #include "Kor/rule_check.h"
 #include "Kor/shared_conf.h"
 #include "Kor/shared_name.h"
@@ -50,8 +52,10 @@ OwnedStream open_text(const wchar_t* path)
 }
 
 // The file --------------------------------------------------------------------------------------------
-/// Takes what one line of the file says into conf, but for the levels, which come all at once.
-void apply_line(const LoggerLine& line, Kor_LogConf& conf, std::uint8_t (&levels)[PACKAGE_COUNT])
+/// Takes what one line of the file says into conf, but for the levels, which come all at once. Conf: a configuration, or
+/// what takes the same changes.
+template <class Conf>
+void apply_line(const LoggerLine& line, Conf& conf, std::uint8_t (&levels)[PACKAGE_COUNT])
 {
     const auto name_length = static_cast<int>(line.name.size());
     switch (line.kind)
@@ -99,7 +103,8 @@ private:
     OwnedStream m_file;
 };
 
-int read_lines(kor::core::ByteSource& from, Kor_LogConf& conf)
+template <class Conf>
+int read_lines(kor::core::ByteSource& from, Conf& conf)
 {
     std::uint8_t levels[PACKAGE_COUNT];
     std::memset(levels, Kor_LogConf::DEFAULT_LEVEL, sizeof levels);
@@ -118,6 +123,26 @@ int read_lines(kor::core::ByteSource& from, Kor_LogConf& conf)
 
 constexpr int MOST_COPIES = 10;
 
+template <class Conf>
+int read_file(const wchar_t* path, Conf& conf)
+{
+    OwnedStream file = open_text(path);
+    if (!file)
+    {
+        KOR_WARN("No configuration file: %s\n", kor::win::narrow(path).c_str());
+        return -1;
+    }
+    FileSource source(std::move(file));
+    return read_lines(source, conf);
+}
+
+/// The file of the configuration directory.
+template <class Conf>
+int read_own_file(Conf& conf)
+{
+    return read_file((kor::configuration_folder() + L"\\logger").c_str(), conf);
+}
+
 // The start -------------------------------------------------------------------------------------------
 /// What KORAL_LOG_OUTPUT says, nothing when it is not set.
 std::optional<Kor_LogConf::Output> output_override(bool has_event_source)
@@ -130,6 +155,17 @@ std::optional<Kor_LogConf::Output> output_override(bool has_event_source)
     if (value->c_str()[0] == '2')
         return Kor_LogConf::OUTPUT_PRIVATE_FILE;
     return has_event_source ? Kor_LogConf::OUTPUT_SYSLOG_FILE : Kor_LogConf::OUTPUT_PRIVATE_FILE;
+}
+
+/// Reads the file into conf, which then has the output that was chosen, if any. True when messages are to go to a
+/// debugger as well.
+template <class Conf>
+bool read_start_file(Conf& conf, const std::optional<Kor_LogConf::Output>& chosen)
+{
+    read_own_file(conf);
+    if (chosen)
+        conf.SetOutput(*chosen);
+    return conf.GetPrintToDebugger();
 }
 
 /// Where the system adjusts its clock, sets that to a fixed step; not under a debugger.
@@ -182,23 +218,13 @@ int Kor_LogFile::ReadFile(const char* path, Kor_LogConf& conf)
     return read_lines(source, conf);
 }
 
-int Kor_LogFile::ReadFile(const wchar_t* path, Kor_LogConf& conf)
-{
-    OwnedStream file = open_text(path);
-    if (!file)
-    {
-        KOR_WARN("No configuration file: %s\n", kor::win::narrow(path).c_str());
-        return -1;
-    }
-    FileSource source(std::move(file));
-    return read_lines(source, conf);
-}
+int Kor_LogFile::ReadFile(const wchar_t* path, Kor_LogConf& conf) { return read_file(path, conf); }
 
 int Kor_LogFile::ReadFile()
 {
-    const std::wstring folder = kor::configuration_folder();
-    Kor_LogConf* const conf = m_conf;
-    return conf == nullptr ? -1 : ReadFile((folder + L"\\logger").c_str(), *conf);
+    const std::wstring path = kor::configuration_folder() + L"\\logger";
+    Kor_LogConf* const conf = configuration();
+    return conf == nullptr ? -1 : read_file(path.c_str(), *conf);
 }
 
 char** Kor_LogFile::ReadCommentsFromFile(const char* path)
@@ -273,29 +299,51 @@ bool Kor_LogFile::DumpToLoggerFile(const Kor_LogConf& conf, const char* path, ch
 // Start of the configuration --------------------------------------------------------------------------
 int Kor_LogFile::InitConf()
 {
-    if (m_conf_initialised.exchange(true) || m_conf == nullptr)
+    if (m_conf_initialised.exchange(true) || m_shared_stamp == nullptr)
         return 0;
     if (kor::is_tool_program())
     {
-        if (CopySharedMemory(*m_conf) == kor::ATTACH_FAILED)
+        Kor_LogConf* const conf = configuration();
+        if (conf != nullptr && CopySharedMemory(*conf) == kor::ATTACH_FAILED)
             ReadFile();
         return 0;
     }
-    ReadFile();
     const std::optional<Kor_LogConf::Output> chosen = output_override(m_event_source != nullptr);
-    if (chosen)
-        m_conf.load()->SetOutput(*chosen);
-    if (m_conf.load()->GetPrintToDebugger())
+    if (read_start_configuration(chosen))
     {
         m_debugger_destination = new Kor_LogDestDebug;
         RegisterLogDestination(m_debugger_destination);
     }
     const auto develop = kor::win::environment("KORAL_LOG_DEVELOP");
     const bool is_private = develop && develop->c_str()[0] == '1';
-    if (!is_private && !attach_configuration() && chosen)
-        m_conf.load()->SetOutput(*chosen); // of the machine: whoever overrides it does so for all
+    if (is_private)
+        use_own_configuration();
+    else if (!attach_configuration() && chosen)
+        override_output(*chosen);
     steady_system_clock();
     return 0;
+}
+
+/// Reads the file. True when messages are to go to a debugger as well.
+bool Kor_LogFile::read_start_configuration(const std::optional<Kor_LogConf::Output>& chosen)
+{
+    if (Kor_LogConf* const conf = m_conf)
+        return read_start_file(*conf, chosen);
+    // Whoever joins the machine's configuration has read the file for its warnings and for the debugger only.
+    std::unique_ptr<kor::ConfContents> contents(new (std::nothrow) kor::ConfContents());
+    if (!contents)
+        return false;
+    try
+    {
+        read_start_file(*contents, chosen);
+    }
+    catch (const std::bad_alloc&) // then with what was read so far
+    {
+        KOR_WARN("no memory for all of the configuration file\n");
+    }
+    const bool to_debugger = contents->GetPrintToDebugger();
+    m_own_conf->set_contents(std::move(contents));
+    return to_debugger;
 }
 
 /// Joins the machine's configuration. Returns true when this process gave it its contents.
@@ -303,10 +351,29 @@ bool Kor_LogFile::attach_configuration()
 {
     const int result = AttachSharedMemory();
     auto* const block = static_cast<Kor_LogConf*>(m_shared_view);
-    if (block != nullptr && (result == kor::ATTACH_CREATED || !kor::wait_until_filled(*block)) && fill_block(*block))
+    if (block == nullptr)
+    {
+        use_own_configuration();
+        return false;
+    }
+    if ((result == kor::ATTACH_CREATED || !kor::wait_until_filled(*block)) && fill_block(*block))
         return true;
     ReadSharedMemory();
     return false;
+}
+
+/// In the block, if the log has joined it: whoever overrides the output does so for the machine.
+void Kor_LogFile::override_output(Kor_LogConf::Output output)
+{
+    if (Kor_LogConf* const used = configuration())
+        used->SetOutput(output);
+}
+
+/// Puts the log's own configuration in use, with what the file says.
+void Kor_LogFile::use_own_configuration()
+{
+    configuration();
+    ClearCacheTable(); // levels from before it was read
 }
 
 /// Gives a block its contents. False when another process has done so meanwhile.
@@ -315,7 +382,12 @@ bool Kor_LogFile::fill_block(Kor_LogConf& block)
     const kor::PublisherTurn turn;
     if (block.GetChangeCount() != 0)
         return false;
-    write_block();
+    if (const Kor_LogConf* const conf = m_conf)
+        kor::copy_all_but_stamp(block, *conf);
+    else
+        m_own_conf->fill(block);
+    kor::stamp_change(block);
+    ReadSharedMemory();
     return true;
 }
 
@@ -335,18 +407,22 @@ int Kor_LogFile::AttachSharedMemory()
     const int result = AttachSharedMemory(&view);
     m_shared_view = view;
     if (view != nullptr)
-        m_shared_conf = static_cast<Kor_LogConf*>(view);
+    {
+        auto* const block = static_cast<Kor_LogConf*>(view);
+        m_shared_conf = block;
+        m_shared_stamp = &block->changeCount;
+    }
     return result;
 }
 
 int Kor_LogFile::ReadSharedMemory()
 {
     Kor_LogConf* const shared = m_shared_conf;
-    if (shared == nullptr)
-        return -1;
-    Kor_LogConf* const used = m_conf.exchange(shared);
-    if (used != shared)
-        delete used;
+    if (shared == nullptr) // unless nobody has looked at the log's own yet, which then is both
+        return m_shared_stamp == nullptr ? -1 : 0;
+    m_conf = shared;
+    if (m_own_conf != nullptr && shared != m_own_conf->made())
+        m_own_conf->give_up();
     return 0;
 }
 
@@ -360,7 +436,7 @@ int Kor_LogFile::WriteToSharedMemory()
 /// Publishes the configuration in use. In this process's turn.
 void Kor_LogFile::write_block()
 {
-    Kor_LogConf* const used = m_conf;
+    Kor_LogConf* const used = configuration();
     auto* const block = static_cast<Kor_LogConf*>(m_shared_view);
     if (used == nullptr)
         return;
@@ -429,7 +505,32 @@ unsigned long long Kor_LogFile::GetSharedChangeCount()
 }
 
 // Levels ----------------------------------------------------------------------------------------------
-const Kor_LogConf* Kor_LogFile::GetConf() { return m_conf; }
+const Kor_LogConf* Kor_LogFile::GetConf() { return configuration(); }
+
+/// The configuration in use: the log's own is made when it is first asked for. Null when there is no memory for one.
+Kor_LogConf* Kor_LogFile::configuration() noexcept
+{
+    if (Kor_LogConf* const used = m_conf)
+        return used;
+    Kor_LogConf* const own = m_own_conf == nullptr ? nullptr : m_own_conf->make();
+    if (own == nullptr)
+        return m_conf; // null, or the shared one, for which it has just been given up
+    // Only in place of itself: the log may have joined the shared block meanwhile.
+    const volatile std::uint64_t* stamp = &m_own_conf->stamp();
+    m_shared_stamp.compare_exchange_strong(stamp, &own->changeCount);
+    Kor_LogConf* none = nullptr;
+    m_shared_conf.compare_exchange_strong(none, own);
+    none = nullptr;
+    m_conf.compare_exchange_strong(none, own);
+    return m_conf;
+}
+
+/// As GetConf()->GetOutput(), for who wants no more of it.
+int Kor_LogFile::configured_output() const noexcept
+{
+    const Kor_LogConf* const used = m_conf;
+    return used == nullptr ? static_cast<int>(Kor_LogConf::OUTPUT_STDERR) : used->GetOutput();
+}
 
 Kor_LogConf* Kor_LogFile::GetLocalConf() { return m_local_conf; }
 
@@ -441,7 +542,7 @@ void Kor_LogFile::SetLocalConf(Kor_LogConf* conf)
 
 int Kor_LogFile::SetCustomLogLevel(Kor_LogConf::Output output, int package, int level, bool publish_it)
 {
-    Kor_LogConf* const conf = m_conf;
+    Kor_LogConf* const conf = configuration();
     if (conf == nullptr || conf != m_shared_conf || !Kor_LogConf::IsPackageNoLegal(package))
         return -1;
     std::optional<kor::PublisherTurn> turn; // from the first change on, or another publisher could undo it
@@ -462,9 +563,9 @@ int Kor_LogFile::SetCustomLogLevel(int package, int level, bool publish_it)
 
 bool Kor_LogFile::IsCacheTableUpToDate()
 {
-    const Kor_LogConf* const shared = m_shared_conf;
+    const volatile std::uint64_t* const stamp = m_shared_stamp;
     const Kor_LogConf* const local = m_local_conf;
-    return shared != nullptr && shared->GetChangeCount() == m_seen_count && !m_context_changed &&
+    return stamp != nullptr && *stamp == m_seen_count && !m_context_changed &&
            (local == nullptr || local->GetChangeCount() == m_seen_local_count);
 }
 
@@ -494,7 +595,7 @@ int Kor_LogFile::current_level(int package) noexcept
 int Kor_LogFile::refresh_level(int package) noexcept
 {
     const KeptErrors kept;
-    if (m_conf == nullptr)
+    if (m_shared_stamp == nullptr)
         return Kor_LogConf::DEFAULT_LEVEL;
     if (!IsCacheTableUpToDate())
         rebuild_cache(package);
@@ -512,7 +613,8 @@ void Kor_LogFile::rebuild_cache(int package)
     const Kor_LogConf* const local = m_local_conf;
     // The stamps first: a change that comes while this runs must be found at the next check. They are
     // noted last, when no level of before them counts any more.
-    const std::uint64_t count = m_conf.load()->GetChangeCount();
+    const Kor_LogConf* const used = m_conf;
+    const std::uint64_t count = used == nullptr ? m_own_conf->stamp() : used->GetChangeCount();
     const std::uint64_t local_count = local == nullptr ? 0 : local->GetChangeCount();
     m_context_changed = false;
     ClearCacheTable();
@@ -523,11 +625,12 @@ void Kor_LogFile::rebuild_cache(int package)
 /// The largest of the package's level and those of the rules that fit this process as it is now.
 int Kor_LogFile::effective_level(int package) noexcept
 {
-    const Kor_LogConf& conf = *m_conf;
-    int level = conf.GetPackageDefaultLogLevel(package);
+    const Kor_LogConf* const used = m_conf;
+    int level = used == nullptr ? Kor_LogConf::DEFAULT_LEVEL : used->GetPackageDefaultLogLevel(package);
     try
     {
-        level = std::max(level, level_of_rules(conf, package));
+        if (used != nullptr)
+            level = std::max(level, level_of_rules(*used, package));
         if (const Kor_LogConf* const local = m_local_conf)
             level = std::max(level, level_of_rules(*local, package));
     }
@@ -545,7 +648,7 @@ int Kor_LogFile::CheckMsgLevel(long code, int level)
 
 int Kor_LogFile::check_level(int package, int level)
 {
-    if (m_conf == nullptr)
+    if (m_shared_stamp == nullptr)
     {
         std::fprintf(stderr, "ERROR.Can not CheckMsgLevel.conf is NULL\n");
         return 0;

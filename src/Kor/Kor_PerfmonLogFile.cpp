@@ -508,8 +508,7 @@ void Kor_PerfmonLogFile::FLog(const char* title, const char* types, ...)
 /// 0 standard error, 2 the file, anything else the event log.
 int Kor_PerfmonLogFile::output() const noexcept
 {
-    const Kor_LogConf* const conf = KorGLog.GetConf();
-    const int wanted = conf == nullptr ? static_cast<int>(Kor_LogConf::OUTPUT_STDERR) : conf->GetOutput();
+    const int wanted = KorGLog.configured_output();
     return wanted == Kor_LogConf::OUTPUT_PRIVATE_FILE && m_file == nullptr ? Kor_LogConf::OUTPUT_SYSLOG_FILE : wanted;
 }
 
