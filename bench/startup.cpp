@@ -1,4 +1,4 @@
-// What the library adds to the life of a short process: whole runs of startup_line.exe and of
+// What the library adds to the life of a short process, and to its memory: whole runs of startup_line.exe and of
 // startup_empty.exe, in turns, with the machine's configuration block already there. Prints JSON.
 //
 // Run it with everything on one processor: elsewhere the time that Wine's server takes to wake up on
@@ -6,6 +6,8 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdlib>
+#include <string>
 #include <vector>
 
 #include "Kor_LogFile.h"
@@ -45,32 +47,82 @@ double run(const std::string& path)
     return std::chrono::duration<double, std::milli>(after - before).count();
 }
 
+/// The bytes that a process has for itself, as it prints them.
+double private_bytes(const LogDirectory& directory, const std::string& path)
+{
+    ChildOptions options = directory.for_child({{"KORAL_LOG_DEVELOP", ""}});
+    options.program = path;
+    options.arguments = {"memory"};
+    const Child child("memory", options);
+    const ChildResult result = child.wait(20000);
+    if (!result.finished || result.exit_code != 0 || result.out.empty())
+        fail(path + " tells nothing of its memory");
+    return std::strtod(result.out.c_str(), nullptr);
+}
+
+/// As a machine has it where every package has as many rules as it can have.
+std::string configuration_with_rules()
+{
+    std::string rules;
+    for (int rule = 0; rule < 10; ++rule)
+        rules += "(7;10.1.2." + std::to_string(rule + 1) + ")";
+    std::string text = TO_FILE;
+    for (int package = 0; package < PACKAGE_COUNT; ++package)
+        text += "PACKAGE_" + std::to_string(package) + ' ' + std::to_string(package) + " 4 [" + rules + "]\n";
+    return text;
+}
+
 double median(std::vector<double> values)
 {
     std::sort(values.begin(), values.end());
     return (values[(values.size() - 1) / 2] + values[values.size() / 2]) / 2;
 }
+
+/// Runs of a program that writes a line, each after one of the empty program.
+class Runs
+{
+public:
+    explicit Runs(const std::string& logger)
+        : m_directory(logger), m_empty(program("startup_empty.exe")), m_line(program("startup_line.exe"))
+    {
+        if (Kor_LogFile::UpdateSMFromFile(m_directory.file("logger").c_str()) != 0)
+            fail("the machine's configuration cannot be changed");
+        run(m_empty);
+        run(m_line);
+        m_memory = private_bytes(m_directory, m_line) - private_bytes(m_directory, m_empty);
+        for (int i = 0; i < RUNS; ++i)
+        {
+            m_empty_ms.push_back(run(m_empty));
+            m_line_ms.push_back(run(m_line));
+        }
+        // Each run leaves a banner at its start, the line, and a banner at its end.
+        if (m_directory.lines("startup.log").size() != 3 * (RUNS + 2))
+            fail("startup.log does not hold what was written");
+    }
+
+    void print(const char* name) const
+    {
+        std::printf(
+            "\"%s\": {\"runs\": %d, \"empty_ms\": %.3f, \"line_ms\": %.3f, \"private_bytes\": %.0f}", name, RUNS,
+            median(m_empty_ms), median(m_line_ms), m_memory);
+    }
+
+private:
+    const LogDirectory m_directory;
+    const std::string m_empty, m_line;
+    double m_memory = 0;
+    std::vector<double> m_empty_ms, m_line_ms;
+};
 } // namespace
 
 int main()
 {
     const LogDirectory directory(full_configuration());
     KorGLog.Open("holder.log", "bench", false); // makes the block and keeps it there
-    const std::string empty = program("startup_empty.exe");
-    const std::string with_line = program("startup_line.exe");
-    run(empty);
-    run(with_line);
-
-    std::vector<double> empty_ms;
-    std::vector<double> line_ms;
-    for (int i = 0; i < RUNS; ++i)
-    {
-        empty_ms.push_back(run(empty));
-        line_ms.push_back(run(with_line));
-    }
-    // Each run leaves a banner at its start, the line, and a banner at its end.
-    if (directory.lines("startup.log").size() != 3 * (RUNS + 1))
-        fail("startup.log does not hold what was written");
-    std::printf("{\"runs\": %d, \"empty_ms\": %.3f, \"line_ms\": %.3f}\n", RUNS, median(empty_ms), median(line_ms));
+    std::printf("{");
+    Runs(full_configuration()).print("plain");
+    std::printf(", ");
+    Runs(configuration_with_rules()).print("rules");
+    std::printf("}\n");
     return 0;
 }

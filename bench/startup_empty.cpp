@@ -1,3 +1,9 @@
-// A process that does nothing: what the start of any other is compared with.
+// A process that does nothing: what any other is compared with. With an argument it prints its private memory.
 
-int main() { return 0; }
+#include "startup_memory.h"
+
+int main(int argc, char**)
+{
+    print_private_memory(argc);
+    return 0;
+}
