@@ -510,7 +510,7 @@ private:
     // makes a level that one thread computes while another one learns of a change harmless.
     std::atomic<std::uint16_t> m_cache_generation;
     kor::win::AppendFile* m_append_file;
-    kor::OwnConf* m_own_conf; // owned
+    kor::OwnConf* m_own_conf;                                  // owned
     std::atomic<const volatile std::uint64_t*> m_shared_stamp; // of the shared configuration; null: there is none
 };
 

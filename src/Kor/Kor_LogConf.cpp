@@ -546,8 +546,7 @@ int Kor_LogLevelRuleTable::GetLogLevel(
     const RWCString client(ip);
     return best_level(
         *this, client, appName, processId, sessionId,
-        [&](const Kor_LogLevelRule& rule)
-        { return rule.DoesComply(client, appName.data(), processId, sessionId); });
+        [&](const Kor_LogLevelRule& rule) { return rule.DoesComply(client, appName.data(), processId, sessionId); });
 }
 
 RWCString Kor_LogLevelRuleTable::ToString() const

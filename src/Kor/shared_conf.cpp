@@ -33,10 +33,7 @@ constexpr ULONGLONG FILL_WAIT_MS = 500;
 constexpr int MAX_STAMP_TRIES = 1'000;
 } // namespace
 
-const char* fallback_name() noexcept
-{
-    return shared_block_name == LOCAL_BLOCK_NAME ? GLOBAL_BLOCK_NAME : nullptr;
-}
+const char* fallback_name() noexcept { return shared_block_name == LOCAL_BLOCK_NAME ? GLOBAL_BLOCK_NAME : nullptr; }
 
 Attachment attach_block()
 {

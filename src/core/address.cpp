@@ -54,8 +54,8 @@ bool is_ipv4_text(std::string_view text) noexcept
         const std::string_view octet = text.substr(0, text.find('.'));
         more = octet.size() < text.size();
         text.remove_prefix(octet.size() + (more ? 1 : 0));
-        const bool all_digits =
-            std::all_of(octet.begin(), octet.end(), [](char character) { return character >= '0' && character <= '9'; });
+        const bool all_digits = std::all_of(
+            octet.begin(), octet.end(), [](char character) { return character >= '0' && character <= '9'; });
         if (octet.empty() || octet.size() > 3 || !all_digits || (octet.size() > 1 && octet[0] == '0') ||
             (octet.size() == 3 && octet > "255"))
             return false;

@@ -345,7 +345,8 @@ TEST(ConfClient, ANameThatDoesNotResolveIsLookedUpOnceUntilTheClientChanges)
 {
     std::string packages;
     for (int package = 0; package < 20; ++package)
-        packages += "Album" + std::to_string(package) + ' ' + std::to_string(package) + " 4 [(7;10.1.2.1)(7;10.1.2.2)]\n";
+        packages +=
+            "Album" + std::to_string(package) + ' ' + std::to_string(package) + " 4 [(7;10.1.2.1)(7;10.1.2.2)]\n";
     LogOfAClient host(packages);
     Resolver resolver({}, 11001);
     ASSERT_TRUE(resolver.installed());

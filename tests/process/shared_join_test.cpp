@@ -178,14 +178,15 @@ struct ForbiddenConfigurations
 {
     static constexpr std::size_t SIZE = sizeof(Kor_LogConf);
 
-    Hook<mallocImport> takes{[this](std::size_t size) -> void*
-                             {
-                                 if (size < SIZE)
-                                     return takes.original(size);
-                                 ++taken;
-                                 memory = ::VirtualAlloc(nullptr, size, MEM_RESERVE | MEM_COMMIT, PAGE_NOACCESS);
-                                 return memory;
-                             }};
+    Hook<mallocImport> takes{
+        [this](std::size_t size) -> void*
+        {
+            if (size < SIZE)
+                return takes.original(size);
+            ++taken;
+            memory = ::VirtualAlloc(nullptr, size, MEM_RESERVE | MEM_COMMIT, PAGE_NOACCESS);
+            return memory;
+        }};
     Hook<freeImport> gives{[this](void* given)
                            {
                                if (given == nullptr || given != memory)
@@ -261,8 +262,9 @@ TEST(SharedBlockJoin, ABlockThatTheFirstProcessFillsIsByteForByteWhatItsOwnConfi
 {
     const TempDirectory directory;
     ASSERT_TRUE(write_file(
-        directory.file("logger"), "3\nfile_size_limit_in_mb=15\nAlbum 3 7 [(6;10.1.2.3,10.0.0.0;viewer;12;3)(9;;x)]\n"
-                                  "Page 749 0\nAlbum 3 5\nLost 750 5\nPage_with_a_name_of_more_than_39_characters 5 6\n"));
+        directory.file("logger"),
+        "3\nfile_size_limit_in_mb=15\nAlbum 3 7 [(6;10.1.2.3,10.0.0.0;viewer;12;3)(9;;x)]\n"
+        "Page 749 0\nAlbum 3 5\nLost 750 5\nPage_with_a_name_of_more_than_39_characters 5 6\n"));
     Actor first(directory.path());
     ASSERT_TRUE(first.ready());
     const auto expected = std::make_unique<Kor_LogConf>();

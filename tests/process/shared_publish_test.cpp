@@ -71,10 +71,10 @@ struct Publisher
     DWORD longest = 0; // of the waits asked for
     DWORD result = 0;
 
-    Hook<memcpyImport> copies{[this](void* to, const void* from, std::size_t size) -> void*
-                              { return copy(to, from, size); }};
-    Hook<WaitForSingleObjectImport> waits{[this](HANDLE object, DWORD milliseconds) -> DWORD
-                                          { return wait(object, milliseconds); }};
+    Hook<memcpyImport> copies{
+        [this](void* to, const void* from, std::size_t size) -> void* { return copy(to, from, size); }};
+    Hook<WaitForSingleObjectImport> waits{
+        [this](HANDLE object, DWORD milliseconds) -> DWORD { return wait(object, milliseconds); }};
     Hook<GetSystemTimeAsFileTimeImport> clock{[](LPFILETIME time)
                                               {
                                                   const std::uint64_t ticks =
@@ -245,8 +245,7 @@ TEST(SharedBlockPublish, APublisherThatHangsIsNotWaitedForForEver)
 {
     Machine machine;
     StoppedPublisher hanging(machine.file(1));
-    const auto impatient =
-        start_publisher(unique_name("impatient"), "file", machine.file(7), {"is impatient"});
+    const auto impatient = start_publisher(unique_name("impatient"), "file", machine.file(7), {"is impatient"});
     EXPECT_EQ(output_of(*impatient), "turns=1 longest=2000 wait=258\n"); // WAIT_TIMEOUT
     machine.expect_all_at(7);
     hanging.finish(); // if it comes to itself after all
