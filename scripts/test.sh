@@ -10,8 +10,7 @@
 #   native-asan    unit tests on this machine, with sanitizers, and tests of the tools
 #   native-fuzz    a short run of each fuzz target, on this machine
 #   mingw-release  all tests under Wine, and checks of the DLL and its package
-#   mingw-debug    the tests again, with assertions
-#   mingw-ubtrap   the tests again; undefined behaviour stops a test
+#   mingw-debug    the tests again, with assertions; undefined behaviour stops a test
 #   clang-release  the tests again, built by Clang
 # --filter runs only the tests whose names match (CTest's names: "unit/Suite.Case").
 #
@@ -19,7 +18,7 @@
 
 . "$(dirname "${BASH_SOURCE[0]}")/lib/setup.sh"
 
-all_stages=(format direction headers native-asan native-fuzz mingw-release mingw-debug mingw-ubtrap clang-release)
+all_stages=(format direction headers native-asan native-fuzz mingw-release mingw-debug clang-release)
 stages=()
 filter=
 passed=0
