@@ -85,6 +85,13 @@ std::uint64_t whole_number_of(const Attributes& attributes, const wchar_t* name,
     return text == nullptr ? otherwise : static_cast<std::uint64_t>(kor::core::number_at_front(text));
 }
 
+/// A count, 1 when there is none. It is written as a signed number of 32 bits: one beyond 2^31 - 1 as a negative.
+std::uint64_t count_of(const Attributes& attributes)
+{
+    const auto count = static_cast<std::int64_t>(whole_number_of(attributes, L"count", 1));
+    return count < 0 ? static_cast<std::uint32_t>(count) : static_cast<std::uint64_t>(count);
+}
+
 enum class FileState
 {
     Missing,
@@ -219,7 +226,7 @@ void Kor_SessionLogGatherer_Stat_Loader::start(const Attributes& attributes)
     m_statistics = {};
     m_statistics.type = required_type(attributes);
     m_statistics.subject = text_of(attributes, L"subject");
-    m_statistics.count = whole_number_of(attributes, L"count", 1);
+    m_statistics.count = count_of(attributes);
 }
 
 void Kor_SessionLogGatherer_Stat_Loader::startElement(

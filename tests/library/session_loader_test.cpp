@@ -515,6 +515,34 @@ TEST_F(SessionLoader, LoadedStatisticsGoOnCounting)
                                     ZERO + L"<unittimeinmilliseconds" + ZERO + L"</statentry></stats>");
 }
 
+TEST_F(SessionLoader, ACountThatWasWrittenAsANegativeIsTheOneItWasAndItsAverageGoesOn)
+{
+    struct Row
+    {
+        const char* count;
+        const wchar_t* next;
+        const wchar_t* average; // after an event of weight 4294967295, where it was 0
+    };
+    const Row rows[] = {
+        {"2147483647", L"-2147483648", L"2.000000"},  {"-2147483648", L"-2147483647", L"2.000000"},
+        {"-1073741825", L"-1073741824", L"1.333333"}, {"-1", L"0", L"1.000000"},
+        {"-4294967295", L"2", L"2147483647.500000"}, // which no library has written: its low 32 bits
+    };
+    for (const Row& row : rows)
+    {
+        load(
+            "<lumariscontext><stats><statentry type='A' count='" + std::string(row.count) +
+            "'><weight/></statentry></stats></lumariscontext>");
+        gatherer().reportEvent(L"A", nullptr, Gatherer::COUNTED, 4294967295u, nullptr);
+        EXPECT_EQ(
+            stats_text(gatherer()), L"<stats start='2024-01-31 08:00:00.000'><statentry type='A' count='" +
+                                        std::wstring(row.next) + L"'><weight min='0.000000' avg='" + row.average +
+                                        L"' max='4294967295.000000' /><totaltimeinmilliseconds" + ZERO +
+                                        L"<unittimeinmilliseconds" + ZERO + L"</statentry></stats>")
+            << row.count;
+    }
+}
+
 TEST_F(SessionLoader, OfTwoEntriesOfTheSameIdentityTheLaterWinsAlsoOverWhatIsKnown)
 {
     gatherer().reportEvent(L"A", L"b", Gatherer::COUNTED, 8, nullptr);
