@@ -194,7 +194,8 @@ public:
     const wchar_t* XMLEncode(const wchar_t* text);
 
     /// Reads a state file or a report into the gatherer. What is not as it should be ends the reading, is told in the
-    /// general log, and leaves what was read before. Fetches nothing that the file refers to.
+    /// general log, and leaves what was read before. Fetches nothing that the file refers to, and reads nothing of one
+    /// that declares a document type.
     void loadFromFile(const wchar_t* path, Kor_SessionLogGatherer_Loader& loader);
 
     /// Reads a time as reports have it, but as UTC. 2^64 - 1 when the text is none.

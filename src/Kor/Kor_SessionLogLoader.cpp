@@ -8,11 +8,10 @@
 
 #include <xercesc/framework/LocalFileInputSource.hpp>
 #include <xercesc/framework/MemBufInputSource.hpp>
+#include <xercesc/parsers/SAX2XMLReaderImpl.hpp>
 #include <xercesc/sax/SAXException.hpp>
 #include <xercesc/sax/SAXParseException.hpp>
 #include <xercesc/sax2/Attributes.hpp>
-#include <xercesc/sax2/SAX2XMLReader.hpp>
-#include <xercesc/sax2/XMLReaderFactory.hpp>
 #include <xercesc/util/BinInputStream.hpp>
 #include <xercesc/util/PlatformUtils.hpp>
 #include <xercesc/util/XMLUni.hpp>
@@ -40,6 +39,13 @@ constexpr std::int32_t DEEPEST_NESTING = 256;
 constexpr std::uint64_t LARGEST_FILE = std::uint64_t{256} << 20;
 
 [[noreturn]] void refuse(const wchar_t* why) { throw SAXException(why); }
+
+/// Ends the load of a document that declares its type.
+class DocumentTypeFound final : public SAXException
+{
+public:
+    DocumentTypeFound() : SAXException(L"A document type is not allowed.") {}
+};
 
 bool is_name(const XMLCh* name, std::wstring_view wanted) noexcept { return name != nullptr && wanted == name; }
 
@@ -157,17 +163,35 @@ private:
     mutable kor::win::OwnedFile m_file; // goes to the one stream that is made
 };
 
+/// Reads documents that declare no type. It is told of one before anything of it is read, also where it is empty, which
+/// no handler is told of.
+class UntypedReader final : public xercesc::SAX2XMLReaderImpl
+{
+public:
+    void doctypeDecl(const xercesc::DTDElementDecl&, const XMLCh*, const XMLCh*, bool, bool) override
+    {
+        throw DocumentTypeFound();
+    }
+};
+
+void tell_of_exception()
+{
+    KOR_GENERAL_LOG(
+        kor::GATHERER_SOURCE, LOAD_FROM_FILE, kor::LEVEL_DEBUG,
+        "Exception while parsing in Kor_SessionLogGatherer::loadFromFile()\n");
+}
+
 void parse(const xercesc::InputSource& source, Kor_SessionLogGatherer_Loader& loader)
 {
     using namespace xercesc;
-    const std::unique_ptr<SAX2XMLReader> reader(XMLReaderFactory::createXMLReader());
+    const auto reader = std::make_unique<UntypedReader>();
     reader->setFeature(XMLUni::fgSAX2CoreValidation, true);
     reader->setFeature(XMLUni::fgXercesDynamic, true); // only where the document declares a grammar
-    // Which must stand in the document itself: neither the network nor other files are looked at.
+    // Neither the network nor other files are looked at.
     reader->setFeature(XMLUni::fgXercesSchema, false);
     reader->setFeature(XMLUni::fgXercesLoadExternalDTD, false);
     reader->setEntityResolver(&loader);
-    reader->setDeclarationHandler(&loader);
+    reader->setDeclarationHandler(&loader); // without one the reader is not told of document types
     reader->setContentHandler(&loader);
     reader->setErrorHandler(&loader);
     reader->parse(source);
@@ -424,11 +448,16 @@ try
             static_cast<int>(error.getLineNumber()), static_cast<int>(error.getColumnNumber()),
             kor::win::narrow_for_thread(kor::text_or_empty(error.getMessage())).c_str());
     }
-    catch (...)
+    catch (const DocumentTypeFound&)
     {
         KOR_GENERAL_LOG(
-            kor::GATHERER_SOURCE, LOAD_FROM_FILE, kor::LEVEL_DEBUG,
-            "Exception while parsing in Kor_SessionLogGatherer::loadFromFile()\n");
+            kor::GATHERER_SOURCE, LOAD_FROM_FILE, kor::LEVEL_WARNING,
+            "File %s declares a document type and is not read.\n", name.c_str());
+        tell_of_exception();
+    }
+    catch (...)
+    {
+        tell_of_exception();
     }
 }
 catch (...) // no memory for what is to be told, or what a destination of the general log throws

@@ -715,33 +715,62 @@ TEST_F(SessionLoader, DocumentsInOtherEncodingsAreRead)
     EXPECT_EQ(lines(), Lines());
 }
 
-TEST_F(SessionLoader, ADocumentThatDeclaresItsElementsIsReadEvenIfItIsNotValid)
+TEST_F(SessionLoader, ADocumentTypeEndsTheLoadBeforeAnythingOfItIsRead)
 {
-    load("<!DOCTYPE lumariscontext [<!ELEMENT lumariscontext EMPTY><!ATTLIST statentry count CDATA '7'>]>"
-         "<lumariscontext><stats><statentry type='A'/></stats></lumariscontext>");
-    EXPECT_EQ(lines(), Lines());
-    EXPECT_NE(stats_text(gatherer()).find(L"<statentry type='A' count='7'>"), std::wstring::npos);
-}
-
-TEST_F(SessionLoader, DeclaredEntitiesEndTheLoad)
-{
-    const char* const declarations[] = {
-        "<!ENTITY a 'b'>",
-        "<!ENTITY % a 'b'>",
-        "<!ENTITY a SYSTEM 'file:///C:/windows/win.ini'>",
-        "<!ENTITY % a SYSTEM 'http://127.0.0.1:9/a.dtd'> %a;",
-        "<!ENTITY a 'aaaaaaaaaa'><!ENTITY b '&a;&a;&a;&a;&a;&a;&a;&a;'><!ENTITY c '&b;&b;&b;&b;&b;&b;&b;&b;'>",
+    const char* const types[] = {
+        "lumariscontext",
+        "lumariscontext []",
+        "lumariscontext [<!ELEMENT lumariscontext ANY>]",
+        "lumariscontext [<!ATTLIST statentry count CDATA '7'>]",
+        "lumariscontext [<!ENTITY a 'b'>]",
+        "lumariscontext [<!ENTITY % a 'b'>]",
+        "lumariscontext [<!ENTITY a SYSTEM 'file:///C:/windows/win.ini'>]",
+        "lumariscontext [<!ENTITY % a SYSTEM 'http://127.0.0.1:9/a.dtd'> %a;]",
+        "lumariscontext SYSTEM 'http://127.0.0.1:9/a.dtd'",
+        "lumariscontext PUBLIC '-//a//b' 'a.dtd'",
+        "other",
     };
     Lines expected;
-    for (const char* const declaration : declarations)
+    for (const char* const type : types)
     {
         load(
-            "<!DOCTYPE lumariscontext [" + std::string(declaration) +
-            "]><lumariscontext><stats><statentry type='A'/></stats></lumariscontext>");
+            "<!DOCTYPE " + std::string(type) +
+            "><lumariscontext><stats><statentry type='A'/></stats></lumariscontext>");
+        expected.push_back(
+            "<time> WARNING " + LOADER + "File " + m_directory.file("state.xml") +
+            " declares a document type and is not read.");
         expected.push_back(ENDED);
-        EXPECT_EQ(stats_text(gatherer()), EMPTY_STATS) << declaration;
+        EXPECT_EQ(stats_text(gatherer()), EMPTY_STATS) << type;
     }
     EXPECT_EQ(lines(), expected);
+}
+
+KOR_IMPORT(malloc);
+
+TEST_F(SessionLoader, DefaultsOfAttributesDoNotMakeASmallFileGrow)
+{
+    // 100 KB for each of 1,000 elements: 100 MB of characters out of 120 KB.
+    std::string bomb =
+        "<!DOCTYPE lumariscontext [<!ATTLIST a b CDATA '" + std::string(100'000, 'x') + "'>]><lumariscontext>";
+    for (int i = 0; i < 1'000; ++i)
+        bomb += "<a/>";
+    std::size_t asked_for = 0;
+    {
+        Hook<mallocImport>* own = nullptr;
+        Hook<mallocImport> allocations(
+            [&](std::size_t size)
+            {
+                asked_for += size;
+                return own->original(size);
+            });
+        own = &allocations;
+        ASSERT_TRUE(allocations.installed());
+        load(bomb + "</lumariscontext>");
+        EXPECT_GT(allocations.calls(), 0);
+    }
+    EXPECT_LT(asked_for, std::size_t{4} << 20);
+    ASSERT_EQ(lines().size(), 2u);
+    EXPECT_EQ(lines()[1], ENDED);
 }
 
 TEST_F(SessionLoader, ElementsNestedTooDeeplyEndTheLoad)

@@ -302,6 +302,9 @@ TEST(SessionState, AHostileStateIsNoHarmAndNoFileThatItNamesIsOpened)
         general += "'>";
         parameter += "'>";
     }
+    std::string many;
+    for (int i = 0; i < 20'000; ++i)
+        many += "<a/>";
     const std::string document = "<lumariscontext><stats><statentry type='A'/></stats></lumariscontext>";
     struct Row
     {
@@ -314,6 +317,8 @@ TEST(SessionState, AHostileStateIsNoHarmAndNoFileThatItNamesIsOpened)
         {"entities in an attribute",
          "<!DOCTYPE lumariscontext [" + general + "]><lumariscontext a='&a11;'></lumariscontext>"},
         {"parameter entities", "<!DOCTYPE lumariscontext [" + parameter + " %p11;]>" + document},
+        {"attribute defaults", "<!DOCTYPE lumariscontext [<!ATTLIST a b CDATA '" + std::string(100'000, 'x') +
+                                   "'>]><lumariscontext>" + many + "</lumariscontext>"},
         {"external entity",
          "<!DOCTYPE lumariscontext [<!ENTITY a SYSTEM 'named.dtd'>]><lumariscontext>&a;</lumariscontext>"},
         {"external parameter entity", "<!DOCTYPE lumariscontext [<!ENTITY % a SYSTEM 'named.dtd'> %a;]>" + document},
