@@ -4,26 +4,28 @@
 
 #include <dbghelp.h>
 #include <process.h>
+#include <psapi.h>
 
 #include <atomic>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <ctime>
 #include <cwchar>
 #include <iterator>
 #include <list>
 #include <new>
+#include <utility>
+#include <vector>
 
 #include "Kor_LogFile.h"
 #include "Kor_SessionLogGatherer.h"
+#include "core/crash_texts.h"
 #include "core/fixed_text.h"
 #include "core/system_texts.h"
 #include "general_log.h"
-#include "win/clock.h"
 #include "win/guarded_call.h"
 #include "win/kept_errors.h"
 #include "win/library.h"
+#include "win/output_file.h"
 #include "win/recursive_lock.h"
 #include "win/text.h"
 
@@ -51,8 +53,9 @@ using WriteDump = BOOL WINAPI(
     HANDLE, DWORD, HANDLE, MINIDUMP_TYPE, PMINIDUMP_EXCEPTION_INFORMATION, PMINIDUMP_USER_STREAM_INFORMATION,
     PMINIDUMP_CALLBACK_INFORMATION);
 
-/// True when the heap has room for some paths and their like. To be asked where a crash has not got back what was kept for
-/// it: a thread that throws for the first time takes memory for that, and its C++ runtime does not survive a lack of it.
+/// True when the heap has room for what the system's dump code takes. To be asked where a crash has not got back what was
+/// kept for it: a thread that throws for the first time takes memory for that, and its C++ runtime does not survive a
+/// lack of it.
 bool has_memory() noexcept
 {
     constexpr std::size_t SOME = 16 * 1024;
@@ -69,33 +72,71 @@ struct DllToLoad
     OwnedLibrary module;
 };
 
-/// Modules with paths of their own.
+/// How many modules the process has now.
+std::size_t count_modules() noexcept
+{
+    DWORD bytes = 0;
+    return ::EnumProcessModules(::GetCurrentProcess(), nullptr, 0, &bytes) ? bytes / sizeof(HMODULE) : 0;
+}
+
+/// Modules with paths of their own. Room for them is taken beforehand: they come while all other threads are
+/// suspended, one of which may be inside the heap.
 class ModuleList
 {
 public:
-    ModuleList() = default;
-    ModuleList(const ModuleList&) = delete;
-    ModuleList& operator=(const ModuleList&) = delete;
-    ~ModuleList()
+    /// Throws when there is no memory.
+    void make_room(std::size_t count)
     {
-        for (const MINIDUMP_MODULE_CALLBACK& module : m_modules)
-            std::free(module.FullPath);
+        if (m_spare.size() >= count)
+            return;
+        const std::size_t characters = count * MAX_PATH;   // most paths take a quarter of that
+        m_path_room.emplace_back(new wchar_t[characters]); // not touched, so it takes no memory of the machine
+        m_path_at = m_path_room.back().get();
+        m_path_end = m_path_at + characters;
+        m_spare.resize(count);
     }
 
-    void add(const MINIDUMP_MODULE_CALLBACK& module)
+    /// Sees to it that there is room for as many as came last time. The first dump takes no memory here.
+    void begin_dump() noexcept
+    try
     {
-        if (!has_memory())
+        const std::size_t before = std::exchange(m_in_front, m_modules.size());
+        make_room(m_modules.size() - before);
+    }
+    catch (...) // no memory: the dump has the modules all the same
+    {
+        return;
+    }
+
+    /// Takes no memory and no lock. One that there is no room for is left out.
+    void add(const MINIDUMP_MODULE_CALLBACK& module) noexcept
+    {
+        if (m_spare.empty())
             return;
-        m_modules.push_back(module);
-        m_modules.back().FullPath = nullptr;
-        if (module.FullPath != nullptr)
-            m_modules.back().FullPath = ::_wcsdup(module.FullPath);
+        m_modules.splice(m_modules.end(), m_spare, m_spare.begin());
+        m_modules.back() = module;
+        m_modules.back().FullPath = module.FullPath == nullptr ? nullptr : copy_of(module.FullPath);
     }
 
     const std::list<MINIDUMP_MODULE_CALLBACK>& list() const noexcept { return m_modules; }
 
 private:
+    wchar_t* copy_of(const wchar_t* path) noexcept
+    {
+        const std::size_t size = std::wcslen(path) + 1;
+        if (size > static_cast<std::size_t>(m_path_end - m_path_at))
+            return nullptr;
+        wchar_t* const copy = std::wmemcpy(m_path_at, path, size);
+        m_path_at += size;
+        return copy;
+    }
+
     std::list<MINIDUMP_MODULE_CALLBACK> m_modules;
+    std::list<MINIDUMP_MODULE_CALLBACK> m_spare;
+    std::size_t m_in_front = 0;                          // modules in front of those of the last dump
+    std::vector<std::unique_ptr<wchar_t[]>> m_path_room; // the last one is in use
+    wchar_t* m_path_at = nullptr;
+    wchar_t* m_path_end = nullptr;
 };
 
 const std::list<MINIDUMP_MODULE_CALLBACK> no_modules;
@@ -134,21 +175,20 @@ void run_dump(void* argument)
         ::GetCurrentProcess(), ::GetCurrentProcessId(), job.file, MiniDumpNormal, job.crash, nullptr, job.callback);
 }
 
-std::wstring in_config_directory(const std::wstring& name)
+kor::core::LocalTime local_time() noexcept
 {
-    return kor::win::wide_for_thread(Kor_LogFile::GetLogConfigDir()) + L"\\" + name;
+    SYSTEMTIME now{};
+    ::GetLocalTime(&now);
+    return {now.wYear, now.wMonth, now.wDay, now.wHour, now.wMinute, now.wSecond, now.wMilliseconds};
 }
 
-/// "viewer-2024-01-31-235959"
-std::wstring program_and_time()
+/// "viewer"
+std::wstring find_program_name()
 {
     wchar_t path[PATH_SIZE] = {};
     ::GetModuleFileNameW(nullptr, path, PATH_SIZE);
     path[PATH_SIZE - 1] = L'\0'; // a path that was cut may have no end
-    const std::tm now = kor::win::local_time();
-    wchar_t stamp[32] = {};
-    std::wcsftime(stamp, std::size(stamp), L"-%Y-%m-%d-%H%M%S", &now);
-    return std::wstring(kor::core::program_name(path)) + stamp;
+    return std::wstring(kor::core::program_name(path));
 }
 
 /// text() as a pointer, null when there was no memory for it.
@@ -172,6 +212,18 @@ DWORD code_of(const EXCEPTION_POINTERS* exception) noexcept
 
 struct Kor_SessionLog::Content
 {
+    /// Works out what paths are made of, and takes room for them. Throws when there is no memory. In a crash, to ask
+    /// for the directory may wait for whoever reads standard output, and to ask for the program's name for the
+    /// loader's lock.
+    void find_names();
+    /// The same, and room for modules. Without memory all stays as it was.
+    void prepare_for_crash() noexcept;
+    /// Makes a path of the directory, the type, the program, the present time, and the end of the name.
+    void name(std::wstring& path, std::wstring_view type, std::wstring_view end) const;
+
+    std::wstring directory; // ends with a backslash
+    std::wstring program;
+    std::wstring crash_log_path;
     std::wstring report_path;
     std::wstring state_path;
     std::wstring minidump_path;
@@ -186,6 +238,35 @@ struct Kor_SessionLog::Content
     OwnedLibrary dump_library = kor::win::load_system_library(L"dbghelp.dll");
     WriteDump* write_dump = kor::win::find_function<WriteDump>(dump_library.get(), "MiniDumpWriteDump");
 };
+
+void Kor_SessionLog::Content::find_names()
+{
+    constexpr std::size_t LONGEST_NAME = 64; // of the library's own files, but for the program's
+    directory = kor::win::wide_for_thread(Kor_LogFile::GetLogConfigDir()) + L"\\";
+    program = find_program_name();
+    crash_log_path = directory + L"crashes.log";
+    for (std::wstring* const path : {&report_path, &minidump_path})
+        path->reserve(directory.size() + program.size() + LONGEST_NAME);
+}
+
+void Kor_SessionLog::Content::prepare_for_crash() noexcept
+try
+{
+    constexpr std::size_t MORE_TO_COME = 64; // modules that the process may load
+    find_names();
+    modules.make_room(2 * count_modules() + MORE_TO_COME);
+}
+catch (...)
+{
+    return;
+}
+
+void Kor_SessionLog::Content::name(std::wstring& path, std::wstring_view type, std::wstring_view end) const
+{
+    wchar_t stamp[kor::core::FILE_STAMP_LENGTH];
+    kor::core::write_file_stamp(stamp, local_time());
+    path.assign(directory).append(type).append(L"-").append(program).append(stamp, std::size(stamp)).append(end);
+}
 
 // Life ------------------------------------------------------------------------------------------------------
 Kor_SessionLog* Kor_SessionLog::myInstance = nullptr;
@@ -228,7 +309,9 @@ Kor_SessionLog::Kor_SessionLog()
         return;
     try
     {
-        m_content = std::make_unique<Content>();
+        auto content = std::make_unique<Content>();
+        content->find_names();
+        m_content = std::move(content);
     }
     catch (...)
     {
@@ -291,6 +374,7 @@ void Kor_SessionLog::enable()
         return;
     const KeptErrors kept;
     load_dlls();
+    m_content->prepare_for_crash();
     if (m_content->enabled)
         return;
     reserve_memory();
@@ -387,6 +471,7 @@ void Kor_SessionLog::produceMinidump(_EXCEPTION_POINTERS* exception)
     if (m_content == nullptr || !has_memory())
         return;
     const KeptErrors kept;
+    m_content->modules.begin_dump();
     const DumpFile file(generateMinidumpFullPath());
     // A handle that means "failed" is none of null: the dump then fails by itself.
     if (file.handle() == nullptr || m_content->write_dump == nullptr)
@@ -403,43 +488,32 @@ void Kor_SessionLog::produceMinidump(_EXCEPTION_POINTERS* exception)
     kor_guarded_call(&run_dump, &job);
 }
 
+/// Runs while all other threads are suspended, wherever they are: takes no memory and no lock.
 int __stdcall Kor_SessionLog::miniDumpCallback(
     void* instance, _MINIDUMP_CALLBACK_INPUT* input, _MINIDUMP_CALLBACK_OUTPUT*)
 {
-    if (input->CallbackType != ModuleCallback)
-        return TRUE;
-    try
-    {
+    if (input->CallbackType == ModuleCallback)
         static_cast<Kor_SessionLog*>(instance)->m_content->modules.add(input->Module);
-    }
-    catch (...) // no memory: the dump has the module all the same
-    {
-        return TRUE;
-    }
     return TRUE;
 }
 
 void Kor_SessionLog::reportToCrashLogFile(_EXCEPTION_POINTERS* exception)
-try
 {
-    if (m_content == nullptr || !has_memory())
+    if (m_content == nullptr)
         return;
     const KeptErrors kept;
-    SYSTEMTIME now{};
-    ::GetLocalTime(&now);
-    const std::string path = std::string(Kor_LogFile::GetLogConfigDir()) + "\\crashes.log";
-    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(path.c_str(), "a"), &std::fclose);
-    if (file == nullptr)
+    kor::win::OutputFile file = kor::win::OutputFile::append(m_content->crash_log_path.c_str());
+    if (!file.is_open())
         return;
-    std::fprintf(
-        file.get(), "%02d/%02d %02d:%02d:%02d.%03d Crashed Process Details: %s[%lu,%lu] Exception Code: 0x%08x\n",
-        now.wDay, now.wMonth, now.wHour, now.wMinute, now.wSecond, now.wMilliseconds, m_content->process_name,
-        static_cast<unsigned long>(m_content->process_id), ::GetCurrentThreadId(),
-        static_cast<unsigned>(code_of(exception)));
-}
-catch (...) // no memory
-{
-    return;
+    kor::core::CrashLine line{};
+    line.time = local_time();
+    line.program = m_content->process_name;
+    line.process = static_cast<std::uint32_t>(m_content->process_id);
+    line.thread = ::GetCurrentThreadId();
+    line.code = code_of(exception);
+    char text[kor::core::CRASH_LINE_SIZE];
+    const std::string_view bytes = kor::core::write_crash_line(text, line);
+    file.write(bytes.data(), bytes.size());
 }
 
 // Names -----------------------------------------------------------------------------------------------------------
@@ -449,7 +523,10 @@ const wchar_t* Kor_SessionLog::generateMinidumpFullPath()
         return nullptr;
     return pointer_to(
         [this]() -> const std::wstring&
-        { return m_content->minidump_path = in_config_directory(L"minidump-" + program_and_time() + L".dmp"); });
+        {
+            m_content->name(m_content->minidump_path, L"minidump", L".dmp");
+            return m_content->minidump_path;
+        });
 }
 
 const wchar_t* Kor_SessionLog::getMinidumpFullPath()
@@ -468,7 +545,7 @@ const wchar_t* Kor_SessionLog::getLogFullPath(std::wstring type)
         {
             std::wstring& path = m_content->report_path;
             if (path.empty())
-                path = in_config_directory(type + L"-" + program_and_time() + L".xml");
+                m_content->name(path, type, L".xml");
             return path;
         });
 }
@@ -482,7 +559,7 @@ const wchar_t* Kor_SessionLog::getStateFullPath()
         {
             std::wstring& path = m_content->state_path;
             if (path.empty())
-                path = in_config_directory(L"CLGState.mp");
+                path = m_content->directory + L"CLGState.mp";
             return path;
         });
 }

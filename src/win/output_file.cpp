@@ -23,13 +23,21 @@ OutputFile OutputFile::create(const wchar_t* path) noexcept
         ::CreateFileW(path, GENERIC_WRITE, FILE_SHARE_READ, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
 }
 
+OutputFile OutputFile::append(const wchar_t* path) noexcept
+{
+    return OutputFile(::CreateFileW(
+        path, FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, OPEN_ALWAYS,
+        FILE_ATTRIBUTE_NORMAL, nullptr));
+}
+
 OutputFile OutputFile::create_successor(const wchar_t* path)
 {
     // One for each thread of each process: two may be saving at once.
     const std::wstring name = std::wstring(path) + L"." + std::to_wstring(::GetCurrentProcessId()) + L"-" +
                               std::to_wstring(::GetCurrentThreadId());
     OutputFile file(::CreateFileW(
-        name.c_str(), GENERIC_WRITE | DELETE, FILE_SHARE_READ, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+        name.c_str(), GENERIC_READ | GENERIC_WRITE | DELETE, FILE_SHARE_READ, nullptr, CREATE_ALWAYS,
+        FILE_ATTRIBUTE_NORMAL, nullptr));
     if (file.is_open())
         file.set_vanishing(true);
     return file;

@@ -17,6 +17,9 @@ public:
     /// Creates it, or empties the one there is. Test with is_open.
     static OutputFile create(const wchar_t* path) noexcept;
 
+    /// Opens a file to be written at its end, wherever that is by then. Creates it where there is none.
+    static OutputFile append(const wchar_t* path) noexcept;
+
     /// Creates a file beside path that is to take its place: see replace. Until then it goes when it is closed, and
     /// when the process ends, however that happens.
     static OutputFile create_successor(const wchar_t* path);

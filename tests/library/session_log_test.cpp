@@ -17,6 +17,7 @@
 
 #include "Kor_LogFile.h"
 #include "Kor_SessionLogGatherer.h"
+#include "bounded.h"
 #include "session_report.h"
 
 namespace
@@ -370,6 +371,7 @@ TEST_F(SessionLog, CutsTheProgramsNameAtItsFirstDot)
     for (const Row& row : rows)
     {
         m_program.path = row.program;
+        reporter().enable();
         EXPECT_EQ(reporter().generateMinidumpFullPath(), path("minidump-" + row.name + "-2024-01-31-235959.dmp"))
             << row.program;
     }
@@ -381,12 +383,33 @@ TEST_F(SessionLog, ReadsTheDirectoryInTheCodePageOfTheThread)
     const EnvironmentVariable elsewhere("PRISMATE_LOG_DIR", "C:\\\xC6\xE4");
     const LCID before = ::GetThreadLocale();
     ASSERT_TRUE(::SetThreadLocale(0x0419)); // Russian: code page 1251
+    reporter().enable();
     const std::wstring report = reporter().getLogFullPath(L"crash");
     const std::wstring dump = reporter().generateMinidumpFullPath();
     ::SetThreadLocale(before);
     EXPECT_EQ(report, L"C:\\\x0416\x0434\\crash-viewer-2024-01-31-235959.xml");
     EXPECT_EQ(dump, L"C:\\\x0416\x0434\\minidump-viewer-2024-01-31-235959.dmp");
     EXPECT_EQ(reporter().getStateFullPath(), path("CLGState.mp")); // as it was at first
+}
+
+TEST_F(SessionLog, AsksForTheDirectoryAndTheProgramWhenItIsEnabledAndNotInACrash)
+{
+    reporter();
+    m_program.path = "C:\\other.exe";
+    Crash crash(EXCEPTION_ACCESS_VIOLATION);
+    {
+        const EnvironmentVariable elsewhere("PRISMATE_LOG_DIR", m_directory.file("elsewhere"));
+        Host::reportToCrashLogFile(&crash.pointers);
+        reporter().produceMinidump(&crash.pointers);
+        reporter().createReport(&crash.pointers);
+        Host::saveState();
+    }
+    EXPECT_EQ(
+        files_of(m_directory), (Lines{
+                                   "CLGState.mp", "crash-viewer-2024-01-31-235959.xml", "crashes.log",
+                                   "minidump-viewer-2024-01-31-235959.dmp"}));
+    reporter().enable();
+    EXPECT_EQ(reporter().generateMinidumpFullPath(), path("minidump-other-2024-01-31-235959.dmp"));
 }
 
 // The reservation ----------------------------------------------------------------------
@@ -786,6 +809,113 @@ TEST_F(SessionLog, TheModulesOfEachMinidumpAreAddedToTheList)
     EXPECT_EQ(paths, (std::vector<std::wstring>{L"C:\\b.dll", L"C:\\b.dll", L"C:\\c.dll", L"C:\\c.dll"}));
 }
 
+/// All heaps of the process, as one thread holds them that was suspended in each.
+class HeldHeaps
+{
+public:
+    HeldHeaps() : m_held(unique_name("heaps-held")), m_leave(unique_name("heaps-leave")), m_thread([this] { hold(); })
+    {
+        m_held.wait();
+    }
+    ~HeldHeaps() { m_leave.set(); }
+
+    /// The wait for what was to happen meanwhile ended by itself: somebody else waits for the heap.
+    bool is_waited_for() const noexcept { return m_waited_for; }
+
+private:
+    void hold()
+    {
+        HANDLE heaps[100];
+        const DWORD count = ::GetProcessHeaps(static_cast<DWORD>(std::size(heaps)), heaps);
+        for (DWORD i = 0; i < count; ++i)
+            ::HeapLock(heaps[i]);
+        m_held.set();
+        m_waited_for = !m_leave.wait(20000);
+        for (DWORD i = 0; i < count; ++i)
+            ::HeapUnlock(heaps[i]);
+    }
+
+    std::atomic<bool> m_waited_for{false};
+    NamedEvent m_held;
+    NamedEvent m_leave;
+    BoundedThread m_thread;
+};
+
+KOR_IMPORT(malloc);
+KOR_IMPORT(free);
+
+TEST_F(SessionLog, ModulesOfAMinidumpTakeNoMemoryWhileOtherThreadsAreSuspended)
+{
+    constexpr int MODULES = 70; // more than this program has by itself
+    DumpFunction function;
+    reporter();
+    const DumpFiles files(reinterpret_cast<HANDLE>(std::uintptr_t{0x7FF0}));
+    bool waited = false;
+    int heap_calls = 0;
+    function.then = [&](HANDLE, const MINIDUMP_EXCEPTION_INFORMATION*, const MINIDUMP_CALLBACK_INFORMATION* callback)
+    {
+        const Hook<mallocImport> allocations;
+        const Hook<freeImport> releases;
+        ASSERT_TRUE(allocations.installed() && releases.installed());
+        wchar_t name[] = L"C:\\app\\module-000.dll";
+        {
+            const HeldHeaps heaps;
+            MINIDUMP_CALLBACK_INPUT input{};
+            MINIDUMP_CALLBACK_OUTPUT output{};
+            input.CallbackType = ModuleCallback;
+            input.Module.FullPath = name;
+            const int before = allocations.calls() + releases.calls();
+            for (int i = 0; i < MODULES; ++i)
+            {
+                name[std::size(name) - 6] = static_cast<wchar_t>(L'0' + i % 10);
+                callback->CallbackRoutine(callback->CallbackParam, &input, &output);
+            }
+            heap_calls = allocations.calls() + releases.calls() - before;
+            waited = heaps.is_waited_for();
+        }
+    };
+    for (int dump = 1; dump <= 3; ++dump)
+    {
+        reporter().produceMinidump(nullptr);
+        EXPECT_EQ(heap_calls, 0);
+        EXPECT_FALSE(waited);
+        ASSERT_EQ(reporter().getModulesList().size(), static_cast<std::size_t>(MODULES * dump));
+    }
+    EXPECT_EQ(reporter().getModulesList().back().FullPath, std::wstring(L"C:\\app\\module-009.dll"));
+}
+
+TEST_F(SessionLog, AMinidumpOfMoreModulesThanThereIsRoomForHasTheFirstOnes)
+{
+    DumpFunction function;
+    reporter();
+    const DumpFiles files(reinterpret_cast<HANDLE>(std::uintptr_t{0x7FF0}));
+    const std::wstring long_path = L"C:\\" + std::wstring(10'000, L'a');
+    function.then = [&](HANDLE, const MINIDUMP_EXCEPTION_INFORMATION*, const MINIDUMP_CALLBACK_INFORMATION* callback)
+    {
+        std::wstring path = long_path;
+        MINIDUMP_CALLBACK_INPUT input{};
+        MINIDUMP_CALLBACK_OUTPUT output{};
+        input.CallbackType = ModuleCallback;
+        input.Module.FullPath = path.data();
+        for (int i = 0; i < 10'000; ++i)
+        {
+            input.Module.BaseOfImage = static_cast<ULONG64>(i);
+            EXPECT_EQ(callback->CallbackRoutine(callback->CallbackParam, &input, &output), TRUE);
+        }
+        input.Module.FullPath = nullptr;
+        EXPECT_EQ(callback->CallbackRoutine(callback->CallbackParam, &input, &output), TRUE);
+    };
+    reporter().produceMinidump(nullptr);
+    const auto& modules = reporter().getModulesList();
+    ASSERT_GT(modules.size(), 64u);
+    ASSERT_LT(modules.size(), 10'000u);
+    EXPECT_EQ(modules.front().FullPath, long_path);
+    EXPECT_EQ(modules.back().FullPath, nullptr); // there was no room for its path
+    ULONG64 number = 0;
+    for (const MINIDUMP_MODULE_CALLBACK& module : modules)
+        EXPECT_EQ(module.BaseOfImage, number++);
+}
+
 TEST_F(SessionLog, AMinidumpOfTheSameSecondTakesThePlaceOfTheLast)
 {
     Crash crash(EXCEPTION_ACCESS_VIOLATION);
@@ -832,6 +962,21 @@ TEST_F(SessionLogCrashLine, HasDayTimeProgramProcessThreadAndCode)
     EXPECT_EQ(
         text(),
         "05/03 14:07:09.042 Crashed Process Details: C:\\app\\viewer.exe[1200,3344] Exception Code: 0xc0000005\r\n");
+}
+
+TEST_F(SessionLogCrashLine, TakesNoMemoryOfItsOwn)
+{
+    reporter();
+    Crash crash(EXCEPTION_ACCESS_VIOLATION);
+    int allocations = 0;
+    {
+        const Hook<mallocImport> counted;
+        ASSERT_TRUE(counted.installed());
+        Host::reportToCrashLogFile(&crash.pointers);
+        allocations = counted.calls();
+    }
+    EXPECT_EQ(allocations, 0);
+    EXPECT_EQ(lines_of(text()).size(), 1u);
 }
 
 TEST_F(SessionLogCrashLine, IsAppendedToThoseOfOthers)
@@ -890,6 +1035,7 @@ TEST_F(SessionLogCrashLine, ThatCannotBeWrittenIsLeftOut)
     reporter();
     const std::size_t told = lines().size();
     const EnvironmentVariable elsewhere("PRISMATE_LOG_DIR", m_directory.file("no such directory"));
+    reporter().enable();
     Host::reportToCrashLogFile(nullptr);
     EXPECT_EQ(lines().size(), told);
     EXPECT_EQ(files_of(m_directory), Lines());

@@ -1,0 +1,52 @@
+#include "core/crash_texts.h"
+
+#include "core/bounded_text.h"
+
+namespace kor::core
+{
+namespace
+{
+/// Appends as "%08x" prints it.
+void add_hex(BoundedText& to, std::uint32_t value) noexcept
+{
+    constexpr int DIGITS = 8;
+    constexpr int BITS_OF_DIGIT = 4;
+    for (int digit = DIGITS - 1; digit >= 0; --digit)
+        to.add("0123456789abcdef"[value >> digit * BITS_OF_DIGIT & 0xF]);
+}
+
+wchar_t* write_digits(wchar_t* to, wchar_t separator, int value, int digits) noexcept
+{
+    if (separator != L'\0')
+        *to++ = separator;
+    for (int i = digits - 1; i >= 0; --i, value /= 10)
+        to[i] = static_cast<wchar_t>(L'0' + value % 10);
+    return to + digits;
+}
+} // namespace
+
+std::string_view write_crash_line(char (&to)[CRASH_LINE_SIZE], const CrashLine& from) noexcept
+{
+    constexpr std::string_view LINE_BREAK = "\r\n";
+    constexpr std::size_t LONGEST_REST = 64; // what stands behind the program, with its longest numbers
+    BoundedText text(to, sizeof to);
+    text.add_number(from.time.day, 2).add('/').add_number(from.time.month, 2).add(' ');
+    text.add_number(from.time.hour, 2).add(':').add_number(from.time.minute, 2).add(':');
+    text.add_number(from.time.second, 2).add('.').add_number(from.time.milliseconds, 3);
+    text.add(" Crashed Process Details: ").add(from.program.substr(0, CRASH_LINE_SIZE - 2 * LONGEST_REST));
+    text.add('[').add_unsigned(from.process).add(',').add_unsigned(from.thread).add("] Exception Code: 0x");
+    add_hex(text, from.code);
+    text.add(LINE_BREAK);
+    return {to, static_cast<std::size_t>(text.finish())};
+}
+
+void write_file_stamp(wchar_t (&to)[FILE_STAMP_LENGTH], const LocalTime& time) noexcept
+{
+    wchar_t* at = write_digits(to, L'-', time.year, 4);
+    at = write_digits(at, L'-', time.month, 2);
+    at = write_digits(at, L'-', time.day, 2);
+    at = write_digits(at, L'-', time.hour, 2);
+    at = write_digits(at, L'\0', time.minute, 2);
+    write_digits(at, L'\0', time.second, 2);
+}
+} // namespace kor::core

@@ -1,0 +1,39 @@
+// crash_texts.h - texts of a crash, made without the heap and without the C runtime, of which a crash may have left
+// anything locked.
+
+#ifndef KOR_CORE_CRASH_TEXTS_H
+#define KOR_CORE_CRASH_TEXTS_H
+
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+
+#include "core/headline.h"
+
+namespace kor::core
+{
+/// What the crash log tells of a crash. The year is not told.
+struct CrashLine
+{
+    LocalTime time;
+    std::string_view program; ///< its full path
+    std::uint32_t process;
+    std::uint32_t thread;
+    std::uint32_t code; ///< of the exception
+};
+
+/// Bytes that a line takes at most whose program has no more than 255.
+constexpr std::size_t CRASH_LINE_SIZE = 400;
+
+/// "05/03 14:07:09.042 Crashed Process Details: C:\app\viewer.exe[1200,3344] Exception Code: 0xc0000005" with the line
+/// break of a text file: day before month, the code in lower case. Cut when the program's path is too long.
+std::string_view write_crash_line(char (&to)[CRASH_LINE_SIZE], const CrashLine& from) noexcept;
+
+/// Characters of a stamp, of years up to 9999.
+constexpr std::size_t FILE_STAMP_LENGTH = 18;
+
+/// "-2024-01-31-235959": when a file was named. No end is set.
+void write_file_stamp(wchar_t (&to)[FILE_STAMP_LENGTH], const LocalTime& time) noexcept;
+} // namespace kor::core
+
+#endif // KOR_CORE_CRASH_TEXTS_H
