@@ -141,8 +141,19 @@ void Kor_SessionLogGatherer::write_state_file(Content& content, const wchar_t* p
         throw CannotWrite();
     kor::FileTarget target(file, content.file_buffer);
     write_report(content, target, false);
-    if (!file.replace(path))
+    switch (file.replace(path))
+    {
+    case kor::win::OutputFile::Replaced::ByName:
+        return;
+    case kor::win::OutputFile::Replaced::InPlace:
+        KOR_GENERAL_LOG(
+            kor::GATHERER_SOURCE, GENERATE_REPORT, kor::LEVEL_WARNING,
+            "Somebody has the state file '%s' open and keeps it from being replaced. It was written in place.\n",
+            kor::win::narrow_for_thread(path).c_str());
+        return;
+    case kor::win::OutputFile::Replaced::Not:
         throw CannotWrite();
+    }
 }
 
 void Kor_SessionLogGatherer::generateReport(const wchar_t* path, bool isReport) const

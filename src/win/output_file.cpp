@@ -66,7 +66,18 @@ bool OutputFile::write(const void* data, std::size_t size) noexcept
     return true;
 }
 
-bool OutputFile::replace(const wchar_t* path)
+OutputFile::Replaced OutputFile::replace(const wchar_t* path)
+{
+    Replaced how = Replaced::Not;
+    if (rename(path))
+        how = Replaced::ByName;
+    else if (copy_over(path))
+        how = Replaced::InPlace;
+    m_file = OwnedFile();
+    return how;
+}
+
+bool OutputFile::rename(const wchar_t* path)
 {
     constexpr DWORD PAUSE_MS = 10;
     const std::wstring name = full_path(path);
@@ -80,18 +91,58 @@ bool OutputFile::replace(const wchar_t* path)
 
     if (!set_vanishing(false)) // a file that is about to go cannot be renamed
         return false;
-    for (DWORD waited = 0;; waited += PAUSE_MS)
+    const ULONGLONG end = ::GetTickCount64() + SHORTLY_MS;
+    for (;;)
     {
         if (::SetFileInformationByHandle(m_file.get(), FileRenameInfo, rename, static_cast<DWORD>(size)))
-        {
-            m_file = OwnedFile();
             return true;
-        }
-        if (waited >= SHORTLY_MS)
+        if (::GetTickCount64() >= end)
             break;
         ::Sleep(PAUSE_MS); // nothing tells when a reader is done
     }
     set_vanishing(true);
     return false;
+}
+
+/// Two cannot do so at once: the second finds the file in use.
+bool OutputFile::copy_over(const wchar_t* path) noexcept
+{
+    OutputFile old(::CreateFileW(
+        path, GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL,
+        nullptr));
+    LARGE_INTEGER old_size{};
+    LARGE_INTEGER size{};
+    if (!old.is_open() || !::GetFileSizeEx(old.m_file.get(), &old_size) || !::GetFileSizeEx(m_file.get(), &size))
+        return false;
+    // All room first: a disk that has no more of it is to fail before anything is lost.
+    if (size.QuadPart > old_size.QuadPart && !old.set_size(size.QuadPart))
+        return false;
+    return copy_to(old) && old.set_size(size.QuadPart);
+}
+
+bool OutputFile::copy_to(OutputFile& other) noexcept
+{
+    constexpr LARGE_INTEGER BEGIN{};
+    if (!::SetFilePointerEx(m_file.get(), BEGIN, nullptr, FILE_BEGIN) ||
+        !::SetFilePointerEx(other.m_file.get(), BEGIN, nullptr, FILE_BEGIN))
+        return false;
+    for (;;)
+    {
+        unsigned char piece[8192];
+        DWORD count = 0;
+        if (!::ReadFile(m_file.get(), piece, sizeof piece, &count, nullptr))
+            return false;
+        if (count == 0)
+            return true;
+        if (!other.write(piece, count))
+            return false;
+    }
+}
+
+bool OutputFile::set_size(LONGLONG size) noexcept
+{
+    LARGE_INTEGER end{};
+    end.QuadPart = size;
+    return ::SetFilePointerEx(m_file.get(), end, nullptr, FILE_BEGIN) && ::SetEndOfFile(m_file.get());
 }
 } // namespace kor::win

@@ -28,16 +28,27 @@ public:
 
     bool write(const void* data, std::size_t size) noexcept;
 
-    /// Gives a successor the name path and closes it. A reader sees the old file or the new one, never a part. While
-    /// somebody has the old one open this has to wait, for SHORTLY_MS at most. False when it failed; the old file is
-    /// then still there.
-    bool replace(const wchar_t* path);
+    /// How a successor got into its place.
+    enum class Replaced
+    {
+        ByName,  ///< A reader sees the old file or the new one, never a part.
+        InPlace, ///< The old file has the new content now: somebody kept it open so that it could not be renamed over.
+        Not      ///< It failed. The old file is as it was, unless writing over it stopped half-way.
+    };
+
+    /// Gives a successor the name path and closes it. While somebody has the old file open without letting it be
+    /// deleted, this has to wait, for SHORTLY_MS at most; then the old file is written over.
+    Replaced replace(const wchar_t* path);
 
     static constexpr DWORD SHORTLY_MS = 500;
 
 private:
     explicit OutputFile(HANDLE file) noexcept : m_file(file) {}
     bool set_vanishing(bool vanishing) noexcept;
+    bool rename(const wchar_t* path);
+    bool copy_over(const wchar_t* path) noexcept;
+    bool copy_to(OutputFile& other) noexcept;
+    bool set_size(LONGLONG size) noexcept;
 
     OwnedFile m_file;
 };

@@ -27,6 +27,9 @@ const std::string FUNCTION =
 const std::string FAILED = "<time> ERROR   " + FUNCTION;
 const std::string OTHER_EXCEPTION = FAILED + "Exception in Kor_SessionLogGatherer::generateReport()";
 const std::string CANNOT_WRITE = FAILED + "DOM Exception 35 in Kor_SessionLogGatherer::generateReport()";
+const std::string WROTE = "<time> DEBUG   " + FUNCTION + "Crashlog gatherer state written to '";
+const std::string IN_PLACE = "<time> WARNING " + FUNCTION + "Somebody has the state file '";
+const std::string KEPT_OPEN = "' open and keeps it from being replaced. It was written in place.";
 const std::string OLD_STATE = "the old state";
 
 std::wstring wide(const std::string& ascii) { return {ascii.begin(), ascii.end()}; }
@@ -116,8 +119,7 @@ protected:
         write(false);
         EXPECT_TRUE(content() == target.bytes);
         ASSERT_EQ(lines().size(), told + 1);
-        EXPECT_EQ(
-            lines().back(), "<time> DEBUG   " + FUNCTION + "Crashlog gatherer state written to '" + file() + "'.");
+        EXPECT_EQ(lines().back(), WROTE + file() + "'.");
         EXPECT_EQ(files_of(m_directory), Lines{"CLGState.mp"});
     }
 
@@ -234,33 +236,72 @@ TEST_F(SessionWrite, AWriteThatTakesNothingEndsTheReport)
     EXPECT_EQ(content(), OLD_STATE);
 }
 
-TEST_F(SessionWrite, AStateThatCannotTakeItsNameLeavesTheOldOneAndIsGone)
+/// Has no file take another's name.
+class NoRenames
 {
-    unsigned waited = 0;
-    const Hook<SleepImport> sleeps([&](DWORD ms) { waited += ms; });
-    int renames = 0;
-    Hook<SetFileInformationByHandleImport>* own = nullptr;
+public:
+    NoRenames()
+        : m_sets(
+              [this](HANDLE handle, FILE_INFO_BY_HANDLE_CLASS what, void* information, DWORD size) -> BOOL
+              {
+                  if (what != FileRenameInfo)
+                      return m_self->original(handle, what, information, size);
+                  ++tried;
+                  ::SetLastError(ERROR_ACCESS_DENIED);
+                  return FALSE;
+              })
     {
-        Hook<SetFileInformationByHandleImport> sets(
-            [&](HANDLE handle, FILE_INFO_BY_HANDLE_CLASS what, void* information, DWORD size) -> BOOL
-            {
-                if (what != FileRenameInfo)
-                    return own->original(handle, what, information, size);
-                ++renames;
-                ::SetLastError(ERROR_ACCESS_DENIED);
-                return FALSE;
-            });
-        own = &sets;
-        ASSERT_TRUE(sleeps.installed() && sets.installed());
-        write(false);
+        m_self = &m_sets;
+        EXPECT_TRUE(m_sleeps.installed() && m_sets.installed());
     }
-    EXPECT_GT(renames, 1);
-    EXPECT_LE(waited, 500u);
-    EXPECT_GE(waited, 400u);
+
+    int tried = 0;
+
+private:
+    const Hook<SleepImport> m_sleeps{[](DWORD) {}};
+    Hook<SetFileInformationByHandleImport>* m_self = nullptr;
+    Hook<SetFileInformationByHandleImport> m_sets;
+};
+
+TEST_F(SessionWrite, AStateThatCannotTakeItsNameIsWrittenInPlaceWhichIsTold)
+{
+    ByteTarget target;
+    gatherer().generateReport(&target, false);
+    for (const std::size_t old_size : {std::size_t{0}, OLD_STATE.size(), target.bytes.size() + 100'000})
+    {
+        ASSERT_TRUE(write_file(file(), std::string(old_size, 'o')));
+        const std::size_t told = lines().size();
+        {
+            const NoRenames no_renames;
+            write(false);
+            EXPECT_GT(no_renames.tried, 1);
+        }
+        EXPECT_TRUE(content() == target.bytes) << old_size;
+        EXPECT_EQ(files_of(m_directory), Lines{"CLGState.mp"});
+        ASSERT_EQ(lines().size(), told + 2);
+        EXPECT_EQ(lines()[told], IN_PLACE + file() + KEPT_OPEN);
+        EXPECT_EQ(lines()[told + 1], WROTE + file() + "'.");
+    }
+    expect_that_the_next_state_is_written();
+}
+
+KOR_IMPORT(SetEndOfFile);
+
+TEST_F(SessionWrite, AStateThatIsToBeWrittenInPlaceOnAFullDiskLeavesTheOldOne)
+{
+    const NoRenames no_renames;
+    const Hook<SetEndOfFileImport> no_room(
+        [](HANDLE) -> BOOL
+        {
+            ::SetLastError(ERROR_DISK_FULL);
+            return FALSE;
+        });
+    ASSERT_TRUE(no_room.installed());
+    write(false);
+    EXPECT_EQ(no_room.calls(), 1);
     EXPECT_EQ(content(), OLD_STATE);
     EXPECT_EQ(files_of(m_directory), Lines{"CLGState.mp"});
     EXPECT_EQ(lines(), Lines{OTHER_EXCEPTION});
-    expect_that_the_next_state_is_written();
 }
 
 TEST_F(SessionWrite, WaitsForAReaderOfTheOldStateThatIsSoonDone)
@@ -280,10 +321,33 @@ TEST_F(SessionWrite, WaitsForAReaderOfTheOldStateThatIsSoonDone)
         EXPECT_EQ(sleeps.calls(), 1);
     }
     EXPECT_NE(content(), OLD_STATE);
-    EXPECT_EQ(lines(), Lines{"<time> DEBUG   " + FUNCTION + "Crashlog gatherer state written to '" + file() + "'."});
+    EXPECT_EQ(lines(), Lines{WROTE + file() + "'."});
 }
 
-TEST_F(SessionWrite, AReaderThatStaysKeepsTheOldState)
+TEST_F(SessionWrite, AReaderThatStaysAndLetsNobodyDeleteTheStateSeesItWrittenInPlace)
+{
+    const HANDLE reader = ::CreateFileA(
+        file().c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING, 0, nullptr);
+    ASSERT_NE(reader, INVALID_HANDLE_VALUE);
+    ByteTarget target;
+    gatherer().generateReport(&target, false);
+    {
+        const Hook<SleepImport> sleeps([](DWORD) {});
+        ASSERT_TRUE(sleeps.installed());
+        write(false);
+        EXPECT_GT(sleeps.calls(), 1);
+    }
+    LARGE_INTEGER size{};
+    EXPECT_TRUE(::GetFileSizeEx(reader, &size));
+    EXPECT_EQ(size.QuadPart, static_cast<LONGLONG>(target.bytes.size()));
+    EXPECT_TRUE(content() == target.bytes);
+    EXPECT_EQ(files_of(m_directory), Lines{"CLGState.mp"});
+    EXPECT_EQ(lines(), (Lines{IN_PLACE + file() + KEPT_OPEN, WROTE + file() + "'."}));
+    ::CloseHandle(reader);
+    expect_that_the_next_state_is_written();
+}
+
+TEST_F(SessionWrite, AReaderThatStaysAndLetsNobodyWriteKeepsTheOldState)
 {
     const HANDLE reader =
         ::CreateFileA(file().c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr);
