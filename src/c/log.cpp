@@ -35,7 +35,6 @@ struct Kor_LogFileForC
             sizeof(lum_gate),
             PACKAGE_COUNT,
             reinterpret_cast<const char* const volatile*>(&log.m_shared_conf),
-            offsetof(Kor_LogConf, changeCount),
             place<lum_uint64>(log.m_seen_count),
             reinterpret_cast<const void* const volatile*>(&log.m_local_conf),
             place<unsigned short>(log.m_cache_generation),
@@ -55,6 +54,7 @@ namespace
 {
 static_assert(LUM_PACKAGE_COUNT == PACKAGE_COUNT && LUM_PACKAGE_RANGE == PACKAGE_RANGE);
 static_assert(LUM_TO_STDERR == Kor_LogConf::OUTPUT_STDERR && LUM_TO_EVENT_LOG == Kor_LogConf::OUTPUT_SYSLOG_FILE);
+static_assert(LUM_STAMP_OFFSET == offsetof(Kor_LogConf, changeCount));
 static_assert(LUM_TO_FILE == Kor_LogConf::OUTPUT_PRIVATE_FILE);
 
 /// Notes level and place of the next message; false when nobody wants it. A site of a size that none has counts as none.

@@ -88,6 +88,9 @@ extern "C"
 /** Packages are numbered from 0 to one less. */
 #define LUM_PACKAGE_COUNT 750
 
+/** Where the stamp of a configuration lies, which any process may change at any time. */
+#define LUM_STAMP_OFFSET 4353008
+
 /** Codes of errors and events: of a package are those from its number times this. */
 #define LUM_PACKAGE_RANGE 10000
 
@@ -110,8 +113,7 @@ extern "C"
     {
         unsigned int size;
         unsigned int package_count;
-        const char* const volatile* block;         /**< where the configuration in use lies; at null: ask */
-        size_t stamp_offset;                       /**< of its stamp, which any process may change at any time */
+        const char* const volatile* block;         /**< LUM_STAMP_OFFSET before a stamp; at null: ask */
         const volatile lum_uint64* seen;           /**< the stamp that the levels are of */
         const void* const volatile* local;         /**< not at null: ask */
         const volatile unsigned short* generation; /**< in the high byte */
@@ -200,12 +202,12 @@ extern "C"
     {
         const char* block;
         unsigned int known;
-        if ((unsigned int)package >= gate->package_count || *gate->local != NULL)
+        if ((unsigned int)package >= LUM_PACKAGE_COUNT || *gate->local != NULL)
             return 0;
         block = *gate->block;
         /* The stamp first: an entry that is read after the stamp was found to be the latest is no older. */
         if (block == NULL ||
-            *(const volatile lum_uint64*)(const volatile void*)(block + gate->stamp_offset) != *gate->seen)
+            *(const volatile lum_uint64*)(const volatile void*)(block + LUM_STAMP_OFFSET) != *gate->seen)
             return 0;
         known = (unsigned int)(gate->levels[package] ^ *gate->generation);
         return known - 1u < 255u && level > (int)known;
