@@ -2,15 +2,17 @@
 
 #include "win/kept_errors.h"
 #include "win/owned.h"
+#include "win/wait_clock.h"
 
 namespace kor::win
 {
 namespace
 {
 // A line takes one to two microseconds to write: spin for about that long, then let others run, and
-// only after many turns of that suspect that something is wrong.
+// only after many turns of that, or a few ticks of the clock, suspect that something is wrong.
 constexpr int SPINS = 100;
 constexpr int YIELDS = 2'000;
+constexpr DWORD YIELDS_MS = 100;
 
 /// True when the thread is known to be gone. One that the caller may not look at, as when it impersonates somebody,
 /// counts as living.
@@ -40,13 +42,15 @@ bool OwnerLock::wait_for_lock() noexcept
             return true;
         YieldProcessor();
     }
-    for (int yield = 0; yield < YIELDS; ++yield)
+    WaitClock yields(YIELDS_MS);
+    for (int yield = 0; yield < YIELDS && !yields.is_over(); ++yield)
     {
         if (try_lock())
             return true;
         ::SwitchToThread();
     }
-    for (DWORD waited = 0; waited < MAX_WAIT_MS; ++waited)
+    WaitClock clock(MAX_WAIT_MS);
+    do
     {
         if (try_lock())
             return true;
@@ -54,7 +58,7 @@ bool OwnerLock::wait_for_lock() noexcept
         if (owner != 0 && has_ended(owner) && m_owner.compare_exchange_strong(owner, self, std::memory_order_acquire))
             return true;
         ::Sleep(1);
-    }
+    } while (!clock.is_over());
     return false;
 }
 } // namespace kor::win

@@ -14,7 +14,7 @@ namespace kor::win
 /// Process exit and TerminateThread end threads anywhere, also while they hold a lock; one that cannot
 /// tell would then keep the rest of the process waiting for ever. This one notes its holder and takes
 /// over from a thread that is gone. A holder that lives but does not move is waited for until
-/// MAX_WAIT_MS; the caller then goes on without the lock, as a damaged line is better than a host
+/// MAX_WAIT_MS by the clock; the caller then goes on without the lock, as a damaged line is better than a host
 /// that stands still.
 class OwnerLock
 {

@@ -35,6 +35,9 @@ KOR_IMPORT(_ftime64);
 KOR_IMPORT(_strdup);
 KOR_IMPORT(malloc);
 
+constexpr ULONGLONG LONGEST_WAIT_MS = 10'000;
+constexpr ULONGLONG LEEWAY_MS = 200;
+
 // A thread inside of a lock -------------------------------------------------------
 /// A system call of the library in which one thread stays until it is told to go on.
 class Halt
@@ -359,5 +362,37 @@ TEST_F(LockHolder, NobodyWaitsForAThreadThatIsKeepingTheNameOfAFolder)
         EXPECT_EQ(second, folder);
         EXPECT_EQ(Kor_LogFile::GetLogConfigDir(), second); // kept once
     }
+}
+
+// A holder that does not move ---------------------------------------------------------
+TEST_F(LockHolder, IsWaitedForByTheClockThoughASleepTakesATick)
+{
+    const auto holder = start_holder("WriteFile", [] { KorGLog.LogNoHeadline("first"); });
+    const DeniedThreads denied;
+    const SlowClock clock;
+    ASSERT_TRUE(denied.installed() && clock.installed());
+    on_another_thread([] { KorGLog.LogNoHeadline("second"); });
+    EXPECT_GE(clock.elapsed(), LONGEST_WAIT_MS);
+    EXPECT_LE(clock.elapsed(), LONGEST_WAIT_MS + LEEWAY_MS);
+    m_halt.go_on();
+}
+
+TEST_F(LockHolder, IsWaitedForThoughTheMachineSleptMeanwhile)
+{
+    const auto holder = start_holder("WriteFile", [] { KorGLog.LogNoHeadline("first"); });
+    const DeniedThreads denied;
+    SlowClock* asleep = nullptr;
+    SlowClock clock(
+        [&](int sleeps)
+        {
+            constexpr ULONGLONG HOUR_MS = 3'600'000;
+            if (sleeps == 5)
+                asleep->advance(HOUR_MS);
+        });
+    asleep = &clock;
+    ASSERT_TRUE(denied.installed() && clock.installed());
+    on_another_thread([] { KorGLog.LogNoHeadline("second"); });
+    EXPECT_GE(clock.sleeps(), static_cast<int>((LONGEST_WAIT_MS - 1000) / SlowClock::TICK_MS));
+    m_halt.go_on();
 }
 } // namespace

@@ -27,6 +27,7 @@
 #include "log_directory.h"
 #include "recording_destination.h"
 #include "report_text.h"
+#include "slow_clock.h"
 
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -40,6 +41,7 @@ using Gatherer = Kor_SessionLogGatherer;
 KOR_IMPORT(GetSystemTimeAsFileTime);
 KOR_IMPORT(SystemTimeToTzSpecificLocalTime);
 KOR_IMPORT(OpenProcess);
+KOR_IMPORT(OpenThread);
 KOR_IMPORT(CloseHandle);
 KOR_IMPORT(GetComputerNameW);
 KOR_IMPORT(Sleep);
@@ -898,16 +900,23 @@ TEST_F(SessionGatherer, IsNotWaitedForBeyondALimit)
         [&](wchar_t*, DWORD*) -> BOOL
         {
             entered.set();
-            leave.wait();
+            leave.wait(60000);
             return FALSE;
         });
     BoundedThread stuck([&] { m_session->gatherSystemInfo(); });
     ASSERT_TRUE(name.installed() && entered.wait());
     {
-        const Hook<SleepImport> sleeps([](DWORD) {}); // or it would take ten seconds
-        ASSERT_TRUE(sleeps.installed());
+        const SlowClock clock; // or it would take ten seconds
+        const Hook<OpenThreadImport> threads(
+            [](DWORD, BOOL, DWORD) -> HANDLE
+            {
+                ::SetLastError(ERROR_ACCESS_DENIED);
+                return nullptr;
+            });
+        ASSERT_TRUE(clock.installed() && threads.installed());
         EXPECT_EQ(m_session->getHistorySize(), 0u);
-        EXPECT_EQ(sleeps.calls(), 10'000);
+        EXPECT_GE(clock.elapsed(), 10'000u);
+        EXPECT_LE(clock.elapsed(), 10'200u);
     }
     EXPECT_FALSE(stuck.done());
     leave.set();
