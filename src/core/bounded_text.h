@@ -110,6 +110,40 @@ public:
         return *this;
     }
 
+    BoundedText& add_repeated(char one, std::size_t count) noexcept
+    {
+        const std::size_t shown = std::min(count, room());
+        std::memset(m_at, one, shown);
+        m_at += shown;
+        m_cut = m_cut || shown < count;
+        return *this;
+    }
+
+    /// As "%<width>.<most>s" prints it, or with left "%-<width>.<most>s". Reads the text as add_terminated does, and
+    /// no more than most characters of it. False when the text was cut and that leaves open whether blanks belong
+    /// in front of it.
+    bool add_aligned(const char* text, std::size_t most, std::size_t width, bool left) noexcept
+    {
+        char* const begin = m_at;
+        const std::size_t room_before = room();
+        for (; most != 0 && !m_cut && *text != '\0'; ++text, --most)
+            add(*text);
+        const auto length = static_cast<std::size_t>(m_at - begin);
+        if (m_cut)
+            return left || width <= room_before;
+        if (width <= length)
+            return true;
+        const std::size_t padding = width - length;
+        add_repeated(' ', padding);
+        if (!left)
+        {
+            const std::size_t indent = std::min(padding, room_before);
+            std::memmove(begin + indent, begin, std::min(length, room_before - indent));
+            std::memset(begin, ' ', indent);
+        }
+        return true;
+    }
+
     /// Terminates the text. Returns its length, -1 when some of it was cut.
     int finish() noexcept
     {

@@ -1,6 +1,7 @@
 #include "win/format.h"
 
 #include <algorithm>
+#include <clocale>
 #include <cstring>
 #include <cwchar>
 #include <memory>
@@ -30,6 +31,13 @@ struct FormatJob
     bool failed;
 };
 
+/// The runtime's, as %f writes it; '\0' when that is more than one character.
+char decimal_point()
+{
+    const char* const point = std::localeconv()->decimal_point;
+    return point[0] != '\0' && point[1] == '\0' ? point[0] : '\0';
+}
+
 /// Runs guarded: owns nothing and works in the job's buffer. The system's formatter is used as it is
 /// several times faster than the compiler's own, and scales with threads.
 void run_format(void* argument)
@@ -42,7 +50,7 @@ void run_format(void* argument)
             job.length = ::_vscprintf(job.format, job.args);
             return;
         }
-        job.length = core::format_plain(job.buffer, job.size, job.format, job.args);
+        job.length = core::format_plain(job.buffer, job.size, job.format, job.args, &decimal_point);
         if (job.length == core::NOT_PLAIN)
             job.length = ::_vsnprintf(job.buffer, job.size, job.format, job.args);
     }

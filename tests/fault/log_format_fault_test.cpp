@@ -267,10 +267,10 @@ TEST_F(LogFormatFault, TheHostsUnhandledFilterNeverHearsOfIt)
 
 TEST_F(LogFormatFault, AFaultInAConversionOfTheCRuntimeGivesTheFixedLineToo)
 {
-    // With a width, the conversion is not one of the plain ones.
+    // The alternate form is not one of the plain ones.
     Hook<_vsnprintfImport> formatter;
     ASSERT_TRUE(formatter.installed());
-    EXPECT_EQ(m_log.LogNoHeadline("%d %1s %d", 1, wild<char>(16), 2), 0);
+    EXPECT_EQ(m_log.LogNoHeadline("%#x %s %d", 1u, wild<char>(16), 2), 0);
     EXPECT_EQ(take_lines(), Lines{FIXED});
     EXPECT_EQ(formatter.calls(), 1);
 }
@@ -282,8 +282,8 @@ TEST_F(LogFormatFault, PlainConversionsDoNotNeedTheCRuntime)
     m_log.LogNoHeadline("%d of %s, %lu%%", 1, "two", 3ul);
     EXPECT_EQ(take_lines(), Lines{"1 of two, 3%"});
     EXPECT_EQ(formatter.calls(), 0);
-    m_log.LogNoHeadline("%d of %s, %3lu%%", 1, "two", 3ul); // from the beginning, with all arguments
-    EXPECT_EQ(take_lines(), Lines{"1 of two,   3%"});
+    m_log.LogNoHeadline("%d of %s, %.3lu%%", 1, "two", 3ul); // from the beginning, with all arguments
+    EXPECT_EQ(take_lines(), Lines{"1 of two, 003%"});
     EXPECT_EQ(formatter.calls(), 1);
 }
 
@@ -303,6 +303,8 @@ TEST_F(LogFormatFault, AnExceptionOutOfTheFormatterGivesTheFixedLine)
                 throw 5;
             case 2:
                 throw std::string("from the formatter");
+    m_log.LogNoHeadline("%08x %-6s| %.3f %5lld", 0xBEEFu, "two", 1.5, 4ll);
+    EXPECT_EQ(take_lines(), Lines{"0000beef two   | 1.500     4"});
             default:
                 throw std::bad_alloc();
             }
@@ -311,8 +313,8 @@ TEST_F(LogFormatFault, AnExceptionOutOfTheFormatterGivesTheFixedLine)
     for (kind = 0; kind < 4; ++kind)
     {
         m_log.StoreParams("Kor_Image", "Load", 210, 4, 17);
-        m_log.Log("%1d", 1);
-        EXPECT_EQ(m_log.LogNoHeadline("%1d", 2), 0);
+        m_log.Log("%.1d", 1);
+        EXPECT_EQ(m_log.LogNoHeadline("%.1d", 2), 0);
         EXPECT_EQ(
             take_lines(), (Lines{"<time> WARNING (017) viewer (<pid>,<tid>)  Kor_Image(210) Load -> " + FIXED, FIXED}))
             << kind;
@@ -331,7 +333,7 @@ TEST_F(LogFormatFault, AnExceptionOutOfTheFormatterOnManyThreadsGivesTheFixedLin
             [&](int)
             {
                 for (int i = 0; i < 100; ++i)
-                    m_log.LogNoHeadline("%1d", i);
+                    m_log.LogNoHeadline("%.1d", i);
             });
     }
     const Lines lines = take_lines();
@@ -353,8 +355,8 @@ TEST_F(LogFormatFault, TheMessageIsFormattedOnceWithACountOf2047)
         });
     ASSERT_TRUE(formatter.installed());
     m_log.StoreParams("Kor_Image", "Load", 210, 4, 17);
-    m_log.Log("%1s", "short");
-    m_log.Log("%1s", std::string(3000, 'x').c_str());
+    m_log.Log("%#x, %s", 1u, "short");
+    m_log.Log("%#x, %s", 1u, std::string(3000, 'x').c_str());
 
     EXPECT_EQ(counts, (std::vector<std::size_t>{2047, 2047}));
 }
