@@ -136,6 +136,28 @@ TEST_F(LogFormatFault, AWideTextThatNoCodePageHasIsOneLine)
     EXPECT_LE(lines[0].size(), FIXED.size()); // and nothing that was in the buffer before
 }
 
+TEST_F(LogFormatFault, AWildWidePointerBesideAWideTextThatTheRunTimeCannotConvertGivesTheFixedLine)
+{
+    for (const std::uintptr_t address : {std::uintptr_t{16}, std::uintptr_t{17}, UINTPTR_MAX - 1})
+    {
+        m_log.LogNoHeadline("%ls and %ls", L"\u65e5\u672c", wild<wchar_t>(address));
+        m_log.LogNoHeadline("fine");
+
+        EXPECT_EQ(take_lines(), (Lines{FIXED, "fine"})) << std::hex << address;
+    }
+}
+
+TEST_F(LogFormatFault, AWideTextThatRunsIntoUnreadableMemoryGivesTheFixedLine)
+{
+    const HalfReadable unreadable(PAGE_NOACCESS);
+    auto* const text = const_cast<char*>(unreadable.text(2 * sizeof(wchar_t)));
+    const wchar_t characters[] = {0x65e5, 0x672c};
+    std::memcpy(text, characters, sizeof characters);
+    const auto* const wide = reinterpret_cast<const wchar_t*>(text);
+    m_log.LogNoHeadline("%ls", wide);
+    EXPECT_EQ(take_lines(), Lines{FIXED});
+}
+
 TEST_F(LogFormatFault, TheFixedTextReachesDestinationsWithItsLength)
 {
     RecordingDestination seen;
@@ -281,6 +303,8 @@ TEST_F(LogFormatFault, PlainConversionsDoNotNeedTheCRuntime)
     ASSERT_TRUE(formatter.installed());
     m_log.LogNoHeadline("%d of %s, %lu%%", 1, "two", 3ul);
     EXPECT_EQ(take_lines(), Lines{"1 of two, 3%"});
+    m_log.LogNoHeadline("%08x %-6s| %.3f %5lld", 0xBEEFu, "two", 1.5, 4ll);
+    EXPECT_EQ(take_lines(), Lines{"0000beef two   | 1.500     4"});
     EXPECT_EQ(formatter.calls(), 0);
     m_log.LogNoHeadline("%d of %s, %.3lu%%", 1, "two", 3ul); // from the beginning, with all arguments
     EXPECT_EQ(take_lines(), Lines{"1 of two, 003%"});
@@ -303,8 +327,6 @@ TEST_F(LogFormatFault, AnExceptionOutOfTheFormatterGivesTheFixedLine)
                 throw 5;
             case 2:
                 throw std::string("from the formatter");
-    m_log.LogNoHeadline("%08x %-6s| %.3f %5lld", 0xBEEFu, "two", 1.5, 4ll);
-    EXPECT_EQ(take_lines(), Lines{"0000beef two   | 1.500     4"});
             default:
                 throw std::bad_alloc();
             }
