@@ -477,7 +477,7 @@ private:
     void send_text(Kor_LogMTVarsPtr vars, const Line& line);
     void write_output(Kor_LogMTVars& context, const Line& line);
     void write_console(Kor_LogMTVars& context, const Line& line);
-    void write_private_file(Kor_LogMTVars& context, const Line& line);
+    bool write_private_file(Kor_LogMTVars& context, const Line& line);
     void write_event(Kor_LogMTVars& context, const Line& line);
     void write_destinations(const Kor_LogMTVarsPtr& context, const Line& line);
     void report_failed_destination(Kor_LogMTVars& context, const char* what) noexcept;

@@ -3,6 +3,7 @@
 #ifndef KOR_PERFMONLOGFILE_H
 #define KOR_PERFMONLOGFILE_H
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -244,7 +245,7 @@ private:
     int EndNoHeadLine();
 
     bool is_closed() const noexcept;
-    std::FILE* open_file(const char* name);
+    void open_file(const char* name);
     Kor_PerfmonLogMTVars* find_params() noexcept;
     int output() const noexcept;
     bool prepare_banner() noexcept;
@@ -256,7 +257,7 @@ private:
     void report_left_behind() noexcept;
     static void leave_behind(Pending& pending);
 
-    std::FILE* m_file;
+    std::atomic<std::FILE*> m_file;
     void* m_event_source;
     std::uint32_t m_event_types[8];
     char* m_app_name; // heap

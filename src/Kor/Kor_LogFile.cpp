@@ -47,7 +47,7 @@ Kor_LogFile::Kor_LogFile(int, bool banners)
       m_seen_local_count(0), m_console_mode(false), m_size_exceeded(false),
       m_size_countdown(kor::core::FIRST_SIZE_COUNTDOWN), m_level_cache{}, m_debugger_destination(nullptr),
       m_destination_count(0), m_lock(nullptr), m_cache_generation(0),
-      m_append_file(new (std::nothrow) kor::win::AppendFile), m_own_conf(nullptr), m_shared_stamp(nullptr)
+      m_append_file(new (std::nothrow) kor::win::AppendFile(m_file)), m_own_conf(nullptr), m_shared_stamp(nullptr)
 {
     if (kor::win::is_set("PRISMATE_TRUNC_SZT"))
         truncation_enabled = false;
@@ -113,10 +113,7 @@ int Kor_LogFile::Open(std::FILE* stream, const char* app_name)
     if (!is_closed())
         return 0;
     if (stream != nullptr && m_append_file != nullptr)
-    {
         m_append_file->adopt(stream);
-        m_file = stream;
-    }
     const int result = Init(app_name);
     return stream == nullptr ? -1 : result;
 }
@@ -172,13 +169,8 @@ void Kor_LogFile::open_private_file(const char* file_name)
 {
     const std::wstring folder = kor::configuration_folder();
     const char* const name = file_name == nullptr ? "" : file_name;
-    m_file = nullptr;
-    if (m_append_file != nullptr)
-    {
-        m_append_file->close();
-        m_file = m_append_file->open(kor::win::system_path(folder + L"/" + kor::win::wide_file_name(name)));
-    }
-    if (m_file == nullptr)
+    const std::wstring path = kor::win::system_path(folder + L"/" + kor::win::wide_file_name(name));
+    if (m_append_file == nullptr || !m_append_file->open(path))
         std::fprintf(stderr, "Failed to open log file [%s/%s]", kor::win::path_text(folder).c_str(), name);
 }
 
@@ -271,7 +263,6 @@ int Kor_LogFile::close()
     ClearAllLogDestinations();
     if (is_closed())
         return -1;
-    m_file = nullptr;
     if (m_append_file != nullptr)
         m_append_file->close();
     if (m_event_source != nullptr)

@@ -234,13 +234,15 @@ void Kor_LogFile::write_output(Kor_LogMTVars& vars, const Line& line)
 {
     const Kor_LogConf* const conf = m_conf;
     int output = conf == nullptr ? static_cast<int>(Kor_LogConf::OUTPUT_STDERR) : conf->GetOutput();
-    if (output == Kor_LogConf::OUTPUT_PRIVATE_FILE && m_file == nullptr)
+    if (output == Kor_LogConf::OUTPUT_PRIVATE_FILE)
+    {
+        if (write_private_file(vars, line))
+            return;
         output = m_console_mode ? Kor_LogConf::OUTPUT_STDERR : Kor_LogConf::OUTPUT_SYSLOG_FILE;
+    }
 
     if (output == Kor_LogConf::OUTPUT_STDERR)
         write_console(vars, line);
-    else if (output == Kor_LogConf::OUTPUT_PRIVATE_FILE)
-        write_private_file(vars, line);
     else
         write_event(vars, line);
 }
@@ -259,11 +261,12 @@ void Kor_LogFile::write_console(Kor_LogMTVars& vars, const Line& line)
     kor::win::set_console_colour(kor::win::WHITE);
 }
 
-void Kor_LogFile::write_private_file(Kor_LogMTVars& vars, const Line& line)
+/// False when no private file is open, or not any more.
+bool Kor_LogFile::write_private_file(Kor_LogMTVars& vars, const Line& line)
 {
-    if (!ValidateFileMaxSizeInaccurately())
-        return;
-    m_append_file->write(line.parts(vars, "\n"));
+    if (m_file == nullptr)
+        return false;
+    return !ValidateFileMaxSizeInaccurately() || m_append_file->write(line.parts(vars, "\n"));
 }
 
 void Kor_LogFile::write_event(Kor_LogMTVars& vars, const Line& line)

@@ -273,7 +273,8 @@ Kor_PerfmonLogFile::Kor_PerfmonLogFile(int)
                                              EVENTLOG_INFORMATION_TYPE, EVENTLOG_INFORMATION_TYPE},
       m_app_name(nullptr), m_pending(new (std::nothrow) RWTThreadLocal<Pending>(&leave_behind)),
       m_process_id(static_cast<std::int32_t>(::GetCurrentProcessId())), m_user_name{}, m_computer_name{},
-      m_context(nullptr), m_append_file(new (std::nothrow) kor::win::AppendFile), m_lock(new (std::nothrow) OwnerLock)
+      m_context(nullptr), m_append_file(new (std::nothrow) kor::win::AppendFile(m_file)),
+      m_lock(new (std::nothrow) OwnerLock)
 {
     DWORD size = sizeof m_user_name;
     ::GetUserNameA(m_user_name, &size);
@@ -308,10 +309,7 @@ int Kor_PerfmonLogFile::Open(std::FILE* stream, const char* appName)
     if (!is_closed())
         return 0;
     if (stream != nullptr && m_append_file != nullptr)
-    {
         m_append_file->adopt(stream);
-        m_file = stream;
-    }
     else if (stream != nullptr)
         std::fclose(stream);
     const int result = Init(appName);
@@ -324,16 +322,15 @@ int Kor_PerfmonLogFile::Open(const char* fileName, const char* appName)
         return 0;
     try
     {
-        m_file = open_file(fileName == nullptr ? "" : fileName);
+        open_file(fileName == nullptr ? "" : fileName);
     }
     catch (const std::bad_alloc&) // as with any other file that cannot be opened
     {
-        m_file = nullptr;
     }
     return Init(appName);
 }
 
-std::FILE* Kor_PerfmonLogFile::open_file(const char* name)
+void Kor_PerfmonLogFile::open_file(const char* name)
 {
     auto folder = kor::win::configured_folder();
     if (!folder)
@@ -341,9 +338,8 @@ std::FILE* Kor_PerfmonLogFile::open_file(const char* name)
         std::printf("Kor_PerfmonLogFile - Warning - No configuration file\n");
         folder = L"log";
     }
-    return m_append_file == nullptr
-               ? nullptr
-               : m_append_file->open(kor::win::system_path(*folder + L"\\" + kor::win::wide_file_name(name)));
+    if (m_append_file != nullptr)
+        m_append_file->open(kor::win::system_path(*folder + L"\\" + kor::win::wide_file_name(name)));
 }
 
 int Kor_PerfmonLogFile::Init(const char* appName)
@@ -377,7 +373,6 @@ int Kor_PerfmonLogFile::Close()
 {
     if (is_closed())
         return -1;
-    m_file = nullptr;
     if (m_append_file != nullptr)
         m_append_file->close();
     if (m_event_source != nullptr)

@@ -34,31 +34,41 @@ int open_descriptor(const wchar_t* path) noexcept
     return descriptor;
 }
 
+std::FILE* open_stream(const wchar_t* path) noexcept
+{
+    const int descriptor = open_descriptor(path);
+    std::FILE* const stream = descriptor == -1 ? nullptr : ::_fdopen(descriptor, "at");
+    if (descriptor != -1 && stream == nullptr)
+        ::_close(descriptor);
+    return stream;
+}
+
 HANDLE handle_of(int descriptor) noexcept { return reinterpret_cast<HANDLE>(::_get_osfhandle(descriptor)); }
 } // namespace
 
-std::FILE* AppendFile::open(const std::wstring& path)
+bool AppendFile::open(const std::wstring& path)
 {
     std::wstring kept(path); // before there is anything that a lack of memory could leave open
-    const int descriptor = open_descriptor(path.c_str());
-    if (descriptor == -1)
-        return nullptr;
-    std::FILE* const stream = ::_fdopen(descriptor, "at");
+    std::FILE* stream = open_stream(path.c_str());
+    // What is open may be what stands in the way: a stream that shares with nobody, a file that is to be deleted.
+    if (stream == nullptr && close())
+        stream = open_stream(path.c_str());
     if (stream == nullptr)
+        return false;
+    std::FILE* before;
     {
-        ::_close(descriptor);
-        return nullptr;
+        const OwnerLockGuard guard(m_lock);
+        m_path.swap(kept);
+        m_handle = handle_of(::_fileno(stream));
+        m_in_line = false;
+        m_line_broken = false;
+        m_parked = false;
+        m_looked_at = ::GetTickCount64();
+        before = m_stream.exchange(stream);
     }
-    close();
-    const OwnerLockGuard guard(m_lock);
-    m_path.swap(kept);
-    m_handle = handle_of(descriptor);
-    m_in_line = false;
-    m_line_broken = false;
-    m_parked = false;
-    m_looked_at = ::GetTickCount64();
-    m_stream = stream;
-    return stream;
+    if (before != nullptr)
+        std::fclose(before);
+    return true;
 }
 
 void AppendFile::adopt(std::FILE* stream) noexcept
@@ -69,15 +79,16 @@ void AppendFile::adopt(std::FILE* stream) noexcept
     m_stream = stream;
 }
 
-void AppendFile::close() noexcept
+bool AppendFile::close() noexcept
 {
     const OwnerLockGuard guard(m_lock);
-    if (m_stream != nullptr)
-        std::fclose(m_stream);
-    m_stream = nullptr;
+    std::FILE* const stream = m_stream.exchange(nullptr);
+    if (stream != nullptr)
+        std::fclose(stream);
+    return stream != nullptr;
 }
 
-void AppendFile::write(std::string_view text) noexcept
+bool AppendFile::write(std::string_view text) noexcept
 {
     // The first chunk, which is all of an ordinary line, is ready before anybody has to wait for it.
     char ready[READY_SIZE];
@@ -86,31 +97,30 @@ void AppendFile::write(std::string_view text) noexcept
 
     const OwnerLockGuard guard(m_lock);
     if (m_stream == nullptr)
-        return;
+        return false;
     if (!is_own())
         write_adopted(text);
     else if (write_ready(ready, end))
         write_rest(text.substr(part.size()), ready);
+    return true;
 }
 
-void AppendFile::write(const core::LineParts& line) noexcept
+bool AppendFile::write(const core::LineParts& line) noexcept
 {
     if (line.size() > CHUNK)
-    {
-        write(core::ComposedLine(line).text());
-        return;
-    }
+        return write(core::ComposedLine(line).text());
     // Straight into its final form: each further copy would be a good part of what a line costs.
     char ready[READY_SIZE];
     const char* const end = core::append_text_mode(ready + LINE_BREAK.size(), line);
 
     const OwnerLockGuard guard(m_lock);
     if (m_stream == nullptr)
-        return;
+        return false;
     if (is_own())
         write_ready(ready, end);
     else
         write_adopted({ready, static_cast<std::size_t>(core::append(ready, line) - ready)});
+    return true;
 }
 
 void AppendFile::write_adopted(std::string_view text) noexcept

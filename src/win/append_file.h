@@ -5,6 +5,7 @@
 
 #include <windows.h>
 
+#include <atomic>
 #include <cstdint>
 #include <cstdio>
 #include <string>
@@ -23,27 +24,28 @@ namespace kor::win
 class AppendFile
 {
 public:
-    AppendFile() noexcept = default;
+    /// shown: what is open, for who looks without waiting for those who write.
+    explicit AppendFile(std::atomic<std::FILE*>& shown) noexcept : m_stream(shown) {}
     AppendFile(const AppendFile&) = delete;
     AppendFile& operator=(const AppendFile&) = delete;
     ~AppendFile() { close(); }
 
-    /// Opens or creates path (of system_path) and returns a text stream over it in mode "a", null when that fails.
-    /// The stream stays the file's.
-    std::FILE* open(const std::wstring& path);
+    /// Opens or creates path (of system_path), with a text stream over it in mode "a". Each line that is written
+    /// meanwhile goes to this file or to the one before. False, with the one before closed, when that fails.
+    bool open(const std::wstring& path);
 
     /// Takes a stream that somebody else opened. It is written to as it is, and closed in the end.
     void adopt(std::FILE* stream) noexcept;
 
-    /// Closes what is open.
-    void close() noexcept;
+    /// Closes what is open. False when nothing was.
+    bool close() noexcept;
 
     /// Appends text, each newline as "\r\n" as a stream in text mode would, and leaves nothing of it
-    /// in a buffer of this process. A closed file takes nothing.
-    void write(std::string_view text) noexcept;
+    /// in a buffer of this process. False for a closed file, which takes nothing.
+    bool write(std::string_view text) noexcept;
 
     /// The same for a line in parts.
-    void write(const core::LineParts& line) noexcept;
+    bool write(const core::LineParts& line) noexcept;
 
     /// Size in bytes, a stream's position in the case of somebody else's; seek_end looks for the end
     /// of such a stream first.
@@ -59,8 +61,8 @@ private:
     bool is_deleted() const noexcept;
     bool point_stream_at(const wchar_t* path) noexcept;
 
-    std::FILE* m_stream = nullptr;
-    HANDLE m_handle = nullptr; // the stream's, which owns it
+    std::atomic<std::FILE*>& m_stream; // changes with the lock held
+    HANDLE m_handle = nullptr;         // the stream's, which owns it
     std::wstring m_path;
     OwnerLock m_lock;
     bool m_in_line = false;     // what was written last does not end in a newline
