@@ -16,6 +16,7 @@
 #include "Kor_LogFile.h"
 #include "core/location_prefix.h"
 
+#include "win/console.h"
 namespace
 {
 constexpr char SOURCE_NAME[] = "Kor_JLogJNIInterface";
@@ -74,7 +75,7 @@ jint opened(int result)
 {
     if (result == 0)
         return 0;
-    std::printf("Fail to open system log.\n");
+    kor::win::print_line(stdout, "Fail to open system log.\n");
     return -1;
 }
 

@@ -496,7 +496,7 @@ addrinfo* Kor_LogLevelRule::get_address_information(const RWCString& text) const
     int error = 0;
     kor::win::AddressList list = kor::win::resolve(text.data(), error);
     if (!list)
-        std::printf("getaddrinfo for ip %s, failed with error: %d\n", text.data(), error);
+        kor::win::print_line(stdout, "getaddrinfo for ip %s, failed with error: %d\n", text.data(), error);
     return list.release();
 }
 
@@ -564,7 +564,7 @@ RWCString Kor_LogLevelRuleTable::ToString() const
 void kor::offer_console()
 {
     if (win::environment("PRISMATE_LOG_CONSOLE") == "1" && !is_tool_program() && win::open_console_if_none())
-        std::printf("PRISMATE_LOG_CONSOLE = 1\n========================\n\n");
+        win::print_line(stdout, "PRISMATE_LOG_CONSOLE = 1\n========================\n\n");
 }
 
 Kor_LogConf::Kor_LogConf(Unstamped) noexcept
@@ -700,7 +700,7 @@ bool Kor_LogConf::IsPackageNoLegal(int package) noexcept
 void Kor_LogConf::Print() const
 {
     constexpr char dashes[] = "----------------------------------------------------\n";
-    std::printf("%soutput = %d\npckges err_lvl = \n", dashes, output);
+    kor::win::print_line(stdout, "%soutput = %d\npckges err_lvl = \n", dashes, output);
     int unused = 0;
     for (int package = 0; package < PACKAGE_COUNT; ++package)
     {

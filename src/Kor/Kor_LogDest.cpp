@@ -9,6 +9,7 @@
 #include "Kor_LogFile.h"
 #include "core/bounded_text.h"
 #include "core/message.h"
+#include "win/console.h"
 
 using kor::LogLock;
 using kor::core::MESSAGE_SIZE;
@@ -41,7 +42,7 @@ Kor_LogDestFile::Kor_LogDestFile(const char* path)
     {
     }
     if (!m_file)
-        std::fprintf(stderr, "Kor_LogDestFile: failed to open file <%s>\n", path);
+        kor::win::print_line(stderr, "Kor_LogDestFile: failed to open file <%s>\n", path);
 }
 
 int Kor_LogDestFile::LogMessage(Kor_LogMTVarsPtr context, bool bare, const char* text, unsigned int)

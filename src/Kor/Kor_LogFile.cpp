@@ -20,6 +20,7 @@
 #include "core/size_limit.h"
 #include "win/account.h"
 #include "win/append_file.h"
+#include "win/console.h"
 #include "win/environment.h"
 #include "win/path.h"
 #include "win/text.h"
@@ -171,7 +172,10 @@ void Kor_LogFile::open_private_file(const char* file_name)
     const char* const name = file_name == nullptr ? "" : file_name;
     const std::wstring path = kor::win::system_path(folder + L"/" + kor::win::wide_file_name(name));
     if (m_append_file == nullptr || !m_append_file->open(path))
-        std::fprintf(stderr, "Failed to open log file [%s/%s]", kor::win::path_text(folder).c_str(), name);
+    {
+        kor::win::print_line(stderr, "Failed to open log file [%s/%s]", kor::win::path_text(folder).c_str(), name);
+        kor::win::leave_line_open();
+    }
 }
 
 int Kor_LogFile::Init(const char* app_name)
@@ -196,7 +200,7 @@ void Kor_LogFile::register_event_source()
 {
     m_event_source = ::RegisterEventSourceA(nullptr, Kor_LogMTVars::m_app_name);
     if (m_event_source == nullptr)
-        std::fprintf(
+        kor::win::print_line(
             stderr, "Kor_LogFile::Init - RegisterEventSource(%s), Unable to use System Log, error = <%d>\n",
             Kor_LogMTVars::m_app_name, static_cast<int>(::GetLastError()));
 }

@@ -24,6 +24,7 @@
 #include "core/logger_file.h"
 #include "core/snapshot.h"
 #include "core/stream_source.h"
+#include "win/console.h"
 #include "win/environment.h"
 #include "win/kept_errors.h"
 #include "win/path.h"
@@ -84,7 +85,8 @@ void apply_line(const LoggerLine& line, Conf& conf, std::uint8_t (&levels)[PACKA
         break;
     case LoggerLine::PACKAGE_OUT_OF_RANGE:
         // The last legal number is one less; the text is as users and tools know it.
-        std::printf("Kor_LogFile - warning: package %d index out of range 0-%d\n", line.number, PACKAGE_COUNT);
+        kor::win::print_line(
+            stdout, "Kor_LogFile - warning: package %d index out of range 0-%d\n", line.number, PACKAGE_COUNT);
         break;
     case LoggerLine::UNREADABLE:
         KOR_WARN("no package number in line %.*s\n", name_length, line.name.data());
@@ -268,7 +270,7 @@ bool Kor_LogFile::DumpToLoggerFile(const Kor_LogConf& conf, const char* path, ch
     OwnedStream file(std::fopen(path, "w"));
     if (!file)
     {
-        std::fprintf(stderr, "*** Error -  DumpToLoggerFile.Can't open file <%s>\n", path);
+        kor::win::print_line(stderr, "*** Error -  DumpToLoggerFile.Can't open file <%s>\n", path);
         return false;
     }
     std::string text =
@@ -292,7 +294,7 @@ bool Kor_LogFile::DumpToLoggerFile(const Kor_LogConf& conf, const char* path, ch
     const bool written = std::fwrite(text.data(), 1, text.size(), file.get()) == text.size();
     if (std::fclose(file.release()) == 0 && written)
         return true;
-    std::fprintf(stderr, "*** Error -  DumpToLoggerFile.Can't write file <%s>\n", path);
+    kor::win::print_line(stderr, "*** Error -  DumpToLoggerFile.Can't write file <%s>\n", path);
     return false;
 }
 
@@ -650,7 +652,7 @@ int Kor_LogFile::check_level(int package, int level)
 {
     if (m_shared_stamp == nullptr)
     {
-        std::fprintf(stderr, "ERROR.Can not CheckMsgLevel.conf is NULL\n");
+        kor::win::print_line(stderr, "ERROR.Can not CheckMsgLevel.conf is NULL\n");
         return 0;
     }
     return level <= current_level(package) ? 1 : 0;

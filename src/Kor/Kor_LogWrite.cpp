@@ -292,6 +292,7 @@ struct Kor_LogFile::Round
     const std::int32_t holders; // of the context, but for those that this message has
     std::size_t next = 0;       // destination
 
+    kor::win::begin_line();
     /// What the destination before has left is its own message's, if it has logged itself.
     void restore_parameters() noexcept
     {

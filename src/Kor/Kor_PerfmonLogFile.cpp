@@ -335,7 +335,7 @@ void Kor_PerfmonLogFile::open_file(const char* name)
     auto folder = kor::win::configured_folder();
     if (!folder)
     {
-        std::printf("Kor_PerfmonLogFile - Warning - No configuration file\n");
+        kor::win::print_line(stdout, "Kor_PerfmonLogFile - Warning - No configuration file\n");
         folder = L"log";
     }
     if (m_append_file != nullptr)
@@ -583,6 +583,7 @@ void Kor_PerfmonLogFile::write_line(
         return;
     }
     set_colour_of_level(params.m_level);
+    kor::win::begin_line();
     std::fwrite(whole.data(), 1, whole.size(), stderr);
     std::fflush(stderr);
     kor::win::set_console_colour(kor::win::WHITE);

@@ -5,6 +5,8 @@
 
 #include <cstdio>
 
+#include "win/console.h"
+
 namespace kor
 {
 /// True when PRISMATE_LOG_DEBUG was set at the first question; the process keeps that answer.
@@ -12,15 +14,15 @@ bool is_tracing();
 
 /// Prints to standard output when is_tracing(). A macro, so that nothing is evaluated otherwise and
 /// compilers check the format.
-#define KOR_TRACE(...)                \
-    do                                \
-    {                                 \
-        if (::kor::is_tracing())      \
-            std::printf(__VA_ARGS__); \
+#define KOR_TRACE(...)                                   \
+    do                                                   \
+    {                                                    \
+        if (::kor::is_tracing())                         \
+            ::kor::win::print_line(stdout, __VA_ARGS__); \
     } while (false)
 
 /// Prints a warning about something that was not used as it was given.
-#define KOR_WARN(...) std::printf("Kor_LogFile - Warning - " __VA_ARGS__)
+#define KOR_WARN(...) ::kor::win::print_line(stdout, "Kor_LogFile - Warning - " __VA_ARGS__)
 
 /// True in a program that has KOR_TOOL_PROGRAM in it.
 bool is_tool_program();

@@ -9,6 +9,7 @@
 #include "Kor/shared_name.h"
 #include "core/change_count.h"
 #include "win/clock.h"
+#include "win/console.h"
 #include "win/environment.h"
 #include "win/shared_stamp.h"
 
@@ -49,12 +50,12 @@ Attachment attach_block()
     }
     const DWORD error = ::GetLastError();
     if (win::is_set("PRISMATE_LOG_INFO"))
-        std::printf("file mapping name is %s\n", name == nullptr ? "empty" : name);
+        win::print_line(stdout, "file mapping name is %s\n", name == nullptr ? "empty" : name);
     bool created = false;
     if (!block.mapping)
     {
         if (error != ERROR_FILE_NOT_FOUND)
-            std::fprintf(stderr, "Failed in OpenFileMapping.error <%d>\n", static_cast<int>(error));
+            win::print_line(stderr, "Failed in OpenFileMapping.error <%d>\n", static_cast<int>(error));
         found = name;
         block.mapping = win::create_mapping(name, sizeof(Kor_LogConf), created);
         if (!block.mapping)

@@ -3,6 +3,8 @@
 #ifndef KOR_WIN_CONSOLE_H
 #define KOR_WIN_CONSOLE_H
 
+#include <cstdio>
+
 namespace kor::win
 {
 /// Gives a process without a console one, with standard output and standard error on it. Returns
@@ -16,6 +18,20 @@ constexpr unsigned short YELLOW = 14;
 constexpr unsigned short WHITE = 7; ///< the one that consoles start with
 
 void set_console_colour(unsigned short colour) noexcept;
+
+// Text on standard output and standard error, which are the same console for most programs.
+
+/// To be called before text that begins a line: ends one that leave_line_open has left on standard error.
+void begin_line() noexcept;
+
+/// As fprintf, on a new line.
+#if defined(__GNUC__) || defined(__clang__)
+__attribute__((__format__(__printf__, 2, 3)))
+#endif
+void print_line(std::FILE* stream, const char* format, ...) noexcept;
+
+/// Notes that standard error ends in the middle of a line, as it does after a text that is fixed and has no newline.
+void leave_line_open() noexcept;
 } // namespace kor::win
 
 #endif // KOR_WIN_CONSOLE_H

@@ -1,35 +1,36 @@
 #include "win/format.h"
+#include "win/console.h"
 
 #include <algorithm>
-#include <clocale>
 #include <climits>
-#include <cstring>
+#include <clocale>
 #include <cstdarg>
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
 #include <cwchar>
 #include <memory>
 #include <new>
 #include <string_view>
 
-#include "core/message.h"
 #include "core/conversion.h"
+#include "core/message.h"
 #include "core/plain_format.h"
 #include "win/guarded_call.h"
 #include "win/owned.h"
 
 namespace kor::win
 {
-using core::FORMAT_ERROR;
 using core::Conversion;
+using core::FORMAT_ERROR;
 using core::MAX_MESSAGE;
 using core::MESSAGE_SIZE;
 
 namespace
 {
-struct FormatJob
 constexpr int TOO_LONG = -1;
 
+struct FormatJob
 {
     char* buffer; // size + 1 bytes
     std::size_t size;
@@ -200,10 +201,10 @@ bool format_pieces(FormatJob& job)
         skip_arguments(conversion, args);
         at += conversion.size;
     }
-}
     job.whole = static_cast<int>(std::min<std::size_t>(output.whole(), INT_MAX));
     job.length = output.whole() <= job.size ? job.whole : TOO_LONG;
     return true;
+}
 
 /// The runtime's formatter is used as it is several times faster than the compiler's own, and scales with threads.
 void format_unguarded(FormatJob& job)
@@ -351,7 +352,9 @@ void print(std::FILE* stream, const char* format, char* args) noexcept
         if (large && format_into(again) != FormatResult::MISFIT)
             text = {large.get(), again.length == TOO_LONG ? size : static_cast<std::size_t>(again.length)};
     }
-    std::fwrite(text, 1, static_cast<std::size_t>(length), stream);
+    if (stream == stdout || stream == stderr)
+        begin_line();
+    std::fwrite(text.data(), 1, text.size(), stream);
 }
 
 std::string system_text(unsigned int error, bool for_format)

@@ -2,6 +2,8 @@
 
 #include <cstdio>
 
+#include "win/console.h"
+
 namespace kor::win
 {
 namespace
@@ -17,13 +19,13 @@ public:
         m_attributes.bInheritHandle = TRUE;
         if (!m_descriptor)
         {
-            std::fprintf(stderr, "AttachSharedMemory().Failed in LocalAlloc\n");
+            print_line(stderr, "AttachSharedMemory().Failed in LocalAlloc\n");
             return;
         }
         if (::InitializeSecurityDescriptor(m_descriptor.get(), SECURITY_DESCRIPTOR_REVISION) == FALSE)
-            std::fprintf(stderr, "AttachSharedMemory().Failed in InitializeSecurityDescriptor\n");
+            print_line(stderr, "AttachSharedMemory().Failed in InitializeSecurityDescriptor\n");
         if (::SetSecurityDescriptorDacl(m_descriptor.get(), TRUE, nullptr, FALSE) == FALSE)
-            std::fprintf(stderr, "AttachSharedMemory().Failed in SetSecurityDescriptorDacl\n");
+            print_line(stderr, "AttachSharedMemory().Failed in SetSecurityDescriptorDacl\n");
         m_attributes.lpSecurityDescriptor = m_descriptor.get();
     }
 
@@ -37,7 +39,7 @@ static_assert(SECURITY_DESCRIPTOR_MIN_LENGTH == 40, "size of an absolute descrip
 
 void report_failed_view(DWORD error) noexcept
 {
-    std::fprintf(stderr, "****ERROR - Failed in MapViewOfFile.Error num is <%d>****\n", static_cast<int>(error));
+    print_line(stderr, "****ERROR - Failed in MapViewOfFile.Error num is <%d>****\n", static_cast<int>(error));
 }
 
 constexpr DWORD WRITABLE = PAGE_READWRITE | PAGE_EXECUTE_READWRITE;
@@ -87,9 +89,9 @@ OwnedHandle create_mapping(const char* name, std::size_t size, bool& created) no
     const DWORD error = ::GetLastError();
     created = mapping && error != ERROR_ALREADY_EXISTS;
     if (!mapping)
-        std::fprintf(stderr, "Failed in CreateFileMapping.error %d\n", static_cast<int>(error));
+        print_line(stderr, "Failed in CreateFileMapping.error %d\n", static_cast<int>(error));
     else if (!created)
-        std::fprintf(stderr, "****ERROR - OpenFileMapping->does not exist and CreateFileMapping->exists****\n");
+        print_line(stderr, "****ERROR - OpenFileMapping->does not exist and CreateFileMapping->exists****\n");
     return mapping;
 }
 
@@ -107,7 +109,7 @@ OwnedView map_view(const OwnedHandle& mapping, std::size_t size) noexcept
     case Extent::USABLE:
         return view;
     case Extent::TOO_SMALL:
-        std::fprintf(stderr, "****ERROR - the shared block is smaller than a configuration****\n");
+        print_line(stderr, "****ERROR - the shared block is smaller than a configuration****\n");
         return OwnedView();
     case Extent::UNUSABLE:
         break;

@@ -18,6 +18,7 @@
 #include "Kor_PerformanceLog.h"
 #include "captured_stream.h"
 #include "import_hook.h"
+#include "open_line.h"
 #include "recording_destination.h"
 #include "wide_directory.h"
 
@@ -207,6 +208,7 @@ TEST_F(Folder, OnAServerIsNamedAsSuchAtAnyLength)
 // What is told ------------------------------------------------------------------------------------------------------
 TEST_F(Folder, ThatIsMissingIsReportedAsItWasNamed)
 {
+    begin_on_a_new_line();
     const WideLogFolder folder(L"Z:/tmp\\no such folder");
     CapturedStream err(stderr);
     Kor_LogFile(777, false).Open("test.log", "viewer");
@@ -215,6 +217,7 @@ TEST_F(Folder, ThatIsMissingIsReportedAsItWasNamed)
 
 TEST_F(Folder, ThatIsMissingOutsideTheCodePageIsReportedInUtf8)
 {
+    begin_on_a_new_line();
     const WideLogFolder folder(L"Z:\\tmp\\\u65e5\u672c");
     CapturedStream err(stderr);
     Kor_LogFile(777, false).Open("test.log", "viewer");

@@ -18,6 +18,7 @@
 #include "captured_stream.h"
 #include "import_hook.h"
 #include "log_directory.h"
+#include "open_line.h"
 
 namespace
 {
@@ -167,6 +168,7 @@ TEST_F(LogReOpenWhileOthersWrite, WhenItFailsEachLineIsInTheFileOrInTheEventLog)
 // Failures ---------------------------------------------------------------------------------------------------------
 TEST_F(LogReOpenWhileOthersWrite, AFileThatCannotBeOpenedLeavesNoneOpen)
 {
+    begin_on_a_new_line();
     CapturedStream err(stderr);
     Kor_LogFile log(777, false);
     ASSERT_EQ(log.Open("test.log", "viewer"), 0);

@@ -11,6 +11,7 @@
 #include "captured_stream.h"
 #include "import_hook.h"
 #include "log_directory.h"
+#include "open_line.h"
 #include "recording_destination.h"
 #include "remove_file.h"
 
@@ -184,6 +185,7 @@ TEST(LogFileFault, ASizeThatCannotBeReadStopsNothing)
 
 TEST(LogFileFault, AFileThatAnotherProgramHasForItselfIsReportedAndOpensLater)
 {
+    begin_on_a_new_line();
     const LogDirectory directory;
     const std::string path = directory.file("test.log");
     const HANDLE exclusive = ::CreateFileA(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
@@ -341,6 +343,7 @@ TEST(LogStreamFault, AFailingFlushIsIgnored)
 
 TEST(LogStreamFault, StandardErrorThatCannotBeWrittenStopsNothing)
 {
+    begin_on_a_new_line();
     const LogDirectory directory(TO_STDERR);
     RecordingDestination seen;
     Kor_LogFile log(777, false);

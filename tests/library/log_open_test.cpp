@@ -9,6 +9,7 @@
 
 #include "captured_stream.h"
 #include "log_directory.h"
+#include "open_line.h"
 #include "recording_destination.h"
 
 namespace
@@ -210,6 +211,7 @@ TEST(LogOpen, ANullStreamGivesMinusOneButOpensTheRestAndWritesTheBanner)
 // Files that cannot be opened ----------------------------------------------------
 TEST(LogOpen, AFileThatCannotBeOpenedIsReportedOnStandardErrorAndTheRestOpens)
 {
+    begin_on_a_new_line();
     const LogDirectory directory;
     CapturedStream err(stderr);
     Kor_LogFile log(777, false);
@@ -223,6 +225,7 @@ TEST(LogOpen, AFileThatCannotBeOpenedIsReportedOnStandardErrorAndTheRestOpens)
 
 TEST(LogOpen, ReOpenReportsAFileThatCannotBeOpenedInTheSameWords)
 {
+    begin_on_a_new_line();
     const LogDirectory directory;
     Kor_LogFile log(777, false);
     ASSERT_EQ(log.Open("test.log", "viewer"), 0);
@@ -231,6 +234,65 @@ TEST(LogOpen, ReOpenReportsAFileThatCannotBeOpenedInTheSameWords)
     EXPECT_EQ(log.ReOpen("no/such/place.log", "viewer", false), 0);
 
     EXPECT_EQ(err.text(), "Failed to open log file [" + directory.path() + "/no/such/place.log]");
+}
+
+// The report above ends in the middle of a line, and nothing else of the library begins there.
+TEST(LogOpen, TheLineAfterAFileThatCannotBeOpenedBeginsOnANewOne)
+{
+    begin_on_a_new_line();
+    const LogDirectory directory(TO_STDERR);
+    CapturedStream err(stderr);
+    Kor_LogFile log(777, false);
+    log.Open("no/such/place.log", "viewer");
+    log.LogNoHeadline("one");
+    log.LogNoHeadline("two");
+
+    EXPECT_EQ(err.text(), "Failed to open log file [" + directory.path() + "/no/such/place.log]\none\ntwo\n");
+}
+
+TEST(LogOpen, AWarningAfterAFileThatCannotBeOpenedBeginsOnANewLine)
+{
+    begin_on_a_new_line();
+    const LogDirectory directory;
+    const std::string failure = "Failed to open log file [" + directory.path() + "/no/such/place.log]";
+    Kor_LogFile log(777, false);
+    log.Open("viewer");
+    CapturedStream err(stderr);
+    CapturedStream out(stdout);
+    log.ReOpen("no/such/place.log", "viewer", false);
+    EXPECT_EQ(err.text(), failure);
+    {
+        const EnvironmentVariable none("PRISMATE_LOG_DIR", "");
+        Kor_LogFile::GetLogConfigDir(); // on standard output, which may be the same console
+    }
+    EXPECT_EQ(err.text(), failure + "\n");
+    EXPECT_EQ(out.text(), "Kor_LogFile - Warning - No configuration file\n");
+
+    log.ReOpen("no/such/place.log", "viewer", false);
+    log.PrintAndLog("%s", "printed");
+    EXPECT_EQ(err.text(), failure + '\n' + failure + '\n');
+    EXPECT_EQ(out.text(), "Kor_LogFile - Warning - No configuration file\nprinted");
+
+    log.ReOpen("no/such/place.log", "viewer", false);
+    const Kor_LogDestFile destination("no/such/place.log");
+    log.ReOpen("no/such/place.log", "viewer", false);
+    log.PrintOrLog(stderr, "%s", "printed");
+    EXPECT_EQ(
+        err.text(), failure + '\n' + failure + '\n' + failure +
+                        "\nKor_LogDestFile: failed to open file <no/such/place.log>\n" + failure + "\nprinted");
+}
+
+TEST(LogOpen, AFileThatCannotBeOpenedTwiceIsReportedOnTwoLines)
+{
+    begin_on_a_new_line();
+    const LogDirectory directory;
+    const std::string failure = "Failed to open log file [" + directory.path() + "/no/such/place.log]";
+    Kor_LogFile log(777, false);
+    CapturedStream err(stderr);
+    log.Open("no/such/place.log", "viewer");
+    log.ReOpen("no/such/place.log", "viewer", false);
+
+    EXPECT_EQ(err.text(), failure + '\n' + failure);
 }
 
 // ReOpen -------------------------------------------------------------------------
