@@ -230,7 +230,7 @@ public:
 /// The general log.
 ///
 /// A caller asks StoreParams whether a message is wanted, which also notes where it comes from, and
-/// then calls Log; KOR_LOG does both and evaluates nothing for a message nobody wants:
+/// then calls Log; KOR_LOG does both at once and evaluates nothing for a message nobody wants:
 ///
 ///     KOR_LOG(KorGLog, 5, 17, "loaded %d images in %.1f s", count, seconds);
 ///
@@ -300,6 +300,9 @@ public:
         return known - 1 < 255 && level > static_cast<int>(known);
     }
 
+    /// True when a message is wanted: StoreParams would return 1. Notes nothing.
+    bool IsWanted(int level, int package);
+
     /// Sets the level of the calling thread's next message.
     void SetOutLogLevel(int level);
 
@@ -307,6 +310,19 @@ public:
 
     /// A line with a headline; the newline is added where the text has none.
     void Log(const char* format, ...) KOR_PRINTF(2, 3);
+
+    /// StoreParams and Log in one, so that nothing that logs can come between them: the arguments have been
+    /// evaluated before. Returns 1, or 0 when nobody wants the message.
+    int LogAt(const char* file, const char* function, int line, int level, int package, const char* format, ...)
+        KOR_PRINTF(7, 8);
+
+    /// The same with a va_list.
+    int
+    LogAtArgs(const char* file, const char* function, int line, int level, int package, const char* format, char* args);
+
+    /// The same with a finished text of any length, which goes out as it is.
+    int
+    LogTextAt(const char* file, const char* function, int line, int level, int package, const char* text, int length);
 
     /// A bare line with a code of the caller's, or 65534. Returns -1 when the thread's context is not
     /// accepted.
@@ -464,6 +480,8 @@ private:
     bool attach_configuration();
 
     int note_params(const char* file, const char* function, int line, int level, int package);
+    const Kor_LogMTVarsPtr*
+    begin_message(const char* file, const char* function, int line, int level, int package) noexcept;
     int check_level(int package, int level);
     int current_level(int package) noexcept;
     int refresh_level(int package) noexcept;
@@ -536,17 +554,17 @@ extern KOR_API Kor_LogFile KorGLog;
 #define KOR_TOOL_EXPORT
 #endif
 
-/// Writes a line when it is wanted, and evaluates neither the format nor its arguments when not.
+/// Writes a line when it is wanted, and evaluates neither the format nor its arguments when not. They are evaluated
+/// before the line begins, so they may log themselves.
 /// log: a Kor_LogFile. level, package: as for StoreParams, each evaluated once.
-#define KOR_LOG(log, level, package, ...)                                                           \
-    do                                                                                              \
-    {                                                                                               \
-        Kor_LogFile& kor_log_ = (log);                                                              \
-        const int kor_level_ = (level);                                                             \
-        const int kor_package_ = (package);                                                         \
-        if (!kor_log_.IsRejected(kor_level_, kor_package_) &&                                       \
-            kor_log_.StoreParams(KOR_FILE_NAME, __func__, __LINE__, kor_level_, kor_package_) != 0) \
-            kor_log_.Log(__VA_ARGS__);                                                              \
+#define KOR_LOG(log, level, package, ...)                                                                  \
+    do                                                                                                     \
+    {                                                                                                      \
+        Kor_LogFile& kor_log_ = (log);                                                                     \
+        const int kor_level_ = (level);                                                                    \
+        const int kor_package_ = (package);                                                                \
+        if (!kor_log_.IsRejected(kor_level_, kor_package_) && kor_log_.IsWanted(kor_level_, kor_package_)) \
+            kor_log_.LogAt(KOR_FILE_NAME, __func__, __LINE__, kor_level_, kor_package_, __VA_ARGS__);      \
     } while (false)
 
 #endif // KOR_LOGFILE_H

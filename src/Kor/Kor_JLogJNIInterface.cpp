@@ -11,12 +11,13 @@
 #include <limits>
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "Kor/jni_types.h"
 #include "Kor_LogFile.h"
 #include "core/location_prefix.h"
-
 #include "win/console.h"
+
 namespace
 {
 constexpr char SOURCE_NAME[] = "Kor_JLogJNIInterface";
@@ -88,9 +89,9 @@ void name_thread(const std::string& name)
         KorGLog.SetThreadName(name.c_str());
 }
 
-int write_located(int package, int level, char* text, std::size_t length)
+int write_located(int package, int level, std::string_view text)
 {
-    const kor::core::LocatedText located = kor::core::read_location({text, length});
+    const kor::core::LocatedText located = kor::core::read_location(text);
     std::string class_name = "unknown_class";
     std::string function = "unknown_func";
     if (located.has_prefix)
@@ -99,11 +100,10 @@ int write_located(int package, int level, char* text, std::size_t length)
         class_name = located.class_name;
         function = located.function;
     }
-    if (static_cast<unsigned int>(level) >= static_cast<unsigned int>(Kor_LogMTVars::LEVEL_COUNT) ||
-        KorGLog.StoreParams(class_name.c_str(), function.c_str(), located.line, level, package) == 0)
-        return 0;
-    const std::size_t skipped = length - located.body.size();
-    KorGLog.SendLogNoLimit(KOR_MSG_HEADLINE, text + skipped, static_cast<int>(located.body.size()));
+    if (static_cast<unsigned int>(level) < static_cast<unsigned int>(Kor_LogMTVars::LEVEL_COUNT))
+        KorGLog.LogTextAt(
+            class_name.c_str(), function.c_str(), located.line, level, package, located.body.data(),
+            static_cast<int>(located.body.size()));
     return 0;
 }
 
@@ -125,11 +125,9 @@ void WriteLog(int level, unsigned int code, int line, const char* file, const ch
 {
     const auto write = [=]
     {
-        const unsigned int package = code / static_cast<unsigned int>(PACKAGE_RANGE);
+        const auto package = static_cast<int>(code / static_cast<unsigned int>(PACKAGE_RANGE));
         // Without arguments a conversion in the text meets none, rather than what happens to lie there.
-        if (KorGLog.StoreParams(file, function, line, level, static_cast<int>(package), 1) != 0)
-            KorGLog.SendLog(KOR_MSG_HEADLINE, text, nullptr);
-        return 0;
+        return KorGLog.LogAtArgs(file, function, line, level, package, text, nullptr);
     };
     contained(write, 0);
 }
@@ -183,14 +181,9 @@ extern "C"
         const JavaText message(env, text);
         if (!message.is_known())
             return 0;
-        char null_text[] = "(null)"; // as printf shows one
-        const bool is_null = message.text() == nullptr;
-        const auto write = [&]
-        {
-            return write_located(
-                static_cast<int>(package), static_cast<int>(level), is_null ? null_text : message.text(),
-                is_null ? sizeof null_text - 1 : message.length());
-        };
+        const std::string_view body = message.text() == nullptr ? std::string_view("(null)") // as printf shows one
+                                                                : std::string_view(message.text(), message.length());
+        const auto write = [&] { return write_located(static_cast<int>(package), static_cast<int>(level), body); };
         return contained(write, 0);
     }
 }

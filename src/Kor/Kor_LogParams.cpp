@@ -23,22 +23,32 @@ int Kor_LogFile::StoreParams(const char* file, const char* function, int line, i
 
 int Kor_LogFile::note_params(const char* file, const char* function, int line, int level, int package)
 {
-    if (level > current_level(package))
-        return 0;
     const KeptErrors kept;
-    Kor_LogMTVars* const vars = context();
-    if (vars == nullptr)
-        return 0;
-    vars->UpdateTime();
-    ++vars->m_uses;
-    vars->m_level = level;
-    vars->m_package = package;
-    vars->m_accepted = 1;
-    vars->m_file = file == nullptr ? "unknown file" : kor::core::file_name_of(file);
-    vars->m_line = line;
-    vars->m_function = function;
-    return 1;
+    return begin_message(file, function, line, level, package) == nullptr ? 0 : 1;
 }
+
+/// Notes the parameters in the calling thread's context. Null when the message is not wanted.
+const Kor_LogMTVarsPtr*
+Kor_LogFile::begin_message(const char* file, const char* function, int line, int level, int package) noexcept
+{
+    if (level > current_level(package))
+        return nullptr;
+    const Kor_LogMTVarsPtr* const found = find_context();
+    if (found == nullptr)
+        return nullptr;
+    Kor_LogMTVars& vars = *found->operator->();
+    vars.UpdateTime();
+    ++vars.m_uses;
+    vars.m_level = level;
+    vars.m_package = package;
+    vars.m_accepted = 1;
+    vars.m_file = file == nullptr ? "unknown file" : kor::core::file_name_of(file);
+    vars.m_line = line;
+    vars.m_function = function;
+    return found;
+}
+
+bool Kor_LogFile::IsWanted(int level, int package) { return level <= current_level(package); }
 
 void Kor_LogFile::SetOutLogLevel(int level)
 {

@@ -84,6 +84,42 @@ void Kor_LogFile::Log(const char* format, ...)
     va_end(args);
 }
 
+int Kor_LogFile::LogAt(
+    const char* file, const char* function, int line, int level, int package, const char* format, ...)
+{
+    va_list args;
+    va_start(args, format);
+    const int written = LogAtArgs(file, function, line, level, package, format, args);
+    va_end(args);
+    return written;
+}
+
+int Kor_LogFile::LogAtArgs(
+    const char* file, const char* function, int line, int level, int package, const char* format, char* args)
+{
+    if (IsRejected(level, package))
+        return 0;
+    const KeptErrors kept;
+    const Kor_LogMTVarsPtr* const vars = begin_message(file, function, line, level, package);
+    if (vars == nullptr)
+        return 0;
+    send(*vars, KOR_MSG_HEADLINE, format, args, true);
+    return 1;
+}
+
+int Kor_LogFile::LogTextAt(
+    const char* file, const char* function, int line, int level, int package, const char* text, int length)
+{
+    if (IsRejected(level, package))
+        return 0;
+    const KeptErrors kept;
+    const Kor_LogMTVarsPtr* const vars = begin_message(file, function, line, level, package);
+    if (vars == nullptr)
+        return 0;
+    send_text(*vars, {KOR_MSG_HEADLINE, text == nullptr ? "" : text, length});
+    return 1;
+}
+
 int Kor_LogFile::LogNoHeadline(unsigned long code, const char* format, ...)
 {
     const KeptErrors kept;
@@ -256,6 +292,7 @@ void Kor_LogFile::write_console(Kor_LogMTVars& vars, const Line& line)
     else if (vars.m_level < 7)
         kor::win::set_console_colour(kor::win::BRIGHT_GREEN);
     const kor::core::ComposedLine whole(line.parts(vars, " \n"));
+    kor::win::begin_line();
     std::fwrite(whole.text().data(), 1, whole.text().size(), stderr);
     std::fflush(stderr);
     kor::win::set_console_colour(kor::win::WHITE);
@@ -292,7 +329,6 @@ struct Kor_LogFile::Round
     const std::int32_t holders; // of the context, but for those that this message has
     std::size_t next = 0;       // destination
 
-    kor::win::begin_line();
     /// What the destination before has left is its own message's, if it has logged itself.
     void restore_parameters() noexcept
     {

@@ -15,11 +15,11 @@ constexpr int LEVEL_DEBUG = 7;
 
 /// Writes a line, if its level is wanted, as one of the function `function` in the source `file`. A macro, so that
 /// the arguments cost nothing otherwise and the line number is that of the place.
-#define KOR_GENERAL_LOG(file, function, level, ...)                                               \
-    do                                                                                            \
-    {                                                                                             \
-        if (KorGLog.StoreParams((file), (function), __LINE__, (level), KOR_PACKAGE_LIBRARY) != 0) \
-            KorGLog.Log(__VA_ARGS__);                                                             \
+#define KOR_GENERAL_LOG(file, function, level, ...)                                                 \
+    do                                                                                              \
+    {                                                                                               \
+        if (KorGLog.IsWanted((level), KOR_PACKAGE_LIBRARY))                                         \
+            KorGLog.LogAt((file), (function), __LINE__, (level), KOR_PACKAGE_LIBRARY, __VA_ARGS__); \
     } while (false)
 
 #endif // KOR_GENERAL_LOG_H

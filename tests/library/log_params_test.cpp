@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <cstdarg>
 
 #include "bounded.h"
 #include "log_directory.h"
@@ -260,6 +261,51 @@ TEST_F(LogParams, KorLogIsOneStatement)
     EXPECT_TRUE(m_seen.messages.empty());
 }
 
+/// Logs an error of its own, in another package and at another place, and rejects a message.
+int logs_itself(Kor_LogFile& log)
+{
+    if (log.StoreParams("other.cpp", "logs_itself", 7, 3, 5) != 0)
+        log.Log("from within");
+    log.StoreParams("other.cpp", "logs_itself", 8, 6, 6);
+    return 12;
+}
+
+TEST_F(LogParams, KorLogTellsItsOwnPlaceWhenAnArgumentLogs)
+{
+    const int line = __LINE__ + 1;
+    KOR_LOG(m_log, 4, 3, "free: %d", logs_itself(m_log));
+
+    const std::string place = std::string(KOR_FILE_NAME) + "(" + std::to_string(line) + ") TestBody";
+    EXPECT_EQ(
+        m_directory.lines(), (Lines{
+                                 "<time> ERROR   (005) viewer (<pid>,<tid>)  other.cpp(7) logs_itself -> from within",
+                                 "<time> WARNING (003) viewer (<pid>,<tid>)  " + place + " -> free: 12",
+                             }));
+    ASSERT_EQ(m_seen.messages.size(), 2u);
+    EXPECT_EQ(last().level, 4);
+    EXPECT_EQ(last().package, 3);
+    EXPECT_EQ(last().line, line);
+}
+
+int logs_with_the_macro(Kor_LogFile& log)
+{
+    KOR_LOG(log, 5, 3, "inner");
+    return 1;
+}
+
+TEST_F(LogParams, KorLogInsideOfKorLogWritesBoth)
+{
+    KOR_LOG(m_log, 4, 3, "outer %d", logs_with_the_macro(m_log));
+
+    ASSERT_EQ(m_seen.messages.size(), 2u);
+    EXPECT_EQ(m_seen.messages[0].text, "inner\n");
+    EXPECT_EQ(m_seen.messages[0].level, 5);
+    EXPECT_EQ(m_seen.messages[0].function, "logs_with_the_macro");
+    EXPECT_EQ(last().text, "outer 1\n");
+    EXPECT_EQ(last().level, 4);
+    EXPECT_EQ(last().function, "TestBody");
+}
+
 TEST_F(LogParams, KorLogFollowsALevelThatChanges)
 {
     KOR_LOG(m_log, 6, 3, "rejected");
@@ -270,6 +316,100 @@ TEST_F(LogParams, KorLogFollowsALevelThatChanges)
 
     ASSERT_EQ(m_seen.messages.size(), 1u);
     EXPECT_EQ(last().text, "accepted\n");
+}
+
+TEST_F(LogParams, IsWantedIsWhatStoreParamsReturnsAndNotesNothing)
+{
+    ASSERT_EQ(m_log.StoreParams("before.cpp", "before", 5, 2, 3), 1);
+    for (int package = -1; package <= 751; ++package)
+        for (int level = 0; level <= 8; ++level)
+        {
+            const bool wanted = m_log.IsWanted(level, package);
+            Kor_LogFile& log = m_log;
+            EXPECT_EQ(wanted, log.CheckMsgLevel(long{package} * PACKAGE_RANGE, level) != 0)
+                << "package " << package << " level " << level;
+        }
+    m_log.Log("x");
+    EXPECT_EQ(last().line, 5);
+    EXPECT_EQ(last().level, 2);
+}
+
+// LogAt --------------------------------------------------------------------------
+TEST_F(LogParams, LogAtWritesTheLineOfItsPlace)
+{
+    EXPECT_EQ(m_log.LogAt("C:\\src\\album.cpp", "load", 77, 4, 3, "%s has %d pages", "front.png", 12), 1);
+
+    EXPECT_EQ(
+        m_directory.lines(),
+        Lines{"<time> WARNING (003) viewer (<pid>,<tid>)  album.cpp(77) load -> front.png has 12 pages"});
+    EXPECT_EQ(last().text, "front.png has 12 pages\n");
+}
+
+TEST_F(LogParams, LogAtWritesNothingThatIsNotWanted)
+{
+    for (int i = 0; i < 2; ++i) // first with an empty cache, then with a filled one
+        EXPECT_EQ(m_log.LogAt("album.cpp", "load", 77, 6, 3, "x"), 0);
+    EXPECT_EQ(m_log.LogAt("album.cpp", "load", 77, 1, 4, "x"), 0);
+    EXPECT_EQ(m_log.LogTextAt("album.cpp", "load", 77, 6, 3, "x", 1), 0);
+
+    EXPECT_EQ(m_directory.text(), "");
+    EXPECT_TRUE(m_seen.messages.empty());
+}
+
+TEST_F(LogParams, LogAtLeavesTheContextAsStoreParamsAndLogDo)
+{
+    m_log.LogAt("album.cpp", "load", 77, 3, 3, "x");
+    m_log.Log("y"); // level, package and accepted stay, the place goes
+
+    EXPECT_EQ(
+        m_directory.lines(), (Lines{
+                                 "<time> ERROR   (003) viewer (<pid>,<tid>)  album.cpp(77) load -> x",
+                                 "<time> ERROR   (003) viewer (<pid>,<tid>)   -> y",
+                             }));
+}
+
+TEST_F(LogParams, LogAtTakesAMissingFileAndFunction)
+{
+    m_log.LogAt(nullptr, nullptr, 7, 3, 3, "x");
+    EXPECT_EQ(m_directory.lines(), Lines{"<time> ERROR   (003) viewer (<pid>,<tid>)  unknown file(7) -> x"});
+}
+
+int log_at(Kor_LogFile& log, int level, const char* format, ...) KOR_PRINTF(3, 4);
+int log_at(Kor_LogFile& log, int level, const char* format, ...)
+{
+    va_list args;
+    va_start(args, format);
+    const int result = log.LogAtArgs("album.cpp", "load", 77, level, 3, format, args);
+    va_end(args);
+    return result;
+}
+
+TEST_F(LogParams, LogAtArgsIsLogAtWithAList)
+{
+    EXPECT_EQ(log_at(m_log, 5, "%s %d", "page", 3), 1);
+    EXPECT_EQ(log_at(m_log, 6, "%s %d", "page", 4), 0);
+    EXPECT_EQ(m_log.LogAtArgs("album.cpp", "load", 78, 5, 3, "without arguments", nullptr), 1);
+
+    EXPECT_EQ(
+        m_directory.lines(), (Lines{
+                                 "<time> NOTICE  (003) viewer (<pid>,<tid>)  album.cpp(77) load -> page 3",
+                                 "<time> NOTICE  (003) viewer (<pid>,<tid>)  album.cpp(78) load -> without arguments",
+                             }));
+}
+
+TEST_F(LogParams, LogTextAtWritesATextOfAnyLengthAsItIs)
+{
+    const std::string text = "100%d %s " + std::string(5000, 'x') + '\n';
+    EXPECT_EQ(m_log.LogTextAt("album.cpp", "load", 77, 5, 3, text.c_str(), static_cast<int>(text.size())), 1);
+    EXPECT_EQ(m_log.LogTextAt("album.cpp", "load", 78, 5, 3, nullptr, 0), 1);
+
+    EXPECT_EQ(
+        m_directory.lines(),
+        (Lines{
+            "<time> NOTICE  (003) viewer (<pid>,<tid>)  album.cpp(77) load -> " + text.substr(0, text.size() - 1),
+            "<time> NOTICE  (003) viewer (<pid>,<tid>)  album.cpp(78) load -> ",
+        }));
+    EXPECT_EQ(m_seen.messages[0].text, text);
 }
 
 TEST_F(LogParams, IsRejectedNeverContradictsStoreParams)
