@@ -83,7 +83,7 @@ private:
     static constexpr std::size_t STAMP_SIZE = 16;
     static constexpr std::size_t PATH_SIZE = 260;
 
-    std::string start_file();
+    bool start_file();
 
     std::unique_ptr<kor::core::RecordStreams> m_streams; // null: there was no memory
     int m_initialised;

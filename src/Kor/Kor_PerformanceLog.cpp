@@ -150,27 +150,23 @@ void Kor_PerformanceLog::Init()
         return;
     m_file_open = 0;
     m_file.reset();
-    std::string path;
     try
     {
-        path = start_file();
+        start_file();
     }
     catch (const std::bad_alloc&)
     {
         m_initialised = 1;
     }
-    m_file_open = path.empty() ? 0 : 1;
-    if (m_file_open != 0 && is_wanted(LEVEL_WARNING, __LINE__))
-        KorGLog.Log("Kor_PerformanceLog::Init: filename is %s\n", path.c_str());
 }
 
-/// Returns the file's path, empty when it could not be opened.
-std::string Kor_PerformanceLog::start_file()
+/// Opens the file and tells its path. False when it could not be opened.
+bool Kor_PerformanceLog::start_file()
 {
     const std::wstring directory = find_directory();
     m_initialised = 1;
     if (!make_directory(directory))
-        return {};
+        return false;
 
     constexpr std::size_t STAMP_LIMIT = 10;
     m_process_id = ::GetCurrentProcessId();
@@ -180,14 +176,17 @@ std::string Kor_PerformanceLog::start_file()
     const std::string name =
         std::to_string(static_cast<int>(m_process_id)) + "_" + m_stamp + "_" + std::to_string(file_counter++);
     const std::wstring path = directory + L"/" + std::wstring(name.begin(), name.end());
-    std::string text = kor::win::path_text(path);
+    const std::string text = kor::win::path_text(path);
     kor::core::copy_cut(m_path, text.c_str());
 
     std::FILE* const file = ::_wfopen(kor::win::system_path(path).c_str(), L"a");
     if (file == nullptr)
-        return {};
+        return false;
     m_file.reset(file, &std::fclose);
-    return text;
+    m_file_open = 1;
+    if (is_wanted(LEVEL_WARNING, __LINE__))
+        KorGLog.Log("Kor_PerformanceLog::Init: filename is %s\n", text.c_str());
+    return true;
 }
 
 // Records ---------------------------------------------------------------------------------------------
