@@ -30,7 +30,7 @@ public:
 struct CommandEntry
 {
     const char* name;
-    const char* summary; ///< one line, for LevelSync --help
+    const char* summary; ///< one line, for LevelSync --help; null: not shown there
     const char* example; ///< for the command's own --help; lines separated by "\n"
     std::unique_ptr<Command> (*make)();
 };

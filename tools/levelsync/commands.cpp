@@ -1,8 +1,25 @@
-// The table of commands: one line for each. COMMAND(x) stands for command_x of commands/x.cpp.
+// The table of commands: one line for each. COMMAND(x) stands for command_x of commands/x.cpp. The first is what
+// LevelSync without a command does.
 
 #include "command.h"
 
-#define LEVELSYNC_COMMANDS COMMAND(list)
+// clang-format off
+#define LEVELSYNC_COMMANDS \
+    COMMAND(status)        \
+    COMMAND(publish)       \
+    COMMAND(list)          \
+    COMMAND(explain)       \
+    COMMAND(set)           \
+    COMMAND(clear)         \
+    COMMAND(output)        \
+    COMMAND(limit)         \
+    COMMAND(undo)          \
+    COMMAND(history)       \
+    COMMAND(check)         \
+    COMMAND(diff)          \
+    COMMAND(watch)         \
+    COMMAND(keep)
+// clang-format on
 
 #define COMMAND(name) extern const CommandEntry command_##name;
 namespace levelsync

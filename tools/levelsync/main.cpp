@@ -11,6 +11,7 @@
 #include "command.h"
 #include "console.h"
 #include "failure.h"
+#include "override.h"
 #include "text.h"
 #include "tool.h"
 
@@ -85,7 +86,9 @@ int run(std::vector<std::string> words, Console& console)
     std::vector<std::pair<CLI::App*, std::unique_ptr<Command>>> commands;
     for (const CommandEntry* const entry : all_commands())
     {
-        CLI::App* const sub = app.add_subcommand(entry->name, entry->summary);
+        CLI::App* const sub = app.add_subcommand(entry->name, entry->summary == nullptr ? "" : entry->summary);
+        if (entry->summary == nullptr)
+            sub->group("");
         sub->footer(std::string("Example:\n  ") + entry->example);
         add_shared_options(*sub, options);
         commands.emplace_back(sub, entry->make());
@@ -117,6 +120,8 @@ int run(std::vector<std::string> words, Console& console)
     }
 
     Tool tool{console, options.json, find_folder(options.folder), typed};
+    if (!app.got_subcommand("keep"))
+        take_back_due(tool);
     for (const auto& [sub, command] : commands)
         if (sub->parsed())
             return command->run(tool);

@@ -1,0 +1,42 @@
+// limit: how large the processes' files may grow.
+
+#include "change.h"
+#include "command.h"
+
+namespace levelsync
+{
+namespace
+{
+class Limit final : public Command
+{
+public:
+    void declare(CLI::App& app) override
+    {
+        app.add_option("MB", m_megabytes, "Megabytes of each file, 0 for no limit")->required();
+        app.add_flag("--dry-run", m_options.is_dry_run, "Say what would change, and change nothing");
+        app.add_flag("!--no-publish", m_options.is_published, "Change the file alone");
+    }
+
+    ExitCode run(Tool& tool) override
+    {
+        const Outcome outcome = change(
+            tool,
+            [this](Editor& editor, const History&)
+            { editor.apply(kor::core::set_size_limit(editor.file(), m_megabytes), kor::core::LineChange::SIZE_LIMIT); },
+            m_options);
+        if (tool.json)
+            tool.print(json_of(outcome, m_options));
+        else
+            report(tool, outcome, m_options);
+        return DONE;
+    }
+
+private:
+    std::uint32_t m_megabytes = 0;
+    ChangeOptions m_options;
+};
+} // namespace
+
+extern const CommandEntry command_limit{
+    "limit", "Says how large the processes' files may grow", "LevelSync limit 50", &make_command<Limit>};
+} // namespace levelsync

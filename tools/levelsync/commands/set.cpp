@@ -1,0 +1,117 @@
+// set: a level for everybody, or for some.
+
+#include "change.h"
+#include "command.h"
+#include "failure.h"
+#include "filters.h"
+#include "override.h"
+#include "text.h"
+
+namespace levelsync
+{
+namespace
+{
+class Set final : public Command
+{
+public:
+    void declare(CLI::App& app) override
+    {
+        app.add_option("PACKAGE", m_package, "Number, name, or pattern of names (Re*)")->required();
+        app.add_option("LEVEL", m_level, "Number or name: 7, debug")->required();
+        m_filters.declare(app);
+        app.add_option("--for", m_for, "Take it back after so long: 15m, 2h, 90s")->type_name("TIME");
+        app.add_flag("--detach", m_detach, "With --for: a process in the background takes it back");
+        app.add_flag("--dry-run", m_options.is_dry_run, "Say what would change, and change nothing");
+        app.add_flag("!--no-publish", m_options.is_published, "Change the file alone");
+    }
+
+    ExitCode run(Tool& tool) override
+    {
+        const int level = read_level(m_level);
+        const kor::core::RuleFilters filters = m_filters.for_rule();
+        if (level == 0 && !filters.empty())
+            throw Failure(
+                "A rule raises a level, to 1 or more.",
+                "To write less for everybody: LevelSync set " + m_package + " 0.", WRONG_CALL);
+        m_options.until = end_of(m_for, m_detach);
+        Outcome outcome = change(
+            tool,
+            [&](Editor& editor, const History&)
+            {
+                for (const int package : editor.names().find(m_package))
+                    edit(editor, package, level, filters);
+                warn_of_higher_level(tool, editor, level, filters);
+            },
+            m_options);
+        if (tool.json)
+            tool.print(json_of(outcome, m_options));
+        else
+            report(tool, outcome, m_options);
+        tool.console.flush();
+        if (!m_options.until || outcome.id == 0)
+            return DONE;
+        if (m_detach)
+            keep_in_background(tool, std::move(outcome), *m_options.until);
+        else
+            keep_here(tool, std::move(outcome), *m_options.until);
+        return DONE;
+    }
+
+private:
+    static std::optional<Time> end_of(const std::string& duration, bool is_detached)
+    {
+        if (duration.empty() && is_detached)
+            throw Failure("--detach is for an override.", "Say for how long, as in --for 15m.", WRONG_CALL);
+        if (duration.empty())
+            return std::nullopt;
+        const auto length = read_duration(duration);
+        if (!length)
+            throw Failure(
+                '"' + duration + "\" is no such time.", "Say it as in --for 15m, 90s, 2h or 1h30m; 30d is the most.",
+                WRONG_CALL);
+        return now() + *length;
+    }
+
+    static void edit(Editor& editor, int package, int level, const kor::core::RuleFilters& filters)
+    {
+        // A package that the file does not name gets a line, which needs a word for a name.
+        std::string name = editor.names().of(package);
+        if (name.find_first_of(" \t") != std::string::npos || name.empty())
+            name = "Package" + std::to_string(package);
+        const kor::core::NewPackage made{name, Kor_LogConf::DEFAULT_LEVEL};
+        editor.apply(
+            filters.empty() ? kor::core::set_level(editor.file(), package, level, made)
+                            : kor::core::set_rule(editor.file(), package, level, filters, made),
+            package);
+    }
+
+    /// A rule never lowers a level.
+    static void
+    warn_of_higher_level(const Tool& tool, const Editor& editor, int level, const kor::core::RuleFilters& filters)
+    {
+        if (filters.empty())
+            return;
+        for (const int package : editor.wanted())
+        {
+            const auto found = editor.file().packages().find(package);
+            if (found != editor.file().packages().end() && found->second.level >= level)
+                tool.console.error(
+                    editor.names().text(package) + " has level " + level_text(found->second.level) +
+                        " for everybody, and a rule never lowers it: this one changes nothing.",
+                    Style::CAREFUL);
+        }
+    }
+
+    std::string m_package;
+    std::string m_level;
+    Filters m_filters;
+    std::string m_for;
+    bool m_detach = false;
+    ChangeOptions m_options;
+};
+} // namespace
+
+extern const CommandEntry command_set{
+    "set", "Sets the level of packages, for everybody or for some",
+    "LevelSync set replay debug --client 192.0.2.7 --for 15m", &make_command<Set>};
+} // namespace levelsync

@@ -1,0 +1,53 @@
+// undo: takes a change back.
+
+#include "command.h"
+#include "failure.h"
+#include "override.h"
+
+namespace levelsync
+{
+namespace
+{
+/// The last change that stands and is no taking back itself.
+long long last_change(const History& history)
+{
+    const auto& changes = history.changes();
+    for (auto change = changes.rbegin(); change != changes.rend(); ++change)
+        if (!change->takes_back && !change->lines.empty() && history.is_in_force(*change))
+            return change->id;
+    throw Failure(
+        "There is no change to take back.",
+        "LevelSync history shows the changes; LevelSync undo N also takes back one that took something back.");
+}
+
+class Undo final : public Command
+{
+public:
+    void declare(CLI::App& app) override
+    {
+        app.add_option(
+            "N", m_id, "Number of the change, as LevelSync history shows it; the last one where it is missing");
+        app.add_flag("--dry-run", m_options.is_dry_run, "Say what would change, and change nothing");
+        app.add_flag("!--no-publish", m_options.is_published, "Change the file alone");
+    }
+
+    ExitCode run(Tool& tool) override
+    {
+        const long long id = m_id != 0 ? m_id : last_change(History(tool.folder));
+        const Outcome outcome = take_back(tool, id, m_options);
+        if (tool.json)
+            tool.print(json_of(outcome, m_options));
+        else
+            report(tool, outcome, m_options);
+        return DONE;
+    }
+
+private:
+    long long m_id = 0;
+    ChangeOptions m_options;
+};
+} // namespace
+
+extern const CommandEntry command_undo{
+    "undo", "Takes back the last change, or an earlier one", "LevelSync undo 7", &make_command<Undo>};
+} // namespace levelsync

@@ -1,0 +1,32 @@
+// times.h - points in time and durations, as people and files have them.
+
+#ifndef LEVELSYNC_TIMES_H
+#define LEVELSYNC_TIMES_H
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace levelsync
+{
+/// Milliseconds since 1970 UTC.
+using Time = std::int64_t;
+
+Time now();
+
+/// "2026-11-22T01:15:49.123Z", which sorts as it is.
+std::string utc_text(Time time);
+std::optional<Time> read_utc(std::string_view text);
+
+/// For people, in local time: "01:15:49" of today, else "2026-11-22 01:15:49".
+std::string local_text(Time time);
+
+/// "15m", "90s", "1h30m", "2d": the milliseconds; nothing for what is no such duration, or none of 1 s to 30 d.
+std::optional<std::int64_t> read_duration(std::string_view text);
+
+/// "14 min 59 s", the two largest units.
+std::string duration_text(std::int64_t milliseconds);
+} // namespace levelsync
+
+#endif // LEVELSYNC_TIMES_H
