@@ -523,13 +523,21 @@ TEST(LevelEdits, GiveWhatWasAskedForAndTouchNothingElseWhateverTheFile)
             ASSERT_EQ(result.packages().count(asked.package), 1u);
             const LevelPackage& package = result.packages().at(asked.package);
             if (kind == 0)
+            {
                 EXPECT_EQ(package.level, asked.level);
-            else if (kind == 1)
+            }
+            if (kind == 1)
+            {
                 EXPECT_TRUE(has_rule(package, asked.level, asked.filters));
-            else if (kind == 3)
+            }
+            if (kind == 3)
+            {
                 EXPECT_TRUE(package.rules.empty());
+            }
             if (kind != 0 && file.packages().count(asked.package) == 1)
+            {
                 EXPECT_EQ(package.level, file.packages().at(asked.package).level);
+            }
             chain.emplace_back(bytes, edit);
             bytes = edit.bytes;
         }
