@@ -116,7 +116,7 @@ private:
 };
 
 Kor_PerfmonTimers::Kor_PerfmonTimers()
-    : Kor_ValHashMap(TIMER_BUCKETS), m_lock(new (std::nothrow) OwnerLock), m_ended(false)
+    : Kor_ValHashMap(TIMER_BUCKETS), m_lock(new (std::nothrow) OwnerLock(OwnerLock::State::FRAGILE)), m_ended(false)
 {
 }
 

@@ -17,9 +17,13 @@
 #include "Kor_Error.h"
 #include "Kor_LogFile.h"
 #include "Kor_PerfmonLogFile.h"
+#include "win/process_end.h"
+#include "win/thread_mark.h"
 
 namespace
 {
+const kor::win::ThreadMarkSlot thread_marks; // first, as every lock asks for one
+
 /// The folders that GetLogConfigDir has handed out: a handful. Texts come and none goes, so nobody has to wait, not
 /// even for a thread that was ended in here.
 class KeptTexts
@@ -30,7 +34,7 @@ public:
     KeptTexts& operator=(const KeptTexts&) = delete;
     ~KeptTexts()
     {
-        const Entry* entry = m_newest.load();
+        const Entry* entry = kor::win::process_is_ending() ? nullptr : m_newest.load();
         while (entry != nullptr)
             delete std::exchange(entry, entry->older);
     }

@@ -1,7 +1,6 @@
 #include "win/owner_lock.h"
 
 #include "win/kept_errors.h"
-#include "win/owned.h"
 #include "win/wait_clock.h"
 
 namespace kor::win
@@ -14,51 +13,88 @@ constexpr int SPINS = 100;
 constexpr int YIELDS = 2'000;
 constexpr DWORD YIELDS_MS = 100;
 
-/// True when the thread is known to be gone. One that the caller may not look at, as when it impersonates somebody,
-/// counts as living.
-bool has_ended(DWORD thread_id) noexcept
-{
-    const OwnedHandle thread(::OpenThread(SYNCHRONIZE, FALSE, thread_id));
-    if (!thread)
-        return ::GetLastError() == ERROR_INVALID_PARAMETER; // no thread has that id
-    return ::WaitForSingleObject(thread.get(), 0) == WAIT_OBJECT_0;
-}
+constexpr ThreadMark ORPHANED = ~NO_THREAD; // in the place of a holder: no thread has that id
 } // namespace
 
-bool OwnerLock::wait_for_lock() noexcept
+struct OwnerLock::Holder
+{
+    ThreadMark thread;
+    std::uint64_t turn;
+
+    bool operator==(const Holder& other) const noexcept { return thread == other.thread && turn == other.turn; }
+};
+
+OwnerLock::Holder OwnerLock::holder() const noexcept
+{
+    const ThreadMark thread = m_owner.load(std::memory_order_acquire); // and with it the turn's end that let it in
+    return {thread, m_turn.load(std::memory_order_relaxed)};
+}
+
+bool OwnerLock::wait_for_lock(ThreadMark thread) noexcept
 {
     const KeptErrors kept;
-    const DWORD self = ::GetCurrentThreadId();
-    const auto try_lock = [this, self]
+    WaitClock clock(MAX_WAIT_MS);
+    // A crash handler may come from inside of the lock: waiting for oneself would be in vain.
+    if (is_held_by(thread) || is_held_by(ORPHANED))
+        return false;
+    if (wait_briefly(thread))
+        return true;
+    const Holder first = holder();
+    do
     {
-        DWORD nobody = 0;
-        return m_owner.load(std::memory_order_relaxed) == 0 &&
-               m_owner.compare_exchange_strong(nobody, self, std::memory_order_acquire);
-    };
+        const Holder now = holder();
+        if (now.thread == NO_THREAD)
+        {
+            if (try_lock(thread))
+                return true;
+        }
+        else if (now.thread == ORPHANED || now.turn == m_stuck_turn.load(std::memory_order_relaxed))
+            return false;
+        else if (has_ended(now.thread) && inherit(now.thread, thread))
+            return m_state == State::MENDABLE;
+        ::Sleep(1);
+    } while (!clock.is_over());
+    return end_wait(first, thread);
+}
 
+bool OwnerLock::wait_briefly(ThreadMark thread) noexcept
+{
     for (int spin = 0; spin < SPINS; ++spin)
     {
-        if (try_lock())
+        if (is_held_by(NO_THREAD) && try_lock(thread))
             return true;
         YieldProcessor();
     }
-    WaitClock yields(YIELDS_MS);
-    for (int yield = 0; yield < YIELDS && !yields.is_over(); ++yield)
+    WaitClock clock(YIELDS_MS);
+    for (int yield = 0; yield < YIELDS && !clock.is_over(); ++yield)
     {
-        if (try_lock())
+        if (is_held_by(NO_THREAD) && try_lock(thread))
             return true;
         ::SwitchToThread();
     }
-    WaitClock clock(MAX_WAIT_MS);
-    do
-    {
-        if (try_lock())
-            return true;
-        DWORD owner = m_owner.load(std::memory_order_relaxed);
-        if (owner != 0 && has_ended(owner) && m_owner.compare_exchange_strong(owner, self, std::memory_order_acquire))
-            return true;
-        ::Sleep(1);
-    } while (!clock.is_over());
+    return false;
+}
+
+/// Ends a holder's turn in its place. False when another thread was quicker.
+bool OwnerLock::inherit(ThreadMark from, ThreadMark thread) noexcept
+{
+    const ThreadMark heir = m_state == State::MENDABLE ? thread : ORPHANED;
+    if (!m_owner.compare_exchange_strong(from, heir, std::memory_order_acquire))
+        return false;
+    m_turn.fetch_add(1, std::memory_order_relaxed);
+    return true;
+}
+
+/// What comes after a wait in full. Where others had their turns meanwhile the lock is well, and this thread was
+/// unlucky.
+bool OwnerLock::end_wait(const Holder& first, ThreadMark thread) noexcept
+{
+    const Holder last = holder();
+    if (last.thread == NO_THREAD || last.thread == ORPHANED || !(last == first))
+        return wait_briefly(thread);
+    if (m_state == State::MENDABLE)
+        return inherit(last.thread, thread) || wait_briefly(thread);
+    m_stuck_turn.store(last.turn, std::memory_order_relaxed);
     return false;
 }
 } // namespace kor::win

@@ -6,61 +6,94 @@
 #include <windows.h>
 
 #include <atomic>
+#include <cstdint>
+
+#include "win/thread_mark.h"
 
 namespace kor::win
 {
-/// Guards a few hundred nanoseconds to a few microseconds of work. Not recursive.
+/// Guards a few hundred nanoseconds to a few microseconds of work. Not recursive: a thread that holds it does not get
+/// it again.
 ///
 /// Process exit and TerminateThread end threads anywhere, also while they hold a lock; one that cannot
-/// tell would then keep the rest of the process waiting for ever. This one notes its holder and takes
-/// over from a thread that is gone. A holder that lives but does not move is waited for until
-/// MAX_WAIT_MS by the clock; the caller then goes on without the lock, as a damaged line is better than a host
-/// that stands still.
+/// tell would then keep the rest of the process waiting for ever. This one notes its holder, and what becomes of it
+/// when that one is gone depends on what it guards.
+///
+/// A holder that lives but does not move is waited for until MAX_WAIT_MS by the clock, once: where the state can be
+/// mended, the lock then goes to who has waited, and its old holder no longer has it; where it cannot, nobody waits
+/// for this holder again, and the lock is as ever when it is given back.
 class OwnerLock
 {
 public:
     static constexpr DWORD MAX_WAIT_MS = 10'000;
 
-    constexpr OwnerLock() noexcept = default;
+    /// What a holder that is stopped anywhere leaves behind.
+    enum class State
+    {
+        MENDABLE, ///< at worst a damaged line, which is better than a host that stands still: the lock is taken over
+        FRAGILE   ///< nobody can go on with it: from then on the lock is orphaned and nobody gets it
+    };
+
+    explicit constexpr OwnerLock(State state = State::MENDABLE) noexcept : m_state(state) {}
     OwnerLock(const OwnerLock&) = delete;
     OwnerLock& operator=(const OwnerLock&) = delete;
 
-    /// False when it gave up waiting.
-    bool lock() noexcept
+    /// thread: the calling one. False when it did not get the lock.
+    [[nodiscard]] bool lock(ThreadMark thread) noexcept { return try_lock(thread) || wait_for_lock(thread); }
+
+    /// thread: the calling one, which got the lock. It may have lost it since.
+    void unlock(ThreadMark thread) noexcept
     {
-        DWORD nobody = 0;
-        return m_owner.compare_exchange_strong(nobody, ::GetCurrentThreadId(), std::memory_order_acquire) ||
-               wait_for_lock();
+        if (!is_held_by(thread))
+            return;
+        m_turn.store(m_turn.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
+        m_owner.store(NO_THREAD, std::memory_order_release);
     }
 
-    void unlock() noexcept { m_owner.store(0, std::memory_order_release); }
-
-    /// True when the calling thread holds it.
-    bool is_mine() const noexcept { return m_owner.load(std::memory_order_relaxed) == ::GetCurrentThreadId(); }
+    bool is_held_by(ThreadMark thread) const noexcept { return m_owner.load(std::memory_order_relaxed) == thread; }
 
 private:
-    bool wait_for_lock() noexcept;
+    struct Holder;
 
-    std::atomic<DWORD> m_owner{0};
+    bool try_lock(ThreadMark thread) noexcept
+    {
+        ThreadMark nobody = NO_THREAD;
+        return m_owner.compare_exchange_strong(nobody, thread, std::memory_order_acquire);
+    }
+
+    bool wait_for_lock(ThreadMark thread) noexcept;
+    bool wait_briefly(ThreadMark thread) noexcept;
+    bool inherit(ThreadMark from, ThreadMark thread) noexcept;
+    bool end_wait(const Holder& first, ThreadMark thread) noexcept;
+    Holder holder() const noexcept;
+
+    std::atomic<ThreadMark> m_owner{NO_THREAD};
+    std::atomic<std::uint64_t> m_turn{1};       // how often it was given back or taken over
+    std::atomic<std::uint64_t> m_stuck_turn{0}; // the turn whose holder was waited for in vain
+    const State m_state;
 };
 
 /// Holds a lock, if it could be had, for a scope.
 class OwnerLockGuard
 {
 public:
-    explicit OwnerLockGuard(OwnerLock& lock) noexcept : m_lock(lock), m_held(lock.lock()) {}
+    explicit OwnerLockGuard(OwnerLock& lock) noexcept
+        : m_lock(lock), m_thread(current_thread_mark()), m_held(lock.lock(m_thread))
+    {
+    }
     OwnerLockGuard(const OwnerLockGuard&) = delete;
     OwnerLockGuard& operator=(const OwnerLockGuard&) = delete;
     ~OwnerLockGuard()
     {
         if (m_held)
-            m_lock.unlock();
+            m_lock.unlock(m_thread);
     }
 
     bool held() const noexcept { return m_held; }
 
 private:
     OwnerLock& m_lock;
+    ThreadMark m_thread;
     bool m_held;
 };
 } // namespace kor::win

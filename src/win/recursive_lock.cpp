@@ -2,29 +2,17 @@
 
 namespace kor::win
 {
-bool RecursiveLock::lock() noexcept
+bool RecursiveLock::lock(ThreadMark thread) noexcept
 {
-    if (!m_lock.is_mine())
-    {
-        if (!m_lock.lock())
-            return false;
-        // Whoever gives the lock back has set the depth to 0: another depth was left behind by a thread that has ended.
-        if (m_depth != 0)
-            m_orphaned = true;
-        m_depth = 0;
-        if (m_orphaned)
-        {
-            m_lock.unlock();
-            return false;
-        }
-    }
+    if (!m_lock.is_held_by(thread) && !m_lock.lock(thread))
+        return false;
     ++m_depth;
     return true;
 }
 
-void RecursiveLock::unlock() noexcept
+void RecursiveLock::unlock(ThreadMark thread) noexcept
 {
     if (--m_depth == 0)
-        m_lock.unlock();
+        m_lock.unlock(thread);
 }
 } // namespace kor::win

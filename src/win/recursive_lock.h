@@ -7,9 +7,7 @@
 
 namespace kor::win
 {
-/// A lock that its holder may take again. Waits like OwnerLock. What a thread was changing when it was terminated
-/// while it held the lock is not in order, and nobody can mend it: from then on the lock is orphaned and nobody
-/// gets it.
+/// A lock that its holder may take again. Waits like OwnerLock; what it guards is FRAGILE.
 class RecursiveLock
 {
 public:
@@ -17,33 +15,38 @@ public:
     RecursiveLock(const RecursiveLock&) = delete;
     RecursiveLock& operator=(const RecursiveLock&) = delete;
 
-    /// False when it gave up waiting, and when the lock is orphaned.
-    bool lock() noexcept;
-    void unlock() noexcept;
+    /// thread: the calling one. False when it gave up waiting, and when the lock is orphaned.
+    [[nodiscard]] bool lock(ThreadMark thread) noexcept;
+
+    /// thread: the calling one, which got the lock.
+    void unlock(ThreadMark thread) noexcept;
 
 private:
-    OwnerLock m_lock;
-    int m_depth = 0;         // only the holder looks at it
-    bool m_orphaned = false; // likewise
+    OwnerLock m_lock{OwnerLock::State::FRAGILE};
+    int m_depth = 0; // only the holder looks at it
 };
 
 /// Holds a lock, if it could be had, for a scope.
 class RecursiveGuard
 {
 public:
-    explicit RecursiveGuard(RecursiveLock& lock) noexcept : m_lock(lock), m_held(lock.lock()) {}
+    explicit RecursiveGuard(RecursiveLock& lock) noexcept
+        : m_lock(lock), m_thread(current_thread_mark()), m_held(lock.lock(m_thread))
+    {
+    }
     RecursiveGuard(const RecursiveGuard&) = delete;
     RecursiveGuard& operator=(const RecursiveGuard&) = delete;
     ~RecursiveGuard()
     {
         if (m_held)
-            m_lock.unlock();
+            m_lock.unlock(m_thread);
     }
 
     bool held() const noexcept { return m_held; }
 
 private:
     RecursiveLock& m_lock;
+    ThreadMark m_thread;
     bool m_held;
 };
 } // namespace kor::win

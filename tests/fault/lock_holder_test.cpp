@@ -28,6 +28,8 @@ using Lines = std::vector<std::string>;
 using Work = std::function<void()>;
 
 KOR_IMPORT(GetComputerNameW);
+KOR_IMPORT(GetCurrentThreadId);
+KOR_IMPORT(GetThreadTimes);
 KOR_IMPORT(LoadLibraryExW);
 KOR_IMPORT(OpenThread);
 KOR_IMPORT(WriteFile);
@@ -37,6 +39,7 @@ KOR_IMPORT(malloc);
 
 constexpr ULONGLONG LONGEST_WAIT_MS = 10'000;
 constexpr ULONGLONG LEEWAY_MS = 200;
+constexpr int FEW_SLEEPS = 100;
 
 // A thread inside of a lock -------------------------------------------------------
 /// A system call of the library in which one thread stays until it is told to go on.
@@ -377,6 +380,25 @@ TEST_F(LockHolder, IsWaitedForByTheClockThoughASleepTakesATick)
     m_halt.go_on();
 }
 
+TEST_F(LockHolder, IsWaitedForOnceByACrashHandler)
+{
+    Gatherer::Activate(true);
+    Kor_SessionLog::Activate(true);
+    Gatherer* const session = Gatherer::GetInstance();
+    Kor_SessionLog* const reporter = Kor_SessionLog::GetInstance();
+    ASSERT_TRUE(session != nullptr && reporter != nullptr);
+    const auto holder = start_holder("GetComputerNameW", [&] { session->gatherSystemInfo(); });
+    const DeniedThreads denied;
+    const SlowClock clock;
+    ASSERT_TRUE(denied.installed() && clock.installed());
+    reporter->createReport(nullptr);
+    Kor_SessionLogHost::saveState();
+    EXPECT_LE(clock.elapsed(), LONGEST_WAIT_MS + LEEWAY_MS);
+    m_halt.go_on();
+    holder->join();
+    Kor_SessionLogHost::destroy();
+}
+
 TEST_F(LockHolder, IsWaitedForThoughTheMachineSleptMeanwhile)
 {
     const auto holder = start_holder("WriteFile", [] { KorGLog.LogNoHeadline("first"); });
@@ -394,5 +416,320 @@ TEST_F(LockHolder, IsWaitedForThoughTheMachineSleptMeanwhile)
     on_another_thread([] { KorGLog.LogNoHeadline("second"); });
     EXPECT_GE(clock.sleeps(), static_cast<int>((LONGEST_WAIT_MS - 1000) / SlowClock::TICK_MS));
     m_halt.go_on();
+}
+
+TEST_F(LockHolder, OfTheLogFileThatDoesNotMoveIsWaitedForOnce)
+{
+    const auto holder = start_holder("WriteFile", [] { KorGLog.LogNoHeadline("first"); });
+    {
+        const DeniedThreads denied;
+        const SlowClock clock;
+        ASSERT_TRUE(denied.installed() && clock.installed());
+        on_another_thread([] { KorGLog.LogNoHeadline("second"); });
+        EXPECT_GE(clock.elapsed(), LONGEST_WAIT_MS);
+        const int sleeps = clock.sleeps();
+        on_another_thread([] { KorGLog.LogNoHeadline("third"); });
+        KorGLog.LogNoHeadline("fourth");
+        EXPECT_EQ(clock.sleeps(), sleeps);
+    }
+    m_halt.go_on();
+    holder->join();
+    KorGLog.LogNoHeadline("fifth");
+    EXPECT_EQ(m_directory.lines(), (Lines{"second", "third", "fourth", "first", "fifth"}));
+}
+
+TEST_F(LockHolder, ThatHasLostItsLockDoesNotGiveAnotherThreadsBack)
+{
+    const auto holder = start_holder("WriteFile", [] { KorGLog.LogNoHeadline("first"); });
+    Halt heirs;
+    const Halts halts(heirs);
+    std::unique_ptr<BoundedThread> heir;
+    {
+        const DeniedThreads denied;
+        const SlowClock clock;
+        ASSERT_TRUE(halts.installed() && denied.installed() && clock.installed());
+        heir = std::make_unique<BoundedThread>(
+            [&]
+            {
+                heirs.stop_me_at("WriteFile");
+                KorGLog.LogNoHeadline("second");
+            });
+        ASSERT_TRUE(heirs.wait_until_entered());
+    }
+    m_halt.go_on();
+    holder->join();
+    const DeniedThreads denied;
+    LockUser user(denied, [] { KorGLog.LogNoHeadline("third"); });
+    EXPECT_TRUE(user.waits());
+    heirs.go_on();
+    user.join();
+    heir->join();
+    EXPECT_EQ(m_directory.lines(), (Lines{"first", "second", "third"}));
+}
+
+TEST_F(LockHolder, ThatComesBackForAnotherTurnIsNotRobbed)
+{
+    Halt second_turn;
+    const auto holder = start_holder(
+        "WriteFile",
+        [&]
+        {
+            KorGLog.LogNoHeadline("first");
+            second_turn.stop_me_at("WriteFile");
+            KorGLog.LogNoHeadline("second");
+        });
+    const Halts halts(second_turn);
+    {
+        const DeniedThreads denied;
+        const SlowClock clock(
+            [&](int sleeps)
+            {
+                if (sleeps != 300)
+                    return;
+                m_halt.go_on();
+                EXPECT_TRUE(second_turn.wait_until_entered());
+            });
+        ASSERT_TRUE(denied.installed() && clock.installed());
+        on_another_thread([] { KorGLog.LogNoHeadline("goes without the lock"); });
+        EXPECT_GE(clock.elapsed(), LONGEST_WAIT_MS);
+    }
+    const DeniedThreads denied;
+    LockUser user(denied, [] { KorGLog.LogNoHeadline("third"); });
+    EXPECT_TRUE(user.waits());
+    second_turn.go_on();
+    user.join();
+    holder->join();
+    EXPECT_EQ(m_directory.lines(), (Lines{"first", "goes without the lock", "second", "third"}));
+}
+
+TEST_F(LockHolder, OfTheGathererThatDoesNotMoveIsWaitedForOnceAndThenItIsAsEver)
+{
+    Gatherer::Activate(true);
+    Gatherer* const session = Gatherer::GetInstance();
+    ASSERT_NE(session, nullptr);
+    const auto holder = start_holder("GetComputerNameW", [&] { session->gatherSystemInfo(); });
+    {
+        const DeniedThreads denied;
+        const SlowClock clock;
+        ASSERT_TRUE(denied.installed() && clock.installed());
+        EXPECT_EQ(session->getHistorySize(), 0u);
+        EXPECT_GE(clock.elapsed(), LONGEST_WAIT_MS);
+        const int sleeps = clock.sleeps();
+        EXPECT_EQ(session->getHistorySize(), 0u);
+        on_another_thread([&] { EXPECT_EQ(session->getHistorySize(), 0u); });
+        EXPECT_EQ(clock.sleeps(), sleeps);
+    }
+    m_halt.go_on();
+    holder->join();
+    EXPECT_EQ(session->getHistorySize(), 128u);
+    const auto next = std::make_unique<BoundedThread>([&] { session->gatherSystemInfo(); });
+    next->join();
+    EXPECT_EQ(session->getHistorySize(), 128u);
+}
+
+TEST_F(LockHolder, OfTheTimersThatDoesNotMoveKeepsThem)
+{
+    Kor_PerfmonTimers timers;
+    const auto holder = start_holder("_ftime64", [&] { EXPECT_EQ(timers.AddTimer("a"), 0); });
+    {
+        const DeniedThreads denied;
+        const SlowClock clock;
+        ASSERT_TRUE(denied.installed() && clock.installed());
+        EXPECT_EQ(timers.AddTimer("b"), 1);
+        EXPECT_LE(clock.elapsed(), LONGEST_WAIT_MS + LEEWAY_MS);
+    }
+    m_halt.go_on();
+    holder->join();
+    EXPECT_EQ(timers.AddTimer("b"), 0);
+    EXPECT_EQ(timers.Remove("a"), 1);
+}
+
+TEST_F(LockHolder, DoesNotWaitForItself)
+{
+    Hook<WriteFileImport>* own = nullptr;
+    Hook<WriteFileImport> writes(
+        [&](HANDLE file, const void* bytes, DWORD size, DWORD* done, OVERLAPPED* overlapped) -> BOOL
+        {
+            if (own->calls() == 1) // as a crash handler would, when this call crashed
+                KorGLog.LogNoHeadline("inner");
+            return own->original(file, bytes, size, done, overlapped);
+        });
+    own = &writes;
+    const SlowClock clock;
+    ASSERT_TRUE(writes.installed() && clock.installed());
+    on_another_thread([] { KorGLog.LogNoHeadline("outer"); });
+    EXPECT_EQ(clock.sleeps(), 0);
+    EXPECT_EQ(m_directory.lines(), (Lines{"inner", "outer"}));
+}
+
+TEST_F(LockHolder, LivesThoughTheSystemDoesNotTellWhenItBegan)
+{
+    const auto holder = start_holder("WriteFile", [] { KorGLog.LogNoHeadline("first"); });
+    const NamedEvent asked(unique_name("asked"));
+    Hook<GetThreadTimesImport> times(
+        [&](HANDLE thread, FILETIME*, FILETIME*, FILETIME*, FILETIME*) -> BOOL
+        {
+            if (thread != ::GetCurrentThread())
+                asked.set();
+            return FALSE;
+        });
+    ASSERT_TRUE(times.installed());
+    LockUser user(asked, [] { KorGLog.LogNoHeadline("second"); });
+    EXPECT_TRUE(user.waits());
+    m_halt.go_on();
+    user.join();
+}
+
+// A holder that has ended, and whose id another thread has -------------------------------
+/// Gives a living thread the id of one that has ended, as Windows may at any time.
+class ReusedId
+{
+public:
+    ReusedId(DWORD id, DWORD heir)
+        : m_current([id, heir]() -> DWORD { return ::GetCurrentThreadId() == heir ? id : ::GetCurrentThreadId(); }),
+          m_open(
+              [id, heir](DWORD access, BOOL inherit, DWORD thread) -> HANDLE
+              { return ::OpenThread(access, inherit, thread == id ? heir : thread); })
+    {
+    }
+
+    bool installed() const { return m_current.installed() && m_open.installed(); }
+
+private:
+    Hook<GetCurrentThreadIdImport> m_current;
+    Hook<OpenThreadImport> m_open;
+};
+
+/// Ends a thread inside of a lock; its id, 0 when that did not work.
+DWORD end_holder(Halt& halt, const char* function, Work hold)
+{
+    struct Holder
+    {
+        Halt& halt;
+        const char* function;
+        Work hold;
+    } holder{halt, function, std::move(hold)};
+    DWORD id = 0;
+    const HANDLE thread = ::CreateThread(
+        nullptr, 0,
+        [](void* raw) -> DWORD
+        {
+            auto& self = *static_cast<Holder*>(raw);
+            self.halt.stop_me_at(self.function);
+            self.hold();
+            return 0;
+        },
+        &holder, 0, &id);
+    if (!halt.wait_until_entered())
+        return 0;
+    ::TerminateThread(thread, 0);
+    const bool ended = ::WaitForSingleObject(thread, 10000) == WAIT_OBJECT_0;
+    ::CloseHandle(thread);
+    return ended ? id : 0;
+}
+
+enum ChildEnd
+{
+    GOOD = 7,
+    NOT_READY = 1,
+    WAITED = 2,
+    WRONG = 3
+};
+
+/// args: who uses the lock, "heir" or "another".
+/// use() is to return false when it went wrong.
+int use_after_end(const char* function, Work hold, const std::string& who, const std::function<bool()>& use)
+{
+    static Halt halt; // the thread that is ended stays in it
+    static Halts halts(halt);
+    const DWORD id = halts.installed() ? end_holder(halt, function, std::move(hold)) : 0;
+    if (id == 0)
+        return NOT_READY;
+    bool good = true;
+    const auto use_some_times = [&]
+    {
+        for (int i = 0; i < 3; ++i)
+            good = use() && good;
+    };
+    NamedEvent begin(unique_name("begin"));
+    std::atomic<DWORD> heirs_id{0};
+    NamedEvent known(unique_name("known"));
+    BoundedThread heir(
+        [&]
+        {
+            heirs_id = ::GetCurrentThreadId();
+            known.set();
+            begin.wait();
+            if (who == "heir")
+                use_some_times();
+        });
+    if (!known.wait())
+        return NOT_READY;
+    const ReusedId reused(id, heirs_id);
+    const SlowClock clock;
+    if (!reused.installed() || !clock.installed())
+        return NOT_READY;
+    if (who == "another")
+        on_another_thread(use_some_times);
+    begin.set();
+    heir.join();
+    if (clock.sleeps() > FEW_SLEEPS)
+        return WAITED;
+    return good ? GOOD : WRONG;
+}
+
+KOR_CHILD(writes_after_the_end_of_a_writer)
+{
+    KorGLog.Open("test.log", "viewer", false);
+    return use_after_end(
+        "WriteFile", [] { KorGLog.LogNoHeadline("is lost"); }, args[0],
+        [] { return KorGLog.LogNoHeadline("goes on") == 0; });
+}
+
+KOR_CHILD(reports_after_the_end_of_a_reporter)
+{
+    Gatherer::Activate(true);
+    static Gatherer* const session = Gatherer::GetInstance();
+    return use_after_end(
+        "GetComputerNameW", [] { session->gatherSystemInfo(); }, args[0],
+        [] { return session->getHistorySize() == 0; }); // which nobody can mend
+}
+
+KOR_CHILD(measures_after_the_end_of_a_measurer)
+{
+    static Kor_PerfmonTimers timers;
+    return use_after_end(
+        "_ftime64", [] { timers.AddTimer("a"); }, args[0], [] { return timers.AddTimer("b") == 1; }); // likewise
+}
+
+void expect_goes_on(const char* child, const LogDirectory& directory)
+{
+    for (const char* const who : {"heir", "another"})
+    {
+        ChildOptions options = directory.for_child();
+        options.arguments = {who};
+        const ChildResult result = run_child(child, options);
+        EXPECT_TRUE(result.finished) << who;
+        EXPECT_EQ(result.exit_code, static_cast<unsigned long>(GOOD)) << who;
+    }
+}
+
+TEST(EndedLockHolder, OfTheLogFileIsNotTakenForTheThreadThatHasItsId)
+{
+    const LogDirectory directory;
+    expect_goes_on("writes_after_the_end_of_a_writer", directory);
+    EXPECT_EQ(directory.lines(), Lines(6, "goes on"));
+}
+
+TEST(EndedLockHolder, OfTheGathererIsNotTakenForTheThreadThatHasItsId)
+{
+    const LogDirectory directory;
+    expect_goes_on("reports_after_the_end_of_a_reporter", directory);
+}
+
+TEST(EndedLockHolder, OfTheTimersIsNotTakenForTheThreadThatHasItsId)
+{
+    const LogDirectory directory;
+    expect_goes_on("measures_after_the_end_of_a_measurer", directory);
 }
 } // namespace
