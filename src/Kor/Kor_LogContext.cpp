@@ -13,6 +13,7 @@
 #include "core/bounded_text.h"
 #include "core/headline.h"
 #include "win/clock.h"
+#include "win/process_end.h"
 
 using kor::core::Buffer;
 using kor::win::OwnerLockGuard;
@@ -34,6 +35,21 @@ std::uint32_t written(int length, std::size_t size) noexcept
 {
     return static_cast<std::uint32_t>(length < 0 ? size - 1 : static_cast<std::size_t>(length));
 }
+
+/// UTC minus local time, in minutes.
+long bias_of_season() noexcept
+{
+    constexpr std::int64_t MS_PER_MINUTE = 60'000;
+    if (kor::win::process_is_ending())
+        return static_cast<long>(-kor::win::known_zone_offset_ms() / MS_PER_MINUTE);
+    TIME_ZONE_INFORMATION information{};
+    const DWORD season = ::GetTimeZoneInformation(&information);
+    if (season == TIME_ZONE_ID_STANDARD)
+        return information.Bias + information.StandardBias;
+    if (season == TIME_ZONE_ID_DAYLIGHT)
+        return information.Bias + information.DaylightBias;
+    return information.Bias;
+}
 } // namespace
 
 // Kor_LogMTVars ---------------------------------------------------------------------------------------
@@ -46,14 +62,7 @@ Kor_LogMTVars::Kor_LogMTVars()
       m_seen_thread(0), m_has_client(false), m_client{}, m_origin{}, m_client_length(0), m_origin_length(0),
       m_location_length(0)
 {
-    TIME_ZONE_INFORMATION information{};
-    const DWORD season = ::GetTimeZoneInformation(&information);
-    long bias = information.Bias;
-    if (season == TIME_ZONE_ID_STANDARD)
-        bias += information.StandardBias;
-    else if (season == TIME_ZONE_ID_DAYLIGHT)
-        bias += information.DaylightBias;
-    const kor::core::Zone zone = kor::core::zone_of_bias(bias);
+    const kor::core::Zone zone = kor::core::zone_of_bias(bias_of_season());
     m_zone_sign = zone.sign;
     m_zone_hours = zone.hours;
     m_zone_minutes = zone.minutes;
@@ -69,8 +78,7 @@ void Kor_LogMTVars::UpdateTime() noexcept
     if (now == m_time_taken_at)
         return;
     m_time_taken_at = now;
-    SYSTEMTIME local;
-    ::GetLocalTime(&local);
+    const SYSTEMTIME local = kor::win::local_system_time(now);
     std::memcpy(&m_time, &local, sizeof m_time);
 }
 

@@ -19,12 +19,14 @@
 #include "core/monitor_line.h"
 #include "general_log.h"
 #include "win/append_file.h"
+#include "win/clock.h"
 #include "win/console.h"
 #include "win/format.h"
 #include "win/guarded_call.h"
 #include "win/kept_errors.h"
 #include "win/owner_lock.h"
 #include "win/path.h"
+#include "win/process_end.h"
 #include "win/text.h"
 
 using kor::LEVEL_DEBUG;
@@ -90,6 +92,8 @@ std::int64_t Kor_PerfmonTimerData::GetTime() noexcept
 
 std::uint64_t Kor_PerfmonTimerData::GetTickCount() noexcept
 {
+    if (kor::win::process_is_ending())
+        return kor::win::milliseconds_since_1970(); // the same, without asking for the zone
     constexpr std::uint64_t MS_PER_SECOND = 1000;
     struct __timeb64 time;
     ::_ftime64(&time);
@@ -552,8 +556,7 @@ void set_colour_of_level(int level) noexcept
 
 kor::core::LocalTime local_time() noexcept
 {
-    SYSTEMTIME now{};
-    ::GetLocalTime(&now);
+    const SYSTEMTIME now = kor::win::local_system_time();
     return {now.wYear, now.wMonth, now.wDay, now.wHour, now.wMinute, now.wSecond, now.wMilliseconds};
 }
 } // namespace

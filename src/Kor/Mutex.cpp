@@ -3,6 +3,7 @@
 #include <windows.h>
 
 #include "Kor_LogFile.h"
+#include "win/process_end.h"
 
 namespace
 {
@@ -35,9 +36,18 @@ void report(const char* function, int line, const char* text)
 }
 } // namespace
 
-void Mutex::Lock() { m_lock.acquire(); }
+// A process that is ending has one thread, and what others held they hold for good.
+void Mutex::Lock()
+{
+    if (!kor::win::process_is_ending())
+        m_lock.acquire();
+}
 
-void Mutex::Unlock() { m_lock.release(); }
+void Mutex::Unlock()
+{
+    if (!kor::win::process_is_ending())
+        m_lock.release();
+}
 
 ThreadAPI_RecursiveMutex::ThreadAPI_RecursiveMutex() : m_handle(::CreateMutexA(nullptr, FALSE, nullptr))
 {

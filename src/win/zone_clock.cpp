@@ -2,6 +2,9 @@
 
 #include <windows.h>
 
+#include "win/clock.h"
+#include "win/process_end.h"
+
 namespace kor::win
 {
 namespace
@@ -22,9 +25,11 @@ std::int64_t ms_since_1970(const FILETIME& time) noexcept
     return static_cast<std::int64_t>(units) / UNITS_PER_MS - MS_FROM_1601_TO_1970;
 }
 
-/// Local time minus UTC, 0 where Windows cannot tell.
+/// Local time minus UTC, 0 where Windows cannot tell. Once the process is ending, that of the present.
 std::int64_t offset_at(std::int64_t utc) noexcept
 {
+    if (process_is_ending())
+        return known_zone_offset_ms();
     const FILETIME time = file_time_of(utc);
     FILETIME local_time{};
     SYSTEMTIME universal{};

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <windows.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <memory>
 #include <thread>
@@ -137,6 +138,64 @@ TEST(LogExit, AProcessThatEndsWhileThreadsWriteEndsWithWholeLinesAndItsBanner)
                 << way << ": " << line;
         }
     }
+}
+
+/// args: the way out.
+KOR_CHILD(ends_while_threads_write_lines_with_a_time)
+{
+    KorGLog.Open("test.log", "viewer");
+    std::atomic<int> running{0};
+    for (int i = 0; i < 4; ++i)
+    {
+        std::thread(
+            [i, &running]
+            {
+                for (bool first = true;; first = false)
+                {
+                    KorGLog.StoreParams("host", "thread", i, 3, 17);
+                    KorGLog.Log("writes a line");
+                    running += first;
+                }
+            })
+            .detach();
+    }
+    while (running < 4)
+        ::Sleep(1);
+    if (args[0] == "return")
+        return 7;
+    ::ExitProcess(7);
+}
+
+/// scripts/soak.sh sets another number.
+int number_of_ends()
+{
+    constexpr int USUAL = 40;
+    const char* const wanted = std::getenv("LUMLOG_TEST_ENDS");
+    return wanted == nullptr ? USUAL : std::atoi(wanted);
+}
+
+TEST(LogExit, ProcessesEndInTimeWhileTheirThreadsWriteLinesWithATime)
+{
+    const int ends = number_of_ends();
+    int hung = 0;
+    int without_banner = 0;
+    for (int i = 0; i < ends; ++i)
+    {
+        const LogDirectory directory;
+        ChildOptions options = directory.for_child();
+        options.arguments = {i % 2 == 0 ? "ExitProcess" : "return"};
+        const ChildResult child = run_child("ends_while_threads_write_lines_with_a_time", options);
+        hung += !child.finished;
+        const Lines lines = directory.lines();
+        without_banner += lines.empty() || lines.back() != END_BANNER;
+        if ((i + 1) % 100 == 0 || i + 1 == ends)
+        {
+            std::printf("%d ends: %d hung, %d without the end banner\n", i + 1, hung, without_banner);
+            std::fflush(stdout);
+        }
+    }
+    EXPECT_EQ(hung, 0);
+    EXPECT_EQ(without_banner, 0);
 }
 
 /// Threads that stop, for good, inside a write of the log.

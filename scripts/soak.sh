@@ -1,0 +1,66 @@
+#!/usr/bin/env bash
+# Looks for what happens once in a thousand times: soaks run for minutes and print figures.
+#
+#   scripts/soak.sh [--times N] [NAME...]
+#
+# All of them, one after the other, where none is named:
+#   ends    processes that end while their threads write; how many hung, or left no end banner (1000 times)
+# --times: how often instead, for each of them.
+#
+# The exit status is 0 when all went well.
+
+. "$(dirname "${BASH_SOURCE[0]}")/lib/setup.sh"
+
+all_soaks=(ends)
+soaks=()
+times=
+preset=mingw-release
+
+# run_case PROGRAM CASE: one case of a test program, and what it tells of its rounds.
+run_case()
+{
+    "$project_dir/scripts/lib/wine-run.sh" "$build_dir/$preset/wine" "$build_dir/$preset/bin/$1.exe" \
+        "--gtest_filter=$2" 2>&1 | tr -d '\r' | { grep --line-buffered -E '^[0-9]+ |: Failure' || true; }
+}
+
+soak_ends()
+{
+    export LUMLOG_TEST_ENDS=${times:-1000}
+    run_case process_tests LogExit.ProcessesEndInTimeWhileTheirThreadsWriteLinesWithATime
+}
+
+while [ $# -gt 0 ]; do
+    case $1 in
+        --times)
+            [[ "${2:-}" =~ ^[1-9][0-9]*$ ]] || fail "--times needs a number."
+            times=$2
+            shift
+            ;;
+        -h | --help)
+            sed -n '2,/^$/s/^# \{0,1\}//p' "${BASH_SOURCE[0]}"
+            exit 0
+            ;;
+        *)
+            [[ " ${all_soaks[*]} " = *" $1 "* ]] || fail "There is no soak called $1; see $0 --help."
+            soaks+=("$1")
+            ;;
+    esac
+    shift
+done
+[ ${#soaks[@]} -gt 0 ] || soaks=("${all_soaks[@]}")
+
+ensure_packages "${base_packages[@]}" "${test_packages[@]}"
+ensure_dependencies ace xerces-c googletest
+ensure_java
+configure_preset "$preset" || fail "The build could not be set up."
+build_preset "$preset" || fail "The tests could not be built."
+
+failed=0
+for soak in "${soaks[@]}"; do
+    began=$SECONDS
+    say ""
+    say "== $soak"
+    "soak_$soak" || failed=1
+    say "    took $((SECONDS - began)) s"
+done
+exit "$failed"
