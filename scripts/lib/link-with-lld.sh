@@ -16,4 +16,5 @@ while [ $# -gt 0 ]; do
     esac
     shift
 done
-exec ld.lld-14 "${arguments[@]}"
+# The stack that programs get from GCC's linker; LLD would give them half of it.
+exec ld.lld-14 --stack=0x200000 "${arguments[@]}"

@@ -105,12 +105,28 @@ enum class FileState
     Readable
 };
 
-/// Opens a file that another process may be replacing. It sees that file to its end, or the one that came before.
+kor::win::OwnedFile open_sharing(const wchar_t* path, DWORD sharing) noexcept
+{
+    return kor::win::OwnedFile(
+        ::CreateFileW(path, GENERIC_READ, sharing, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+}
+
+/// Opens a file that another process may be replacing. It sees that file to its end, or the one that came before. A file
+/// that is written over in place is waited for; one that somebody keeps open for writing is read all the same.
 kor::win::OwnedFile open_shared(const wchar_t* path) noexcept
 {
-    return kor::win::OwnedFile(::CreateFileW(
-        path, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING,
-        FILE_ATTRIBUTE_NORMAL, nullptr));
+    constexpr DWORD PAUSE_MS = 10;
+    constexpr DWORD NO_WRITER = FILE_SHARE_READ | FILE_SHARE_DELETE;
+    const ULONGLONG end = ::GetTickCount64() + kor::win::OutputFile::SHORTLY_MS;
+    for (;;)
+    {
+        kor::win::OwnedFile file = open_sharing(path, NO_WRITER);
+        if (file || ::GetLastError() != ERROR_SHARING_VIOLATION)
+            return file;
+        if (::GetTickCount64() >= end)
+            return open_sharing(path, NO_WRITER | FILE_SHARE_WRITE);
+        ::Sleep(PAUSE_MS); // nothing tells when a writer is done
+    }
 }
 
 FileState state_of(const kor::win::OwnedFile& file) noexcept

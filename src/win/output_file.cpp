@@ -15,6 +15,22 @@ std::wstring full_path(const wchar_t* path)
     result.resize(::GetFullPathNameW(path, static_cast<DWORD>(result.size()), result.data(), nullptr));
     return result;
 }
+
+/// What readers can be in the way of, again and again until it is done or SHORTLY_MS are over.
+template <class Step>
+bool try_shortly(Step step)
+{
+    constexpr DWORD PAUSE_MS = 10;
+    const ULONGLONG end = ::GetTickCount64() + OutputFile::SHORTLY_MS;
+    for (;;)
+    {
+        if (step())
+            return true;
+        if (::GetTickCount64() >= end)
+            return false;
+        ::Sleep(PAUSE_MS); // nothing tells when a reader is done
+    }
+}
 } // namespace
 
 OutputFile OutputFile::create(const wchar_t* path) noexcept
@@ -79,7 +95,6 @@ OutputFile::Replaced OutputFile::replace(const wchar_t* path)
 
 bool OutputFile::rename(const wchar_t* path)
 {
-    constexpr DWORD PAUSE_MS = 10;
     const std::wstring name = full_path(path);
     const std::size_t length = name.size() * sizeof(wchar_t);
     const std::size_t size = sizeof(FILE_RENAME_INFO) + length;
@@ -91,15 +106,12 @@ bool OutputFile::rename(const wchar_t* path)
 
     if (!set_vanishing(false)) // a file that is about to go cannot be renamed
         return false;
-    const ULONGLONG end = ::GetTickCount64() + SHORTLY_MS;
-    for (;;)
-    {
-        if (::SetFileInformationByHandle(m_file.get(), FileRenameInfo, rename, static_cast<DWORD>(size)))
-            return true;
-        if (::GetTickCount64() >= end)
-            break;
-        ::Sleep(PAUSE_MS); // nothing tells when a reader is done
-    }
+    if (try_shortly(
+            [&] {
+                return ::SetFileInformationByHandle(m_file.get(), FileRenameInfo, rename, static_cast<DWORD>(size)) !=
+                       FALSE;
+            }))
+        return true;
     set_vanishing(true);
     return false;
 }
@@ -107,9 +119,15 @@ bool OutputFile::rename(const wchar_t* path)
 /// Two cannot do so at once: the second finds the file in use.
 bool OutputFile::copy_over(const wchar_t* path) noexcept
 {
-    OutputFile old(::CreateFileW(
-        path, GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL,
-        nullptr));
+    OutputFile old(INVALID_HANDLE_VALUE);
+    try_shortly(
+        [&]
+        {
+            old = OutputFile(::CreateFileW(
+                path, GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL,
+                nullptr));
+            return old.is_open() || ::GetLastError() != ERROR_SHARING_VIOLATION;
+        });
     LARGE_INTEGER old_size{};
     LARGE_INTEGER size{};
     if (!old.is_open() || !::GetFileSizeEx(old.m_file.get(), &old_size) || !::GetFileSizeEx(m_file.get(), &size))

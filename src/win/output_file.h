@@ -37,7 +37,7 @@ public:
     };
 
     /// Gives a successor the name path and closes it. While somebody has the old file open without letting it be
-    /// deleted, this has to wait, for SHORTLY_MS at most; then the old file is written over.
+    /// deleted, this has to wait, for SHORTLY_MS at most; then the old file is written over, which may wait as long again.
     Replaced replace(const wchar_t* path);
 
     static constexpr DWORD SHORTLY_MS = 500;

@@ -298,9 +298,9 @@ def a_file_name_of_null_is_a_file_that_cannot_be_opened(run):
     expect("standard output", outcome.said, ["open: 0", "open again: 0", "close: 0"])
     report = f"Failed to open log file [{windows_path(run.logs)}/]"
     expect("report", outcome.complained[0][:len(report)], report)
-    outcome.complained[0] = outcome.complained[0][len(report):]
+    outcome.complained[0] = outcome.complained[0][len(report):] # nothing: what comes next begins a line
     expect("standard error", masked(outcome.complained),
-           [START, debug("main", "Openings(5) main", "still open "), END])
+           ["", START, debug("main", "Openings(5) main", "still open "), END])
     expect("files", outcome.files, ["logger"])
 
 
