@@ -396,8 +396,7 @@ struct PagesOfTheView
 {
     PagesOfTheView(SIZE_T page, std::function<void(MEMORY_BASIC_INFORMATION&)> change)
         : hook(
-              [this, page,
-               change = std::move(change)](LPCVOID at, PMEMORY_BASIC_INFORMATION region, SIZE_T size) -> SIZE_T
+              [page, change = std::move(change)](LPCVOID at, PMEMORY_BASIC_INFORMATION region, SIZE_T size) -> SIZE_T
               {
                   const SIZE_T result = ::VirtualQuery(at, region, size);
                   const auto before = static_cast<SIZE_T>(

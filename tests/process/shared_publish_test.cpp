@@ -216,14 +216,14 @@ TEST(SharedBlockPublish, APublisherWaitsForTheOneWhoseTurnItIs)
     {
         Machine machine;
         StoppedPublisher slow(machine.file(1));
-        const std::string name = unique_name("waiting");
+        const std::string name = unique_name("second");
         const NamedEvent waiting(name + "-waiting");
-        const auto waiting = start_publisher(
+        const auto second = start_publisher(
             name, row.what, row.what == std::string("file") ? machine.file(row.level) : std::to_string(row.level));
         ASSERT_TRUE(waiting.wait()) << row.what;
         EXPECT_EQ(machine.level(), 4) << row.what;
         slow.finish();
-        EXPECT_EQ(output_of(*waiting), "turns=1 longest=2000 wait=0\n") << row.what;
+        EXPECT_EQ(output_of(*second), "turns=1 longest=2000 wait=0\n") << row.what;
         machine.expect_all_at(row.level);
     }
 }
