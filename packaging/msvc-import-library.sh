@@ -4,10 +4,11 @@
 set -euo pipefail
 objdump=$1 dlltool=$2 dll=$3 library=$4
 
+# The tables of GNU's objdump and of LLVM's.
 exported=$("$objdump" -p "$dll" | awk '
     /^\[Ordinal\/Name Pointer\] Table/ { names = 1; next }
     names && !/^\t\[/ { names = 0 }
-    names { print $NF }' | LC_ALL=C sort | grep -E '^(lum_|OpenLog$|WriteLog$)')
+    names || /^ +[0-9]+ +0x[0-9a-f]+ +[A-Za-z_]+$/ { print $NF }' | LC_ALL=C sort -u | grep -E '^(lum_|OpenLog$|WriteLog$)')
 {
     printf 'LIBRARY %s\nEXPORTS\n' "$(basename "$dll")"
     # The one object among the functions.
