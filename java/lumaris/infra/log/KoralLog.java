@@ -1,5 +1,12 @@
 package lumaris.infra.log;
 
+import java.lang.invoke.MethodHandle;
+import java.lang.invoke.MethodHandles;
+import java.lang.invoke.MethodType;
+import java.util.Iterator;
+import java.util.function.Function;
+import java.util.stream.Stream;
+
 /**
  * The way into the log for Java programs: one process, one log, shared with whatever native code logs in it.
  *
@@ -122,12 +129,89 @@ public final class KoralLog
     /** The first frame outside this class; null on a virtual machine that keeps no stack traces. */
     private static StackTraceElement findCaller()
     {
+        if (StackWalking.WALK != null)
+        {
+            try
+            {
+                Object caller = (Object)StackWalking.WALK.invokeExact((Function<?, ?>)StackWalking.TO_CALLER);
+                if (caller != null)
+                    return (StackTraceElement)caller;
+            }
+            catch (Throwable noStack) // then a trace, which is what there was before there were walks
+            {
+            }
+        }
         for (StackTraceElement frame : new Throwable().getStackTrace())
         {
-            if (!frame.getClassName().equals(KoralLog.class.getName()))
+            if (!isOwn(frame.getClassName()))
                 return frame;
         }
         return null;
+    }
+
+    private static boolean isOwn(String className)
+    {
+        return className.equals(KoralLog.class.getName());
+    }
+
+    /**
+     * From Java 9 on, a stack's frames are made one by one as they are looked at, where a trace makes all of them, however
+     * deep the stack is. By name, as this class also compiles for Java 8; and made when the first caller is looked for, as
+     * the start of a program has better to do.
+     */
+    private static final class StackWalking implements Function<Stream<?>, Object>
+    {
+        static final StackWalking TO_CALLER = new StackWalking();
+        static final MethodHandle WALK; // (Function) -> Object; null on Java 8
+        private static final MethodHandle CLASS_NAME; // (Object) -> String, of a frame
+        private static final MethodHandle ELEMENT; // (Object) -> StackTraceElement, of a frame
+
+        static
+        {
+            MethodHandle walk = null;
+            MethodHandle className = null;
+            MethodHandle element = null;
+            try
+            {
+                Class<?> walker = Class.forName("java.lang.StackWalker");
+                Class<?> option = Class.forName("java.lang.StackWalker$Option");
+                Class<?> frame = Class.forName("java.lang.StackWalker$StackFrame");
+                MethodHandles.Lookup lookup = MethodHandles.publicLookup();
+                className = lookup.findVirtual(frame, "getClassName", MethodType.methodType(String.class))
+                    .asType(MethodType.methodType(String.class, Object.class));
+                element = lookup.findVirtual(frame, "toStackTraceElement", MethodType.methodType(StackTraceElement.class))
+                    .asType(MethodType.methodType(StackTraceElement.class, Object.class));
+                // A caller by reflection is the runtime's method, as it is in a trace.
+                Object all = option.getField("SHOW_REFLECT_FRAMES").get(null);
+                walk = lookup.findVirtual(walker, "walk", MethodType.methodType(Object.class, Function.class))
+                    .bindTo(walker.getMethod("getInstance", option).invoke(null, all));
+            }
+            catch (ReflectiveOperationException | RuntimeException unknown)
+            {
+            }
+            WALK = walk;
+            CLASS_NAME = className;
+            ELEMENT = element;
+        }
+
+        /** The first frame outside the log's class; null where that can't be found out. */
+        @Override
+        public Object apply(Stream<?> frames)
+        {
+            try
+            {
+                for (Iterator<?> each = frames.iterator(); each.hasNext();)
+                {
+                    Object frame = each.next();
+                    if (!isOwn((String)CLASS_NAME.invokeExact(frame)))
+                        return (StackTraceElement)ELEMENT.invokeExact(frame);
+                }
+            }
+            catch (Throwable failed) // the methods that are called here declare nothing
+            {
+            }
+            return null;
+        }
     }
 
     private static String placeOf(StackTraceElement caller)
