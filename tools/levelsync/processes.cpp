@@ -14,7 +14,7 @@ std::string application_of(const Tool&, unsigned long process)
     if (!is_valid(handle) || ::QueryFullProcessImageNameW(handle.get(), 0, path.data(), &size) == FALSE)
         throw Failure(
             "No process " + std::to_string(process) + " runs, or it cannot be looked at.",
-            "LevelSync ps shows the processes; --app NAME says the application without looking.");
+            "--app NAME says the application without looking.");
     path.resize(size);
     path.erase(0, path.find_last_of(L'\\') + 1);
     path.resize(std::min(path.find_last_of(L'.'), path.size()));
