@@ -30,7 +30,9 @@ int library(char* buffer, std::size_t size, const char* format, ...)
 {
     std::va_list args;
     va_start(args, format);
-    const int length = std::vsnprintf(buffer, size, format, args);
+    // By a pointer, which compilers do not check the format of.
+    int (*const print)(char*, std::size_t, const char*, std::va_list) = &std::vsnprintf;
+    const int length = print(buffer, size, format, args);
     va_end(args);
     return length;
 }
