@@ -90,7 +90,8 @@ inline std::size_t give(std::string_view text, char* buffer, std::size_t size) n
     if (length < text.size())
         for (int back = 0; back < 3 && length > 0 && continues(length); ++back)
             --length;
-    std::memcpy(buffer, text.data(), length);
+    if (length != 0) // an empty text may have no address, which memcpy must not be given
+        std::memcpy(buffer, text.data(), length);
     buffer[length] = '\0';
     return text.size();
 }
