@@ -47,6 +47,6 @@ configure_package_config_file(cmake/LUMlogConfig.cmake.in ${PROJECT_BINARY_DIR}/
                               INSTALL_DESTINATION ${package_dir}
                               PATH_VARS CMAKE_INSTALL_LIBDIR CMAKE_INSTALL_BINDIR CMAKE_INSTALL_INCLUDEDIR)
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/package/LUMlogConfigVersion.cmake
-                                 COMPATIBILITY SameMinorVersion)
+                                 COMPATIBILITY SameMinorVersion ARCH_INDEPENDENT)
 install(FILES ${PROJECT_BINARY_DIR}/package/LUMlogConfig.cmake
               ${PROJECT_BINARY_DIR}/package/LUMlogConfigVersion.cmake DESTINATION ${package_dir})

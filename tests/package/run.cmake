@@ -48,6 +48,34 @@ endfunction()
 build_and_run(consumer ${CONSUMER_DIR})
 expect(consumer "${printed}" "linked with LUMlog; a package has 10000 message codes")
 
+# expect_refusal(NAME SENTENCE LINE...): a project that begins with these lines does not find the package, and is told why.
+function(expect_refusal name sentence)
+    set(source ${WORK_DIR}/${name})
+    string(JOIN "\n" lines "cmake_minimum_required(VERSION 3.20)" "project(refused LANGUAGES NONE)" ${ARGN})
+    file(WRITE ${source}/CMakeLists.txt "${lines}\n")
+    execute_process(
+        COMMAND ${CMAKE_COMMAND} -S ${source} -B ${source}/build -D CMAKE_PREFIX_PATH=${prefix}
+        OUTPUT_VARIABLE printed
+        ERROR_VARIABLE printed
+        RESULT_VARIABLE result)
+    string(REGEX REPLACE "[ \n]+" " " printed "${printed}") # CMake breaks its lines where it likes
+    if(result EQUAL 0)
+        message(FATAL_ERROR "${name}: found what cannot be linked\n${printed}")
+    endif()
+    expect(${name} "${printed}" "${sentence}")
+endfunction()
+
+set(find "find_package(LUMlog ${VERSION} CONFIG REQUIRED)")
+expect_refusal(linux "x86-64 processors, and this compiler makes programs for Linux\\." "set(CMAKE_SYSTEM_NAME Linux)"
+               "unset(WIN32)" "${find}")
+expect_refusal(bits "x86-64 processors, and this compiler makes 32-bit programs\\." "set(WIN32 TRUE)"
+               "set(CMAKE_SIZEOF_VOID_P 4)" "${find}")
+expect_refusal(arm "x86-64 processors, and this compiler makes programs for ARM processors\\." "set(WIN32 TRUE)"
+               "set(CMAKE_SIZEOF_VOID_P 8)" "set(CMAKE_CXX_COMPILER_ARCHITECTURE_ID ARM64)" "${find}")
+expect_refusal(classes "LUMlog::LUMlog, with the exported classes, needs MinGW-w64" "set(WIN32 TRUE)"
+               "set(CMAKE_SIZEOF_VOID_P 8)" "set(MSVC TRUE)"
+               "find_package(LUMlog ${VERSION} CONFIG REQUIRED COMPONENTS LUMlog)")
+
 # run_tool(PROGRAM ARGUMENT...): a script on this machine; leaves its status and what it said in `status` and `printed`.
 function(run_tool)
     execute_process(COMMAND ${ARGN} TIMEOUT 60 OUTPUT_VARIABLE printed ERROR_VARIABLE printed RESULT_VARIABLE status)
