@@ -23,6 +23,20 @@ void report_missing_memory(const std::string& declaration)
     if (KorGLog.StoreParams("Kor_Legend", "Kor_Legend::Register", __LINE__, LEVEL_ERROR, KOR_PACKAGE_LIBRARY) != 0)
         KorGLog.Log("No memory to register an enumeration: %.200s\n", declaration.c_str());
 }
+
+/// Such a declaration is registered all the same, under names that nobody will ask for.
+void report_misread_name(std::string_view name, std::string_view family)
+{
+    constexpr int LEVEL_WARNING = 4;
+    if (KorGLog.StoreParams("Kor_Legend", "Kor_Legend::Register", __LINE__, LEVEL_WARNING, KOR_PACKAGE_LIBRARY) == 0)
+        return;
+    constexpr std::size_t SHOWN = 100;
+    KorGLog.Log(
+        "Enumeration [%.*s] is registered with the name [%.*s], which is none. A declaration begins with \"enum\" "
+        "or \"enum class\" and one blank, has no base type, and stands on one line.\n",
+        static_cast<int>(std::min(family.size(), SHOWN)), family.data(), static_cast<int>(std::min(name.size(), SHOWN)),
+        name.data());
+}
 } // namespace
 
 /// One enumeration. Where a key comes twice, the first entry stays.
@@ -132,11 +146,15 @@ Kor_Legend::Outcome Kor_Legend::process_enums(std::string_view list, std::string
     const auto entries = std::count(list.begin(), list.end(), ',') + 1;
     const int buckets =
         GetNextPrimeInPrimesArr(static_cast<int>(std::min<std::ptrdiff_t>(entries, std::numeric_limits<int>::max())));
-    Family& family = *m_families.insert_or_assign(std::move(name), std::make_unique<Family>(buckets)).first->second;
+    const auto entry = m_families.insert_or_assign(std::move(name), std::make_unique<Family>(buckets)).first;
+    Family& family = *entry->second;
 
     kor::core::EnumPieces pieces(list);
     std::string_view piece;
     int value = 0;
+    bool is_misread = !kor::core::is_identifier(entry->first);
+    if (is_misread)
+        report_misread_name(entry->first, entry->first);
     while (pieces.next(piece))
     {
         if (kor::core::is_empty_piece(piece))
@@ -144,7 +162,13 @@ Kor_Legend::Outcome Kor_Legend::process_enums(std::string_view list, std::string
         const EnumValueError error = kor::core::parse_enum_value(piece, value);
         if (error != EnumValueError::NONE)
             return error == EnumValueError::NOT_A_NUMBER ? Outcome::NotANumber : Outcome::OutOfRange;
-        family.add(kor::core::trim_enum_spaces(piece), value);
+        piece = kor::core::trim_enum_spaces(piece);
+        family.add(piece, value);
+        if (!is_misread && !kor::core::is_identifier(piece))
+        {
+            is_misread = true;
+            report_misread_name(piece, entry->first);
+        }
         value = kor::core::next_enum_value(value);
     }
     return Outcome::Registered;

@@ -88,6 +88,17 @@ std::string_view trim_enum_spaces(std::string_view piece) noexcept
     return first == NONE ? piece : piece.substr(first, piece.find_last_not_of(" \t") - first + 1);
 }
 
+bool is_identifier(std::string_view text) noexcept
+{
+    const auto is_digit = [](char c) { return c >= '0' && c <= '9'; };
+    const auto is_letter = [](char c) {
+        return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_' ||
+               (static_cast<unsigned char>(c) & 0x80) != 0;
+    };
+    return !text.empty() && !is_digit(text.front()) &&
+           std::all_of(text.begin(), text.end(), [&](char c) { return is_letter(c) || is_digit(c); });
+}
+
 int next_enum_value(int value) noexcept
 {
     return value == std::numeric_limits<int>::max() ? std::numeric_limits<int>::min() : value + 1;

@@ -47,6 +47,9 @@ EnumValueError parse_enum_value(std::string_view& piece, int& value) noexcept;
 /// Without blanks and tabs at both ends; but a text of nothing else stays as it is.
 std::string_view trim_enum_spaces(std::string_view piece) noexcept;
 
+/// Whether a compiler would take the text for a name. Bytes beyond ASCII count as letters.
+bool is_identifier(std::string_view text) noexcept;
+
 /// The next value of a running number; after the largest int comes the smallest.
 int next_enum_value(int value) noexcept;
 

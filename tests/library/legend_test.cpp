@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <climits>
 #include <iterator>
@@ -234,6 +235,51 @@ TEST(Legend, AHundredThousandEntriesAreAllFound)
         EXPECT_EQ(found("Large", "ENTRY_" + std::to_string(i)), "ENTRY_" + std::to_string(i) + '=' + std::to_string(i));
         EXPECT_EQ(legend().ToString("enum Large", i), "ENTRY_" + std::to_string(i));
     }
+}
+
+TEST(Legend, ADeclarationThatIsReadOtherwiseThanByACompilerIsRegisteredWithALine)
+{
+    struct Row
+    {
+        const char* declaration;
+        const char* family;
+        const char* name; ///< the first that is none
+    };
+    const Row rows[] = {
+        {"enum class R1 : int {A, B}", "R1", ": int {A"},
+        {"enum R2 : int {A}", "R2", ": int {A"},
+        {"enum  R3 {A}", "", ""},
+        {"enum struct R4 {A}", "struct", "R4 {A"},
+        {"enum R5\n{A}", "R5", "\n{A"},
+        {"typedef enum R6 {A} R6", "R6", "enum R6 {A} R6"},
+        {"enum Ns::R7 {A}", "Ns::R7", "Ns::R7"},
+        {"enum R8 {A, /* last */ B, C-}", "R8", "/* last */ B"},
+    };
+    const LogDirectory directory;
+    KorGLog.Open("test.log", "viewer", false);
+    std::size_t read = 0;
+    for (const Row& row : rows)
+    {
+        EXPECT_TRUE(legend().Register(row.declaration)) << row.declaration;
+        const std::string text = directory.text().substr(read);
+        read += text.size();
+        EXPECT_NE(text.find(" WARNING (106) viewer ("), std::string::npos) << text;
+        EXPECT_EQ(
+            text.substr(std::min(text.find(" -> "), text.size())),
+            std::string(" -> Enumeration [") + row.family + "] is registered with the name [" + row.name +
+                "], which is none. A declaration begins with \"enum\" or \"enum class\" and one blank, has no base "
+                "type, "
+                "and stands on one line.\n");
+    }
+}
+
+TEST(Legend, ADeclarationThatIsReadAsByACompilerIsRegisteredWithoutALine)
+{
+    const LogDirectory directory;
+    KorGLog.Open("test.log", "viewer", false);
+    for (const char* declaration : {"enum S1 {}", "enum S2{A}", "enum class S3 { A = 3, , _b, };", "enum\tS4 {A}"})
+        EXPECT_TRUE(legend().Register(declaration)) << declaration;
+    EXPECT_EQ(directory.text(), "");
 }
 
 TEST(Legend, WithoutMemoryADeclarationIsRefusedWithALine)

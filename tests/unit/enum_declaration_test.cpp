@@ -207,6 +207,19 @@ TEST(TrimEnumSpaces, ATextOfNothingElseStaysAsItIs)
     EXPECT_EQ(trim_enum_spaces("\t  "), "\t  ");
 }
 
+TEST(IsIdentifier, ANameIsWhatACompilerWouldTake)
+{
+    for (const char* name : {"A", "a1", "_", "_1", "Color", "zZ9", "\xC3\xA4rmel"})
+        EXPECT_TRUE(is_identifier(name)) << name;
+}
+
+TEST(IsIdentifier, AnythingElseIsNone)
+{
+    for (const char* text :
+         {"", " ", "1", "9a", "A B", " A", "A\n", ": int {A", "Ns::A", "A{", "-", "A=", "@", "[", "`"})
+        EXPECT_FALSE(is_identifier(text)) << text;
+}
+
 TEST(NextEnumValue, CountsOnAndFromTheLargestToTheSmallest)
 {
     EXPECT_EQ(next_enum_value(-1), 0);
