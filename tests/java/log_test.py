@@ -52,14 +52,16 @@ class Run:
             # Prints what native code does wrong with its Java machine.
             "-Xcheck:jni", "-XX:ErrorFile=" + windows_path(self.directory / "crash.log"),
             "-Djava.library.path=" + windows_path(dll_dir), "-cp", windows_path(classes)]
+        self.without_walks = [
+            "--patch-module", "java.base=" + windows_path(pathlib.Path(classes).parent / "without_walks")]
 
-    def program(self, name, *arguments, logger=TO_FILE + ALL_OF_310, log="test.log"):
+    def program(self, name, *arguments, logger=TO_FILE + ALL_OF_310, log="test.log", options=()):
         """Runs one to its end, which must be in order; its log is a file beside the `logger` file."""
         (self.logs / "logger").write_text(logger, encoding="ascii")
         paths = [self.directory / "stdout", self.directory / "stderr"]
         environment = dict(os.environ, TEST_LOG_DIR=windows_path(self.logs))
         with open(paths[0], "wb") as said, open(paths[1], "wb") as complained:
-            process = subprocess.Popen(self.command + [name, *arguments], cwd=HERE, env=environment,
+            process = subprocess.Popen(self.command + [*options, name, *arguments], cwd=HERE, env=environment,
                                        stdin=subprocess.DEVNULL, stdout=said, stderr=complained, start_new_session=True)
             status = wait_for(process)
         said, complained = (lines_of(path) for path in paths)
@@ -224,6 +226,21 @@ def only_what_is_wanted_is_written(run):
 def what_is_not_wanted_does_not_look_at_the_stack(run):
     outcome = run.program("programs.Unwanted", logger=TO_FILE + "Java 310 6\n")
     expect_said(outcome, "open: 0", "unwanted messages allocate: false", "wanted messages allocate: true")
+
+
+def a_long_chain_of_calls_costs_no_memory_and_hides_no_caller(run):
+    outcome = run.program("programs.Deep")
+    expect_said(outcome, "open: 0", "a long chain of calls costs memory: false")
+    line = line_of(PROGRAMS / "Deep.java", "DEBUG, ")
+    expect("log", outcome.lines, [START, debug("main", f"Deep({line}) logBelow", "from below"), END])
+
+
+def where_stacks_cannot_be_walked_the_caller_is_found_all_the_same(run):
+    outcome = run.program("programs.Deep", options=run.without_walks)
+    # This also shows that the memory tells the one way from the other.
+    expect_said(outcome, "open: 0", "a long chain of calls costs memory: true")
+    line = line_of(PROGRAMS / "Deep.java", "DEBUG, ")
+    expect("log", outcome.lines, [START, debug("main", f"Deep({line}) logBelow", "from below"), END])
 
 
 def a_prefix_by_hand_gives_thread_and_place(run):

@@ -29,6 +29,8 @@ public final class KoralLog
         System.loadLibrary("LUMlog");
     }
 
+    private static final String OWN_NAME = KoralLog.class.getName();
+
     private KoralLog()
     {
     }
@@ -151,13 +153,14 @@ public final class KoralLog
 
     private static boolean isOwn(String className)
     {
-        return className.equals(KoralLog.class.getName());
+        // Where a walk begins the runtime may put a frame of its own, in a class that it names after one of these.
+        return className.equals(OWN_NAME) || className.startsWith(OWN_NAME + "$");
     }
 
     /**
-     * From Java 9 on, a stack's frames are made one by one as they are looked at, where a trace makes all of them, however
-     * deep the stack is. By name, as this class also compiles for Java 8; and made when the first caller is looked for, as
-     * the start of a program has better to do.
+     * From Java 9 on, a stack's frames are made one by one as they are looked at, where a trace makes all of them,
+     * however deep the stack is. By name, as this class also compiles for Java 8; and made when the first caller is
+     * looked for, as the start of a program has better to do.
      */
     private static final class StackWalking implements Function<Stream<?>, Object>
     {
@@ -176,10 +179,12 @@ public final class KoralLog
                 Class<?> walker = Class.forName("java.lang.StackWalker");
                 Class<?> option = Class.forName("java.lang.StackWalker$Option");
                 Class<?> frame = Class.forName("java.lang.StackWalker$StackFrame");
-                MethodHandles.Lookup lookup = MethodHandles.publicLookup();
+                // Not a public one: walks begin at whom they are called by.
+                MethodHandles.Lookup lookup = MethodHandles.lookup();
                 className = lookup.findVirtual(frame, "getClassName", MethodType.methodType(String.class))
                     .asType(MethodType.methodType(String.class, Object.class));
-                element = lookup.findVirtual(frame, "toStackTraceElement", MethodType.methodType(StackTraceElement.class))
+                element = lookup
+                    .findVirtual(frame, "toStackTraceElement", MethodType.methodType(StackTraceElement.class))
                     .asType(MethodType.methodType(StackTraceElement.class, Object.class));
                 // A caller by reflection is the runtime's method, as it is in a trace.
                 Object all = option.getField("SHOW_REFLECT_FRAMES").get(null);
