@@ -126,7 +126,7 @@ private:
         {
             console.print(padded(std::to_string(row.package), 5));
             console.print(padded(row.name, name_width + 2), Style::STRONG);
-            console.print(padded(level_text(row.level), 11));
+            console.print(row.comment.empty() ? level_text(row.level) : padded(level_text(row.level), 11));
             console.line(row.comment, Style::FAINT);
             for (const std::string& rule : row.rules)
                 console.line(std::string(name_width + 7, ' ') + rule);

@@ -152,8 +152,9 @@ private:
         {
             const int package = packages[i];
             console.print("  " + padded(std::to_string(package), 5) + padded(package_text(conf, package), width + 2));
-            console.print(padded(level_text(conf.packageLevels[package]), 11));
-            console.line(rules_text(conf, package));
+            const std::string level = level_text(conf.packageLevels[package]);
+            const std::string rules = rules_text(conf, package);
+            console.line(rules.empty() ? level : padded(level, 11) + rules);
         }
         if (packages.size() > shown_packages)
             console.line(
