@@ -3,10 +3,10 @@
 #ifndef LEVELSYNC_COMMAND_H
 #define LEVELSYNC_COMMAND_H
 
-#include <CLI/CLI.hpp>
 #include <memory>
 #include <vector>
 
+#include "options.h"
 #include "tool.h"
 
 namespace levelsync
@@ -20,7 +20,7 @@ public:
     virtual ~Command() = default;
 
     /// Adds the command's own options; --json, --dir and --help are there already.
-    virtual void declare(CLI::App& app) = 0;
+    virtual void declare(Options& options) = 0;
 
     /// Does it. Throws Failure with what went wrong and what to do next.
     virtual ExitCode run(Tool& tool) = 0;

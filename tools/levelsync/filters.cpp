@@ -45,10 +45,10 @@ void add_texts(std::vector<std::string>& parts, const char* what, const std::vec
 }
 } // namespace
 
-void Filters::declare(CLI::App& app)
+void Filters::declare(Options& options)
 {
-    const auto add = [&app](const char* name, auto& values, const char* what, const char* type)
-    { app.add_option(name, values, what)->type_name(type)->allow_extra_args(false)->take_all(); };
+    const auto add = [&options](const char* name, auto& values, const char* what, const char* type)
+    { options.add_option(name, values, what)->type_name(type)->take_all(); };
     add("--client", clients, "While the process serves that address or network", "ADDRESS");
     add("--app", applications, "In that application, as its lines name it", "NAME");
     add("--pid", processes, "In that process", "ID");

@@ -3,11 +3,12 @@
 #ifndef LEVELSYNC_FILTERS_H
 #define LEVELSYNC_FILTERS_H
 
-#include <CLI/CLI.hpp>
+#include <cstdint>
 #include <string>
 #include <vector>
 
 #include "core/level_file.h"
+#include "options.h"
 
 namespace levelsync
 {
@@ -20,7 +21,7 @@ struct Filters
     std::vector<std::uint32_t> sessions;
 
     /// Adds the four options, each to be given as often as needed.
-    void declare(CLI::App& app);
+    void declare(Options& options);
 
     bool empty() const noexcept
     {

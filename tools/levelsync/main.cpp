@@ -43,13 +43,13 @@ std::string command_line(const std::vector<std::string>& words)
     return line;
 }
 
-struct Options
+struct SharedOptions
 {
     bool json = false;
     std::string folder;
 };
 
-void add_shared_options(CLI::App& app, Options& options)
+void add_shared_options(CLI::App& app, SharedOptions& options)
 {
     app.add_flag("--json", options.json, "Report for programs, as JSON");
     app.add_option("--dir", options.folder, "Folder of the level file")->type_name("FOLDER");
@@ -78,7 +78,7 @@ int run(std::vector<std::string> words, Console& console)
     translate_short_forms(words);
 
     CLI::App app(PURPOSE, "LevelSync");
-    Options options;
+    SharedOptions options;
     app.footer(LEVELS);
     app.set_version_flag("--version", std::string("LevelSync ") + LUMLOG_VERSION);
     app.require_subcommand(0, 1);
@@ -92,7 +92,8 @@ int run(std::vector<std::string> words, Console& console)
         sub->footer(std::string("Example:\n  ") + entry->example);
         add_shared_options(*sub, options);
         commands.emplace_back(sub, entry->make());
-        commands.back().second->declare(*sub);
+        Options own(*sub);
+        commands.back().second->declare(own);
     }
 
     try

@@ -18,9 +18,9 @@ using kor::core::Oddity;
 class Check final : public Command
 {
 public:
-    void declare(CLI::App& app) override
+    void declare(Options& options) override
     {
-        app.add_option("FILE", m_file, "Another file than the level file of the folder");
+        options.add_option("FILE", m_file, "Another file than the level file of the folder");
     }
 
     ExitCode run(Tool& tool) override

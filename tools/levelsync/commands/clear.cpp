@@ -12,12 +12,12 @@ namespace
 class Clear final : public Command
 {
 public:
-    void declare(CLI::App& app) override
+    void declare(Options& options) override
     {
-        app.add_option("PACKAGE", m_package, "Number, name, or pattern of names (Re*)")->required();
-        m_filters.declare(app);
-        app.add_flag("--dry-run", m_options.is_dry_run, "Say what would change, and change nothing");
-        app.add_flag("!--no-publish", m_options.is_published, "Change the file alone");
+        options.add_option("PACKAGE", m_package, "Number, name, or pattern of names (Re*)")->required();
+        m_filters.declare(options);
+        options.add_flag("--dry-run", m_options.is_dry_run, "Say what would change, and change nothing");
+        options.add_flag("!--no-publish", m_options.is_published, "Change the file alone");
     }
 
     ExitCode run(Tool& tool) override

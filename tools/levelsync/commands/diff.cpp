@@ -11,7 +11,7 @@ namespace
 class Diff final : public Command
 {
 public:
-    void declare(CLI::App&) override {}
+    void declare(Options&) override {}
 
     ExitCode run(Tool& tool) override
     {

@@ -112,13 +112,13 @@ Answer answer_for(const Kor_LogConf& conf, int package, const Subject& subject)
 class Explain final : public Command
 {
 public:
-    void declare(CLI::App& app) override
+    void declare(Options& options) override
     {
-        app.add_option("PACKAGE", m_package, "Number, name, or pattern of names (Re*)")->required();
-        app.add_option("--client", m_client, "The client that the process serves")->type_name("ADDRESS");
-        app.add_option("--app", m_application, "The application, as its lines name it")->type_name("NAME");
-        app.add_option("--pid", m_process, "The process; its application is looked up")->type_name("ID");
-        app.add_option("--session", m_session, "The session that it serves")->type_name("ID");
+        options.add_option("PACKAGE", m_package, "Number, name, or pattern of names (Re*)")->required();
+        options.add_option("--client", m_client, "The client that the process serves")->type_name("ADDRESS");
+        options.add_option("--app", m_application, "The application, as its lines name it")->type_name("NAME");
+        options.add_option("--pid", m_process, "The process; its application is looked up")->type_name("ID");
+        options.add_option("--session", m_session, "The session that it serves")->type_name("ID");
     }
 
     ExitCode run(Tool& tool) override

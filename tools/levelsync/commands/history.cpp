@@ -26,9 +26,9 @@ std::string state_of(const History& history, const Change& change)
 class ShowHistory final : public Command
 {
 public:
-    void declare(CLI::App& app) override
+    void declare(Options& options) override
     {
-        app.add_option("-n", m_count, "The last so many, 20 where it is missing")->type_name("COUNT");
+        options.add_option("-n", m_count, "The last so many, 20 where it is missing")->type_name("COUNT");
     }
 
     ExitCode run(Tool& tool) override

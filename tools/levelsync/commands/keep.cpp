@@ -10,10 +10,10 @@ namespace
 class Keep final : public Command
 {
 public:
-    void declare(CLI::App& app) override
+    void declare(Options& options) override
     {
-        app.add_option("N", m_id)->required();
-        app.add_option("--ready", m_ready)->required();
+        options.add_option("N", m_id)->required();
+        options.add_option("--ready", m_ready)->required();
     }
 
     ExitCode run(Tool& tool) override

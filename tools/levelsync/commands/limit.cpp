@@ -10,11 +10,11 @@ namespace
 class Limit final : public Command
 {
 public:
-    void declare(CLI::App& app) override
+    void declare(Options& options) override
     {
-        app.add_option("MB", m_megabytes, "Megabytes of each file, 0 for no limit")->required();
-        app.add_flag("--dry-run", m_options.is_dry_run, "Say what would change, and change nothing");
-        app.add_flag("!--no-publish", m_options.is_published, "Change the file alone");
+        options.add_option("MB", m_megabytes, "Megabytes of each file, 0 for no limit")->required();
+        options.add_flag("--dry-run", m_options.is_dry_run, "Say what would change, and change nothing");
+        options.add_flag("!--no-publish", m_options.is_published, "Change the file alone");
     }
 
     ExitCode run(Tool& tool) override

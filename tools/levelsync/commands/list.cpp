@@ -64,10 +64,10 @@ bool has_word(const Row& row, const std::string& word)
 class List final : public Command
 {
 public:
-    void declare(CLI::App& app) override
+    void declare(Options& options) override
     {
-        app.add_option("WORDS", m_words, "Numbers, patterns of names (Re*), or words of names and comments");
-        app.add_flag("--all", m_all, "Also packages that have no name");
+        options.add_option("WORDS", m_words, "Numbers, patterns of names (Re*), or words of names and comments");
+        options.add_flag("--all", m_all, "Also packages that have no name");
     }
 
     ExitCode run(Tool& tool) override

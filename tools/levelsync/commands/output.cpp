@@ -30,11 +30,11 @@ int read_output(const std::string& word)
 class Output final : public Command
 {
 public:
-    void declare(CLI::App& app) override
+    void declare(Options& options) override
     {
-        app.add_option("KIND", m_kind, "files, eventlog, stderr or debugger")->required();
-        app.add_flag("--dry-run", m_options.is_dry_run, "Say what would change, and change nothing");
-        app.add_flag("!--no-publish", m_options.is_published, "Change the file alone");
+        options.add_option("KIND", m_kind, "files, eventlog, stderr or debugger")->required();
+        options.add_flag("--dry-run", m_options.is_dry_run, "Say what would change, and change nothing");
+        options.add_flag("!--no-publish", m_options.is_published, "Change the file alone");
     }
 
     ExitCode run(Tool& tool) override

@@ -26,12 +26,12 @@ std::wstring absolute(const std::wstring& path)
 class Publish final : public Command
 {
 public:
-    void declare(CLI::App& app) override
+    void declare(Options& options) override
     {
-        app.add_option("FILE", m_file, "Another file than the level file of the folder");
-        app.add_flag(
+        options.add_option("FILE", m_file, "Another file than the level file of the folder");
+        options.add_flag(
             "--force", m_force, "Also a file with lines that do not count, or one that is not there (defaults)");
-        app.add_flag("--dry-run", m_dry_run, "Say what would change, and change nothing");
+        options.add_flag("--dry-run", m_dry_run, "Say what would change, and change nothing");
     }
 
     ExitCode run(Tool& tool) override

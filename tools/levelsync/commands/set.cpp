@@ -14,15 +14,15 @@ namespace
 class Set final : public Command
 {
 public:
-    void declare(CLI::App& app) override
+    void declare(Options& options) override
     {
-        app.add_option("PACKAGE", m_package, "Number, name, or pattern of names (Re*)")->required();
-        app.add_option("LEVEL", m_level, "Number or name: 7, debug")->required();
-        m_filters.declare(app);
-        app.add_option("--for", m_for, "Take it back after so long: 15m, 2h, 90s")->type_name("TIME");
-        app.add_flag("--detach", m_detach, "With --for: a process in the background takes it back");
-        app.add_flag("--dry-run", m_options.is_dry_run, "Say what would change, and change nothing");
-        app.add_flag("!--no-publish", m_options.is_published, "Change the file alone");
+        options.add_option("PACKAGE", m_package, "Number, name, or pattern of names (Re*)")->required();
+        options.add_option("LEVEL", m_level, "Number or name: 7, debug")->required();
+        m_filters.declare(options);
+        options.add_option("--for", m_for, "Take it back after so long: 15m, 2h, 90s")->type_name("TIME");
+        options.add_flag("--detach", m_detach, "With --for: a process in the background takes it back");
+        options.add_flag("--dry-run", m_options.is_dry_run, "Say what would change, and change nothing");
+        options.add_flag("!--no-publish", m_options.is_published, "Change the file alone");
     }
 
     ExitCode run(Tool& tool) override

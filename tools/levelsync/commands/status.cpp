@@ -50,7 +50,7 @@ std::string shared_text(const Running& running)
 class ShowStatus final : public Command
 {
 public:
-    void declare(CLI::App&) override {}
+    void declare(Options&) override {}
 
     ExitCode run(Tool& tool) override
     {

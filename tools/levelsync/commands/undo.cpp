@@ -23,12 +23,12 @@ long long last_change(const History& history)
 class Undo final : public Command
 {
 public:
-    void declare(CLI::App& app) override
+    void declare(Options& options) override
     {
-        app.add_option(
+        options.add_option(
             "N", m_id, "Number of the change, as LevelSync history shows it; the last one where it is missing");
-        app.add_flag("--dry-run", m_options.is_dry_run, "Say what would change, and change nothing");
-        app.add_flag("!--no-publish", m_options.is_published, "Change the file alone");
+        options.add_flag("--dry-run", m_options.is_dry_run, "Say what would change, and change nothing");
+        options.add_flag("!--no-publish", m_options.is_published, "Change the file alone");
     }
 
     ExitCode run(Tool& tool) override

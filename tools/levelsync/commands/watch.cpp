@@ -17,9 +17,9 @@ constexpr std::int64_t LOOK_EVERY_MS = 200;
 class Watch final : public Command
 {
 public:
-    void declare(CLI::App& app) override
+    void declare(Options& options) override
     {
-        app.add_option("--for", m_for, "End after so long: 10m")->type_name("TIME");
+        options.add_option("--for", m_for, "End after so long: 10m")->type_name("TIME");
     }
 
     ExitCode run(Tool& tool) override
