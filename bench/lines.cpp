@@ -19,16 +19,20 @@
 
 namespace
 {
-constexpr int MAX_THREADS = 4;
-constexpr std::size_t SHORTEST_LINE = 170;
-constexpr std::size_t LONGEST_LINE = 200; // both with the newline
+constexpr int MAX_THREADS = 16;
+constexpr std::size_t SHORTEST_LINE = 160;
+constexpr std::size_t LONGEST_LINE = 220; // both with the newline
 
 const LogDirectory* directory = nullptr;
 
-// Names of clients, one for each thread, which pad the line to its length.
-constexpr std::array<const char*, MAX_THREADS> CLIENTS = {
-    "client-0 at the workstation in archive hall number 12", "client-1 at the workstation in archive hall number 12",
-    "client-2 at the workstation in archive hall number 12", "client-3 at the workstation in archive hall number 12"};
+/// The name of each thread's client, which pads the line to its length.
+const std::array<std::string, MAX_THREADS> CLIENTS = []
+{
+    std::array<std::string, MAX_THREADS> names;
+    for (std::size_t i = 0; i < names.size(); ++i)
+        names.at(i) = "client-" + std::to_string(i) + " at the workstation in archive hall number 12";
+    return names;
+}();
 
 /// Lines that each thread has written since the file was made.
 std::array<int, MAX_THREADS> written;
@@ -53,8 +57,8 @@ bool take(std::string_view& text, std::string_view expected)
     return true;
 }
 
-/// Fails unless the file holds each written line once, whole, and nothing else.
-void check_file(const std::string& name)
+/// Fails unless the file holds each written line once, whole, with this at its end, and nothing else.
+void check_file(const std::string& name, std::string_view expected_end)
 {
     const std::string bytes = read_file(directory->file(name));
     std::string_view rest(bytes);
@@ -75,9 +79,11 @@ void check_file(const std::string& name)
         line.remove_prefix(message + 12);
         const auto number = static_cast<std::size_t>(take_number(line));
         take(line, " of client-");
+        const std::string_view client = line;
         const auto thread = static_cast<std::size_t>(take_number(line));
+        line = client;
         if (thread >= MAX_THREADS || number >= seen.at(thread).size() || seen.at(thread)[number] ||
-            !take(line, std::string_view(CLIENTS.at(thread)).substr(8)) || line != " took 250 us")
+            !take(line, std::string_view(CLIENTS.at(thread)).substr(7)) || line != expected_end)
             fail(name + " has a line that is torn or double: " + whole);
         seen.at(thread)[number] = true;
     }
@@ -94,33 +100,79 @@ template <class Write>
 void measure_lines(benchmark::State& state, Write write)
 {
     const auto thread = static_cast<std::size_t>(state.thread_index());
-    const char* const client = CLIENTS.at(thread);
+    const char* const client = CLIENTS.at(thread).c_str();
     int number = 0;
     for (auto _ : state)
         write(number++, client);
     written.at(thread) = number;
 }
 
+// Forms of the message --------------------------------------------------------------------------------
+struct Plain
+{
+    static constexpr char END[] = " took 250 us";
+    static void lumlog(int number, const char* client);
+    static void spdlog(int number, const char* client);
+};
+struct Float
+{
+    static constexpr char END[] = " took 250.125000 us";
+    static void lumlog(int number, const char* client);
+    static void spdlog(int number, const char* client);
+};
+struct Hexadecimal
+{
+    static constexpr char END[] = " took 000000fa us";
+    static void lumlog(int number, const char* client);
+    static void spdlog(int number, const char* client);
+};
+struct Padded
+{
+    static constexpr char END[] = " took 250 us              .";
+    static void lumlog(int number, const char* client);
+    static void spdlog(int number, const char* client);
+};
+
 // LUMlog ----------------------------------------------------------------------------------------------
+void Plain::lumlog(int number, const char* client)
+{
+    KOR_LOG(KorGLog, WANTED_LEVEL, BENCH_PACKAGE, "request %d of %s took %d us", number, client, 250);
+}
+
+void Float::lumlog(int number, const char* client)
+{
+    KOR_LOG(KorGLog, WANTED_LEVEL, BENCH_PACKAGE, "request %d of %s took %f us", number, client, 250.125);
+}
+
+void Hexadecimal::lumlog(int number, const char* client)
+{
+    KOR_LOG(KorGLog, WANTED_LEVEL, BENCH_PACKAGE, "request %d of %s took %08x us", number, client, 250u);
+}
+
+void Padded::lumlog(int number, const char* client)
+{
+    KOR_LOG(KorGLog, WANTED_LEVEL, BENCH_PACKAGE, "request %d of %s took %-20s.", number, client, "250 us");
+}
+
 void begin_lumlog(const benchmark::State&)
 {
     written.fill(0);
     KorGLog.ReOpen("lumlog.log", "bench", false);
 }
 
+template <class Form>
 void end_lumlog(const benchmark::State&)
 {
     KorGLog.ReOpen("idle.log", "bench", false);
-    check_file("lumlog.log");
+    check_file("lumlog.log", Form::END);
     ::DeleteFileA(directory->file("lumlog.log").c_str());
 }
 
-void write_lumlog(int number, const char* client)
+template <class Form>
+void lumlog_line(benchmark::State& state)
 {
-    KOR_LOG(KorGLog, WANTED_LEVEL, BENCH_PACKAGE, "request %d of %s took %d us", number, client, 250);
+    measure_lines(state, &Form::lumlog);
 }
-
-void lumlog_line(benchmark::State& state) { measure_lines(state, &write_lumlog); }
 
 // spdlog ----------------------------------------------------------------------------------------------
 std::shared_ptr<spdlog::logger> peer;
@@ -133,25 +185,45 @@ void open_peer(const std::string& name)
     peer->flush_on(spdlog::level::trace);
 }
 
+void Plain::spdlog(int number, const char* client)
+{
+    SPDLOG_LOGGER_CALL(peer.get(), spdlog::level::warn, "request {} of {} took {} us", number, client, 250);
+}
+
+void Float::spdlog(int number, const char* client)
+{
+    SPDLOG_LOGGER_CALL(peer.get(), spdlog::level::warn, "request {} of {} took {:f} us", number, client, 250.125);
+}
+
+void Hexadecimal::spdlog(int number, const char* client)
+{
+    SPDLOG_LOGGER_CALL(peer.get(), spdlog::level::warn, "request {} of {} took {:08x} us", number, client, 250u);
+}
+
+void Padded::spdlog(int number, const char* client)
+{
+    SPDLOG_LOGGER_CALL(peer.get(), spdlog::level::warn, "request {} of {} took {:<20}.", number, client, "250 us");
+}
+
 void begin_spdlog(const benchmark::State&)
 {
     written.fill(0);
     open_peer("spdlog.log");
 }
 
+template <class Form>
 void end_spdlog(const benchmark::State&)
 {
     peer.reset();
-    check_file("spdlog.log");
+    check_file("spdlog.log", Form::END);
     ::DeleteFileA(directory->file("spdlog.log").c_str());
 }
 
-void write_spdlog(int number, const char* client)
+template <class Form>
+void spdlog_line(benchmark::State& state)
 {
-    SPDLOG_LOGGER_CALL(peer.get(), spdlog::level::warn, "request {} of {} took {} us", number, client, 250);
+    measure_lines(state, &Form::spdlog);
 }
-
-void spdlog_line(benchmark::State& state) { measure_lines(state, &write_spdlog); }
 
 // The bare call ---------------------------------------------------------------------------------------
 HANDLE bare_file = INVALID_HANDLE_VALUE;
@@ -234,7 +306,7 @@ double allocations_of(HMODULE module, Write write)
     constexpr int LINES = 1000;
     int number = 0;
     while (number < WARM_UP)
-        write(number++, CLIENTS.front());
+        write(number++, CLIENTS.front().c_str());
     const ImportHook malloc_hook(module, "malloc", reinterpret_cast<void*>(&counting_malloc));
     const ImportHook calloc_hook(module, "calloc", reinterpret_cast<void*>(&counting_calloc));
     const ImportHook realloc_hook(module, "realloc", reinterpret_cast<void*>(&counting_realloc));
@@ -243,17 +315,17 @@ double allocations_of(HMODULE module, Write write)
         fail("the allocations cannot be counted");
     allocations = 0;
     while (number < WARM_UP + LINES)
-        write(number++, CLIENTS.front());
+        write(number++, CLIENTS.front().c_str());
     return static_cast<double>(allocations) / LINES;
 }
 
 void count_allocations()
 {
     KorGLog.ReOpen("counted.log", "bench", false);
-    const double lumlog = allocations_of(library_module(), &write_lumlog);
+    const double lumlog = allocations_of(library_module(), &Plain::lumlog);
     KorGLog.ReOpen("idle.log", "bench", false);
     open_peer("counted.log");
-    const double spdlog = allocations_of(::GetModuleHandleA(nullptr), &write_spdlog);
+    const double spdlog = allocations_of(::GetModuleHandleA(nullptr), &Plain::spdlog);
     peer.reset();
     benchmark::AddCustomContext("allocations_lumlog", std::to_string(lumlog));
     benchmark::AddCustomContext("allocations_spdlog", std::to_string(spdlog));
@@ -262,9 +334,28 @@ void count_allocations()
 std::size_t length_of_a_line()
 {
     KorGLog.ReOpen("one.log", "bench", false);
-    write_lumlog(12345, CLIENTS.front());
+    Plain::lumlog(12345, CLIENTS.front().c_str());
     KorGLog.ReOpen("idle.log", "bench", false);
     return read_file(directory->file("one.log")).size();
+}
+void add(
+    const std::string& name, int threads, void (*run)(benchmark::State&), void (*begin)(const benchmark::State&),
+    void (*end)(const benchmark::State&))
+{
+    constexpr int LINES = 4000;
+    benchmark::RegisterBenchmark(name.c_str(), run)
+        ->Setup(begin)
+        ->Teardown(end)
+        ->Iterations(LINES / threads)
+        ->Threads(threads)
+        ->UseRealTime();
+}
+
+template <class Form>
+void add_forms(const std::string& name, int threads)
+{
+    add(name + "/lumlog", threads, &lumlog_line<Form>, &begin_lumlog, &end_lumlog<Form>);
+    add(name + "/spdlog", threads, &spdlog_line<Form>, &begin_spdlog, &end_spdlog<Form>);
 }
 } // namespace
 
@@ -278,23 +369,12 @@ int main(int argc, char** argv)
     bare_length = length_of_a_line();
     benchmark::AddCustomContext("line_bytes", std::to_string(bare_length));
 
-    constexpr int LINES = 4000;
-    for (const int threads : {1, 4})
-    {
-        const auto add = [threads](const char* name, void (*run)(benchmark::State&), auto* begin, auto* end)
-        {
-            return benchmark::RegisterBenchmark(name, run)
-                ->Setup(begin)
-                ->Teardown(end)
-                ->Iterations(LINES / threads)
-                ->Threads(threads)
-                ->UseRealTime();
-        };
-        add("line/lumlog", &lumlog_line, &begin_lumlog, &end_lumlog);
-        add("line/spdlog", &spdlog_line, &begin_spdlog, &end_spdlog);
-        if (threads == 1)
-            add("line/bare", &bare_line, &begin_bare, &end_bare);
-    }
+    for (const int threads : {1, 2, 4, 8, 16})
+        add_forms<Plain>("line", threads);
+    add("line/bare", 1, &bare_line, &begin_bare, &end_bare);
+    add_forms<Float>("line/float", 1);
+    add_forms<Hexadecimal>("line/hexadecimal", 1);
+    add_forms<Padded>("line/padded", 1);
     run_benchmarks(argc, argv);
     return 0;
 }

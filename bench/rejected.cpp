@@ -73,6 +73,20 @@ void spdlog_debug(benchmark::State& state)
         logger->debug("request {} of {} took {} us", ++number, "client", 250);
 }
 
+// Of a call whose one argument is a finished text the compiler leaves nothing but the comparison of the levels.
+void macro_of_text(benchmark::State& state)
+{
+    for (auto _ : state)
+        KOR_LOG(KorGLog, REJECTED_LEVEL, BENCH_PACKAGE, "request of a client");
+}
+
+void spdlog_of_text(benchmark::State& state)
+{
+    spdlog::logger* const logger = peer().get();
+    for (auto _ : state)
+        logger->debug("request of a client");
+}
+
 void floor_call(benchmark::State& state)
 {
     int wanted = 0;
@@ -111,6 +125,8 @@ int main(int argc, char** argv)
     benchmark::RegisterBenchmark("KOR_LOG/private", &macro_private);
     benchmark::RegisterBenchmark("KOR_LOG/shared", &macro_shared);
     benchmark::RegisterBenchmark("spdlog/debug", &spdlog_debug);
+    benchmark::RegisterBenchmark("KOR_LOG/text", &macro_of_text);
+    benchmark::RegisterBenchmark("spdlog/text", &spdlog_of_text);
     benchmark::RegisterBenchmark("floor/call", &floor_call);
     benchmark::RegisterBenchmark("floor/inline", &floor_inline);
     run_benchmarks(argc, argv);
