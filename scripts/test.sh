@@ -2,6 +2,7 @@
 # Builds everything and runs every test. Sets up what it needs first.
 #
 #   scripts/test.sh [--filter REGEX] [STAGE...]
+#   scripts/test.sh --quick
 #
 # Stages, all of them where none is named:
 #   format         the sources are formatted as .clang-format says, and what the pages show is compiled
@@ -12,6 +13,8 @@
 #   mingw-release  all tests under Wine, and checks of the DLL and its package
 #   mingw-debug    the tests again, with assertions; undefined behaviour stops a test
 #   clang-release  the tests again, built by Clang
+# --quick is for a change to a file or two, before it is committed: format, direction, and of mingw-release the tests
+# that need no more than one process each. All others are for the whole run.
 # --filter runs only the tests whose names match (CTest's names: "unit/Suite.Case").
 #
 # The last line is "N passed, N failed"; the exit status is 0 when none failed.
@@ -19,6 +22,8 @@
 . "$(dirname "${BASH_SOURCE[0]}")/lib/setup.sh"
 
 all_stages=(format direction headers native-asan native-fuzz mingw-release mingw-debug clang-release)
+quick_stages=(format direction mingw-release)
+quick_tests='^(unit|library|fault|capi|binary)/'
 stages=()
 filter=
 passed=0
@@ -158,6 +163,10 @@ while [ $# -gt 0 ]; do
             [ $# -ge 2 ] || fail "--filter needs a regular expression."
             filter=$2
             shift
+            ;;
+        --quick)
+            stages=("${quick_stages[@]}")
+            filter=$quick_tests
             ;;
         -h | --help)
             sed -n '2,/^$/s/^# \{0,1\}//p' "${BASH_SOURCE[0]}"
