@@ -4,14 +4,15 @@
 #   scripts/soak.sh [--times N] [NAME...]
 #
 # All of them, one after the other, where none is named:
-#   ends    processes that end while their threads write; how many hung, or left no end banner (1000 times)
+#   ends       processes that end while their threads write; how many hung, or left no end banner (1000 times)
+#   publishes  four processes that publish in the same millisecond; after which round others had another level (400 times)
 # --times: how often instead, for each of them.
 #
 # The exit status is 0 when all went well.
 
 . "$(dirname "${BASH_SOURCE[0]}")/lib/setup.sh"
 
-all_soaks=(ends)
+all_soaks=(ends publishes)
 soaks=()
 times=
 preset=mingw-release
@@ -27,6 +28,12 @@ soak_ends()
 {
     export LUMLOG_TEST_ENDS=${times:-1000}
     run_case process_tests LogExit.ProcessesEndInTimeWhileTheirThreadsWriteLinesWithATime
+}
+
+soak_publishes()
+{
+    export LUMLOG_TEST_PUBLISHES=${times:-400}
+    run_case process_tests SharedBlockPublish.FourPublishersInOneMillisecondLeaveAllProcessesWithTheSameLevels
 }
 
 while [ $# -gt 0 ]; do

@@ -13,6 +13,7 @@
 #include "bounded.h"
 #include "import_hook.h"
 #include "log_directory.h"
+#include "rounds.h"
 
 namespace
 {
@@ -166,17 +167,9 @@ KOR_CHILD(ends_while_threads_write_lines_with_a_time)
     ::ExitProcess(7);
 }
 
-/// scripts/soak.sh sets another number.
-int number_of_ends()
-{
-    constexpr int USUAL = 40;
-    const char* const wanted = std::getenv("LUMLOG_TEST_ENDS");
-    return wanted == nullptr ? USUAL : std::atoi(wanted);
-}
-
 TEST(LogExit, ProcessesEndInTimeWhileTheirThreadsWriteLinesWithATime)
 {
-    const int ends = number_of_ends();
+    const int ends = rounds_wanted("LUMLOG_TEST_ENDS", 40);
     int hung = 0;
     int without_banner = 0;
     for (int i = 0; i < ends; ++i)
