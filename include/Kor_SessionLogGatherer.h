@@ -48,9 +48,11 @@ class Kor_SessionLogGatherer_Loader;
 /// 1 January 1970 UTC, 0 where there is none. A null pointer for a text counts as an empty text.
 ///
 /// Threads: all members may be called from any thread at any time, also from within a crash handler whose
-/// thread is inside one of them. They wait for each other for at most ten seconds; one that waited so long, and
-/// all that come after a thread was terminated inside of one, do nothing. Nothing is thrown: an event for which
-/// there is no memory is lost.
+/// thread is inside one of them. They wait for each other, but not for the writing of reports. Where a thread does not
+/// come out of a member, others wait for it once: who reports something, for a second. That then waits in their place, up
+/// to 10,000 events or 4 MiB, until somebody has the gatherer again; what comes beyond is lost, and how much that was is
+/// told in the general log and in the report. Other members wait for ten seconds and then do nothing, but for the report
+/// of a crash: it tells of the crash and of what waits. Nothing is thrown: an event for which there is no memory is lost.
 class KOR_API Kor_SessionLogGatherer
 {
 public:
@@ -215,6 +217,7 @@ private:
 
     struct Content;
     class Access;
+    class Report;
 
     static void end_instance();
     void report(
@@ -224,10 +227,11 @@ private:
     void load_context(const ReportEventNode& event);
     void load_statistics(const ReportStatNode& statistics);
     void load_statistics_start(std::uint64_t start);
-    void write_file(const wchar_t* path, bool is_report) const;
-    static void write_report(Content& content, Kor_SessionLogFileOutput& target, bool is_report);
-    static void write_report_file(Content& content, const wchar_t* path);
-    static void write_state_file(Content& content, const wchar_t* path);
+    // False: the gatherer cannot be had. They throw what keeps them from writing.
+    bool write_file(const wchar_t* path, bool is_report) const;
+    static bool write_report(Content& content, Kor_SessionLogFileOutput& target, bool is_report);
+    static bool write_report_file(Content& content, const wchar_t* path);
+    static bool write_state_file(Content& content, const wchar_t* path);
 
     std::unique_ptr<Content> m_content; // null: inert, or there was no memory
 };

@@ -25,6 +25,7 @@
 #include "win/guarded_call.h"
 #include "win/kept_errors.h"
 #include "win/library.h"
+#include "win/memory.h"
 #include "win/output_file.h"
 #include "win/recursive_lock.h"
 #include "win/text.h"
@@ -53,17 +54,9 @@ using WriteDump = BOOL WINAPI(
     HANDLE, DWORD, HANDLE, MINIDUMP_TYPE, PMINIDUMP_EXCEPTION_INFORMATION, PMINIDUMP_USER_STREAM_INFORMATION,
     PMINIDUMP_CALLBACK_INFORMATION);
 
-/// True when the heap has room for what the system's dump code takes. To be asked where a crash has not got back what was
-/// kept for it: a thread that throws for the first time takes memory for that, and its C++ runtime does not survive a
-/// lack of it.
-bool has_memory() noexcept
-{
-    constexpr std::size_t SOME = 16 * 1024;
-    // Volatile: a compiler may leave out an allocation that nobody looks at, and take it for one that went well.
-    void* volatile memory = std::malloc(SOME);
-    std::free(memory);
-    return memory != nullptr;
-}
+// What the system's dump code takes. Where a crash has not got back what was kept for it, to have it do without would
+// be its end.
+constexpr std::size_t DUMP_MEMORY = 16 * 1024;
 
 /// A DLL that is to be there in a crash.
 struct DllToLoad
@@ -468,7 +461,7 @@ void Kor_SessionLog::createSessionReport()
 
 void Kor_SessionLog::produceMinidump(_EXCEPTION_POINTERS* exception)
 {
-    if (m_content == nullptr || !has_memory())
+    if (m_content == nullptr || !kor::win::has_memory(DUMP_MEMORY))
         return;
     const KeptErrors kept;
     m_content->modules.begin_dump();

@@ -14,7 +14,17 @@
 #include "win/format.h"
 
 using kor::text_or_empty;
+using kor::core::Alias;
+using kor::core::ContextRemoval;
+using kor::core::ErrorReport;
+using kor::core::EventReport;
+using kor::core::HistoryAddition;
+using kor::core::HistorySize;
 using kor::core::SessionEvent;
+using kor::core::SessionEventId;
+using kor::core::StatisticsUpdate;
+using kor::core::TimeNote;
+using kor::core::WarningReport;
 
 namespace
 {
@@ -61,11 +71,9 @@ SessionEvent make_event(
     return event;
 }
 
-SessionEvent make_notice(const wchar_t* type, const wchar_t* subject, const wchar_t* format, char* args)
+SessionEventId id_of(const wchar_t* type, const wchar_t* subject)
 {
-    SessionEvent event = make_event(type, subject, 0, 1, format, args);
-    event.begin_time = event.end_time = Kor_SessionLogGatherer::getCurrentTime();
-    return event;
+    return {text_or_empty(type), text_or_empty(subject)};
 }
 
 /// The document that takes the description of the machine, null with a line in the general log.
@@ -96,9 +104,74 @@ kor::Released<xercesc::DOMDocument> make_document()
     }
     return nullptr;
 }
+
+SessionEvent make_warning_of_lost(std::size_t count)
+{
+    SessionEvent event;
+    event.type = L"Warning";
+    event.subject = kor::core::OWN_WARNING_SUBJECT;
+    event.weight = 1;
+    event.begin_time = event.end_time = Kor_SessionLogGatherer::getCurrentTime();
+    event.info = std::to_wstring(count).append(kor::core::EVENTS_LOST);
+    return event;
+}
 } // namespace
 
 kor::win::RecursiveLock kor::session_lock;
+
+// Access ------------------------------------------------------------------------------------------------
+bool Kor_SessionLogGatherer::Access::get_lock(Wait wait) noexcept
+{
+    // How long an event may hold up its thread: longer than others have the gatherer who are not stuck, also where the
+    // machine is busy, and short enough for who waits for a picture.
+    constexpr DWORD EVENT_WAIT_MS = 1000;
+    static std::atomic<std::uint64_t> waited_for_in_vain{0};
+
+    const kor::win::ThreadMark thread = kor::win::current_thread_mark();
+    if (kor::session_lock.try_lock(thread))
+        return true;
+    if (wait == Wait::NOT)
+        return false;
+    if (wait == Wait::FULL)
+        return kor::session_lock.lock(thread);
+    const std::uint64_t turn = kor::session_lock.turn();
+    if (turn == waited_for_in_vain.load(std::memory_order_relaxed))
+        return false;
+    if (kor::session_lock.lock_within(thread, EVENT_WAIT_MS))
+        return true;
+    if (turn == kor::session_lock.turn())
+        waited_for_in_vain.store(turn, std::memory_order_relaxed);
+    return false;
+}
+
+void Kor_SessionLogGatherer::Access::tell_of_lost(std::size_t count) noexcept
+try
+{
+    KOR_GENERAL_LOG(
+        kor::GATHERER_SOURCE, "Kor_SessionLogGatherer::reportEvent", kor::LEVEL_WARNING,
+        "%lu events were lost: another thread had the gatherer for too long.\n", static_cast<unsigned long>(count));
+}
+catch (...) // of a destination of the general log
+{
+    return;
+}
+
+std::size_t Kor_SessionLogGatherer::Content::catch_up() noexcept
+{
+    waiting.add_lost(waiting.take().apply_to(events));
+    const std::size_t lost = waiting.take_lost();
+    if (lost == 0)
+        return 0;
+    try
+    {
+        events.report_warning(make_warning_of_lost(lost));
+    }
+    catch (...) // no memory: the general log is told all the same
+    {
+        return lost;
+    }
+    return lost;
+}
 
 // What the content is made of ---------------------------------------------------------------------------
 kor::XmlLibrary::XmlLibrary() { xercesc::XMLPlatformUtils::Initialize(); }
@@ -114,21 +187,16 @@ void kor::keep_xml_library()
     std::atexit(&xercesc::XMLPlatformUtils::Terminate);
 }
 
-kor::ReportText::ReportText() : m_formatter("utf-16", &m_relay) {}
-
-void kor::ReportText::begin(xercesc::XMLFormatTarget* target) noexcept
+void kor::ReportText::begin(xercesc::XMLFormatTarget& target) noexcept
 {
-    m_relay.set_target(target);
+    m_target = &target;
     discard();
 }
 
-void kor::ReportText::put_byte_order_mark()
+void kor::ReportText::write(const wchar_t* text, std::size_t length)
 {
-    constexpr XMLByte MARK[] = {0xFF, 0xFE};
-    m_formatter.writeBOM(MARK, sizeof MARK);
+    m_target->writeChars(reinterpret_cast<const XMLByte*>(text), length * sizeof(wchar_t), &m_formatter);
 }
-
-void kor::ReportText::write(const wchar_t* text, std::size_t length) { m_formatter.formatBuf(text, length); }
 
 kor::XmlEncoder::XmlEncoder() : target(1023), formatter("utf-16", &target, xercesc::XMLFormatter::StdEscapes) {}
 
@@ -205,28 +273,19 @@ void Kor_SessionLogGatherer::reportEvent(
     va_end(args);
 }
 
-/// args: a va_list. Formats outside of the lock, for which other threads wait.
+/// args: a va_list.
 void Kor_SessionLogGatherer::report(
     const wchar_t* type, const wchar_t* subject, unsigned flags, unsigned weight, const wchar_t* format,
     char* args) noexcept
-try
 {
-    SessionEvent event = make_event(type, subject, flags, weight, format, args);
-    const Access content(*this);
-    if (content)
-        content->events.report(std::move(event), getCurrentTime());
-}
-catch (...) // no memory
-{
-    return;
+    Access::enter(this, [&] { return EventReport(make_event(type, subject, flags, weight, format, args)); });
 }
 
 void Kor_SessionLogGatherer::reportError(const wchar_t* subject, const wchar_t* format, ...)
 {
     va_list args;
     va_start(args, format);
-    Access::run(
-        this, [&](Content& content) { content.events.report_error(make_notice(L"Error", subject, format, args)); });
+    Access::enter(this, [&] { return ErrorReport(make_event(L"Error", subject, 0, 1, format, args)); });
     va_end(args);
 }
 
@@ -234,18 +293,13 @@ void Kor_SessionLogGatherer::reportWarning(const wchar_t* subject, const wchar_t
 {
     va_list args;
     va_start(args, format);
-    Access::run(
-        this, [&](Content& content) { content.events.report_warning(make_notice(L"Warning", subject, format, args)); });
+    Access::enter(this, [&] { return WarningReport(make_event(L"Warning", subject, 0, 1, format, args)); });
     va_end(args);
 }
 
 void Kor_SessionLogGatherer::reportEventTime(const wchar_t* type, const wchar_t* subject)
 {
-    Access::run(
-        this,
-        [&](Content& content) {
-            content.events.set_time({text_or_empty(type), text_or_empty(subject)}, getCurrentTime());
-        });
+    Access::enter(this, [&] { return TimeNote{id_of(type, subject)}; });
 }
 
 unsigned long long Kor_SessionLogGatherer::getEventTime(const wchar_t* type, const wchar_t* subject) const
@@ -262,18 +316,16 @@ unsigned long long Kor_SessionLogGatherer::getEventTime(const wchar_t* type, con
 void Kor_SessionLogGatherer::reportStatsEventSubject(
     const wchar_t* type, const wchar_t* subject, const wchar_t* statsType, const wchar_t* statsSubject)
 {
-    Access::run(
-        this,
-        [&](Content& content)
-        {
-            content.events.set_alias(
-                {text_or_empty(type), text_or_empty(subject)}, {text_or_empty(statsType), text_or_empty(statsSubject)});
-        });
+    Access::enter(this, [&] { return Alias{id_of(type, subject), id_of(statsType, statsSubject)}; });
 }
 
 void Kor_SessionLogGatherer::removeFromContext(const wchar_t* type, const wchar_t* subject, bool includeSpans)
 {
-    Access::run(this, [&](Content& content) { content.events.remove_from_context(type, subject, includeSpans); });
+    Access::enter(
+        this,
+        [&] {
+            return ContextRemoval{type == nullptr, subject == nullptr, id_of(type, subject), includeSpans};
+        });
 }
 
 unsigned Kor_SessionLogGatherer::getHistorySize() const
@@ -285,7 +337,7 @@ unsigned Kor_SessionLogGatherer::getHistorySize() const
 
 void Kor_SessionLogGatherer::setHistorySize(unsigned size)
 {
-    Access::run(this, [&](Content& content) { content.events.set_history_size(size); });
+    Access::enter(this, [size] { return HistorySize{size}; });
 }
 
 // The clock that the timers read, too, but without the C runtime around it, which takes ten times as long.
@@ -293,14 +345,10 @@ unsigned long long Kor_SessionLogGatherer::getCurrentTime() { return kor::win::m
 
 void Kor_SessionLogGatherer::add_history(const ReportEventNode& event)
 {
-    Access::run(this, [&](Content& content) { content.events.add_history(ReportEventNode(event)); });
+    Access::enter(this, [&] { return HistoryAddition(SessionEvent(event)); });
 }
 
 void Kor_SessionLogGatherer::updateStats(const Kor_SessionLogEventID& identity, const ReportEventNode& event)
 {
-    Access::run(
-        this,
-        [&](Content& content) {
-            content.events.update_statistics({identity.type, identity.subject}, event);
-        });
+    Access::enter(this, [&] { return StatisticsUpdate{identity, event}; });
 }

@@ -21,6 +21,7 @@
 #include "core/session_time.h"
 #include "general_log.h"
 #include "session_content.h"
+#include "win/output_file.h"
 #include "win/owned.h"
 #include "win/text.h"
 

@@ -11,18 +11,16 @@
 #include "Kor_SessionLog.h"
 #include "Kor_SessionLogGatherer.h"
 #include "core/session_text.h"
-#include "core/session_time.h"
 #include "core/system_texts.h"
 #include "general_log.h"
 #include "session_content.h"
+#include "session_crash.h"
 #include "win/registry.h"
 #include "win/system_version.h"
 #include "win/text.h"
 #include "win/zone_clock.h"
 
-#include <dbghelp.h> // behind windows.h
-
-using kor::core::hex_text;
+using kor::CrashFacts;
 using kor::core::size_text;
 using xercesc::DOMElement;
 
@@ -54,8 +52,6 @@ void set_if(DOMElement& element, const wchar_t* name, const std::optional<std::w
     if (value.has_value())
         set(element, name, *value);
 }
-
-std::wstring low_32_bits(std::uint64_t value) { return std::to_wstring(static_cast<std::uint32_t>(value)); }
 
 std::wstring signed_32_bits(std::uint32_t value) { return std::to_wstring(static_cast<std::int32_t>(value)); }
 
@@ -207,55 +203,27 @@ void add_disks(DOMElement& parent)
 }
 
 // The process ---------------------------------------------------------------------------------------------
-std::optional<PROCESS_MEMORY_COUNTERS_EX> sample_memory() noexcept
+/// Sets attributes of an element.
+auto setter(DOMElement& element)
 {
-    const kor::win::OwnedHandle process(
-        ::OpenProcess(PROCESS_QUERY_INFORMATION | PROCESS_VM_READ, FALSE, ::GetCurrentProcessId()));
-    PROCESS_MEMORY_COUNTERS_EX counters{};
-    counters.cb = sizeof counters;
-    if (!process ||
-        !::GetProcessMemoryInfo(process.get(), reinterpret_cast<PROCESS_MEMORY_COUNTERS*>(&counters), sizeof counters))
-        return std::nullopt;
-    return counters;
+    return [&element](const wchar_t* name, std::wstring_view value) { set(element, name, value); };
 }
 
-void add_memory(DOMElement& exception)
+/// Disks are asked about what is on them, which may take long where one does not answer.
+enum class Disks
 {
-    const std::optional<PROCESS_MEMORY_COUNTERS_EX> sample = sample_memory();
-    if (!sample.has_value())
-        return;
-    DOMElement& memory = append(exception, L"memory");
-    set(memory, L"page_fault_count", low_32_bits(sample->PageFaultCount));
-    set(memory, L"peak_working_set_size", low_32_bits(sample->PeakWorkingSetSize));
-    set(memory, L"working_set_size", low_32_bits(sample->WorkingSetSize));
-    set(memory, L"quota_peak_paged_pool_usage", low_32_bits(sample->QuotaPeakPagedPoolUsage));
-    set(memory, L"quota_paged_pool_usage", low_32_bits(sample->QuotaPagedPoolUsage));
-    set(memory, L"quota_peak_non_paged_pool_usage", low_32_bits(sample->QuotaPeakNonPagedPoolUsage));
-    set(memory, L"quota_non_paged_pool_usage", low_32_bits(sample->QuotaNonPagedPoolUsage));
-    set(memory, L"page_file_usage", low_32_bits(sample->PagefileUsage));
-    set(memory, L"peak_page_file_usage", low_32_bits(sample->PeakPagefileUsage));
-    set(memory, L"private_usage", low_32_bits(sample->PrivateUsage));
-}
+    ADDED,
+    LEFT_OUT
+};
 
-std::wstring version_text(DWORD most, DWORD least)
+void add_exception(DOMElement& root, const CrashFacts& crash, const wchar_t* event_id, Disks disks)
 {
-    return std::to_wstring(HIWORD(most)) + L"." + std::to_wstring(LOWORD(most)) + L"." +
-           std::to_wstring(HIWORD(least)) + L"." + std::to_wstring(LOWORD(least));
-}
-
-void add_module(DOMElement& modules, const MINIDUMP_MODULE_CALLBACK& module, kor::win::ZoneClock& clock)
-{
-    constexpr std::uint64_t MS_PER_SECOND = 1000;
-    DOMElement& element = append(modules, L"Module");
-    set(element, L"FullPath", kor::text_or_empty(module.FullPath));
-    set(element, L"BaseAddress", hex_text(static_cast<std::uint32_t>(module.BaseOfImage)));
-    set(element, L"ImageSize", signed_32_bits(module.SizeOfImage));
-    wchar_t time[kor::core::SESSION_TIME_LENGTH];
-    kor::core::write_session_time(time, kor::core::local_session_time(clock, module.TimeDateStamp * MS_PER_SECOND));
-    set(element, L"ImageTimeStamp", {time, std::size(time)});
-    const VS_FIXEDFILEINFO& version = module.VersionInfo;
-    set(element, L"FileVersion", version_text(version.dwFileVersionMS, version.dwFileVersionLS));
-    set(element, L"ProductVersion", version_text(version.dwProductVersionMS, version.dwProductVersionLS));
+    DOMElement& exception = append(root, L"Exception");
+    kor::tell_exception(crash, event_id, setter(exception));
+    if (crash.memory.has_value())
+        kor::tell_memory(*crash.memory, setter(append(exception, L"memory")));
+    if (disks == Disks::ADDED)
+        add_disks(exception);
 }
 
 void add_modules(DOMElement& root)
@@ -266,30 +234,33 @@ void add_modules(DOMElement& root)
         return;
     kor::win::ZoneClock clock;
     for (const MINIDUMP_MODULE_CALLBACK& module : crash_reporter->getModulesList())
-        add_module(modules, module, clock);
+        kor::tell_module(module, clock, setter(append(modules, L"Module")));
 }
 
-void add_exception(DOMElement& root, const EXCEPTION_POINTERS* pointers, const wchar_t* event_id)
+void add_crash(xercesc::DOMDocument* document, const CrashFacts& crash, const wchar_t* event_id, Disks disks)
 {
-    constexpr DWORD PATH_SIZE = 256;
-    wchar_t path[PATH_SIZE] = {};
-    ::GetModuleFileNameW(nullptr, path, PATH_SIZE);
-    path[PATH_SIZE - 1] = L'\0'; // a path that was cut may have no end
+    change_document(
+        document, REPORT_EXCEPTION,
+        [&](DOMElement& root)
+        {
+            add_exception(root, crash, event_id, disks);
+            add_modules(root);
+        });
+}
 
-    const EXCEPTION_RECORD nothing_known{};
-    const EXCEPTION_RECORD& record =
-        pointers == nullptr || pointers->ExceptionRecord == nullptr ? nothing_known : *pointers->ExceptionRecord;
-    const auto address = reinterpret_cast<std::uintptr_t>(record.ExceptionAddress);
-
-    DOMElement& exception = append(root, L"Exception");
-    set(exception, L"Module", path);
-    set(exception, L"Code", hex_text(record.ExceptionCode));
-    if (event_id != nullptr)
-        set(exception, L"EventID", event_id);
-    set(exception, L"Description", kor::core::exception_name(record.ExceptionCode));
-    set(exception, L"Address", hex_text(static_cast<std::uint32_t>(address))); // as readers know it: 32 bits
-    add_memory(exception);
-    add_disks(exception);
+/// Runs work(memory that the process uses), if that is known. What it throws ends it: there was no memory. The last error
+/// of the thread and errno come out as they went in.
+template <class Work>
+void measure_memory(Work&& work) noexcept
+try
+{
+    const kor::win::KeptErrors kept;
+    if (const auto sample = kor::sample_memory())
+        work(*sample);
+}
+catch (...)
+{
+    return;
 }
 } // namespace
 
@@ -313,60 +284,77 @@ void Kor_SessionLogGatherer::gatherSystemInfo()
 
 void Kor_SessionLogGatherer::reportException(_EXCEPTION_POINTERS* exception, const wchar_t* eventId)
 {
-    Access::run(
-        this,
-        [&](Content& content)
+    if (bBypass || m_content == nullptr)
+        return;
+    const kor::win::KeptErrors kept;
+    try
+    {
+        const Access content(*this);
+        if (content)
         {
-            change_document(
-                content.document.get(), REPORT_EXCEPTION,
-                [&](DOMElement& root)
-                {
-                    add_exception(root, exception, eventId);
-                    add_modules(root);
-                });
-        });
+            CrashFacts crash{};
+            kor::find_facts(crash, exception, nullptr);
+            add_crash(content->document.get(), crash, eventId, Disks::ADDED);
+        }
+        else if (!bBypass)
+            m_content->waiting_crash.put(exception, eventId);
+    }
+    catch (...) // of a destination of the general log
+    {
+        return;
+    }
+}
+
+void Kor_SessionLogGatherer::Content::take_over_crash()
+{
+    if (!waiting_crash.is_there())
+        return;
+    const CrashFacts& crash = waiting_crash.facts();
+    add_crash(document.get(), crash, crash.has_event_id ? crash.event_id : nullptr, Disks::LEFT_OUT);
+    waiting_crash.clear();
 }
 
 // Memory ----------------------------------------------------------------------------------------------------
 void Kor_SessionLogGatherer::storeMemoryStatus(const wchar_t* name)
 {
-    Access::run(
-        this,
-        [&](Content& content)
+    if (bBypass)
+        return;
+    measure_memory(
+        [&](const PROCESS_MEMORY_COUNTERS_EX& sample)
         {
-            if (const auto sample = sample_memory())
-                content.memory_statuses.insert_or_assign({MEMORY_TYPE, kor::text_or_empty(name)}, *sample);
+            const Access content(*this);
+            if (content)
+                content->memory_statuses.insert_or_assign({MEMORY_TYPE, kor::text_or_empty(name)}, sample);
         });
 }
 
 void Kor_SessionLogGatherer::reportMemoryStatus(const wchar_t* subject, unsigned flags)
 {
-    Access::run(
-        this,
-        [&](Content&)
+    if (bBypass)
+        return;
+    measure_memory(
+        [&](const PROCESS_MEMORY_COUNTERS_EX& sample)
         {
-            const auto sample = sample_memory();
-            if (!sample.has_value())
-                return;
             const std::wstring full_subject = kor::text_or_empty(subject) + std::wstring(L" - Status");
             reportEvent(
-                MEMORY_TYPE, full_subject.c_str(), flags, 1, MEMORY_FORMAT, size_text(sample->WorkingSetSize).c_str(),
-                size_text(sample->PrivateUsage).c_str());
+                MEMORY_TYPE, full_subject.c_str(), flags, 1, MEMORY_FORMAT, size_text(sample.WorkingSetSize).c_str(),
+                size_text(sample.PrivateUsage).c_str());
         });
 }
 
 void Kor_SessionLogGatherer::reportMemoryDifference(const wchar_t* subject, const wchar_t* name, unsigned flags)
 {
-    Access::run(
-        this,
-        [&](Content& content)
+    if (bBypass)
+        return;
+    measure_memory(
+        [&](const PROCESS_MEMORY_COUNTERS_EX& sample)
         {
-            const auto sample = sample_memory();
-            if (!sample.has_value())
+            const Access content(*this);
+            if (!content)
                 return;
-            const kor::core::SessionEventKey key{MEMORY_TYPE, kor::text_or_empty(name)};
-            const auto stored = content.memory_statuses.find(key);
-            if (stored == content.memory_statuses.end())
+            const auto stored =
+                content->memory_statuses.find(kor::core::SessionEventKey{MEMORY_TYPE, kor::text_or_empty(name)});
+            if (stored == content->memory_statuses.end())
             {
                 KOR_GENERAL_LOG(
                     kor::GATHERER_SOURCE, REPORT_MEMORY_DIFFERENCE, kor::LEVEL_WARNING,
@@ -376,8 +364,8 @@ void Kor_SessionLogGatherer::reportMemoryDifference(const wchar_t* subject, cons
             const std::wstring full_subject = kor::text_or_empty(subject) + std::wstring(L" - Difference from ") +
                                               (name == nullptr ? L"previous log" : name);
             // A use that has shrunk wraps.
-            const std::uint64_t working_set = sample->WorkingSetSize - stored->second.WorkingSetSize;
-            const std::uint64_t private_usage = sample->PrivateUsage - stored->second.PrivateUsage;
+            const std::uint64_t working_set = sample.WorkingSetSize - stored->second.WorkingSetSize;
+            const std::uint64_t private_usage = sample.PrivateUsage - stored->second.PrivateUsage;
             reportEvent(
                 MEMORY_TYPE, full_subject.c_str(), flags, 1, MEMORY_FORMAT, size_text(working_set).c_str(),
                 size_text(private_usage).c_str());

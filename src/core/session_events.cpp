@@ -228,6 +228,40 @@ void SessionEvents::load_context(SessionEvent&& event)
     m_context.try_emplace(std::move(id), std::move(event));
 }
 
+// Snapshots -------------------------------------------------------------------------------------------
+SessionSnapshot SessionEvents::snapshot(bool is_report) const
+{
+    SessionSnapshot taken;
+    taken.statistics_start = m_statistics_start;
+    taken.statistics.reserve(m_statistics.size());
+    for (const auto& [identity, statistics] : m_statistics)
+        taken.statistics.push_back({&identity, SessionNumbers(statistics)});
+    if (!is_report)
+        return taken;
+    taken.context.reserve(m_context.size());
+    for (const auto& entry : m_context)
+        taken.context.push_back(entry.second);
+    taken.history = m_history.view();
+    taken.errors = m_errors.view();
+    taken.warnings = m_warnings.view();
+    return taken;
+}
+
+std::size_t SessionEvents::snapshot_size(bool is_report) const noexcept
+{
+    const std::size_t statistics = m_statistics.size() * sizeof(SessionSnapshot::Statistics);
+    if (!is_report)
+        return statistics;
+    constexpr std::size_t OVERHEAD = 64; // of the heap and of containers, for each allocation
+    const std::size_t events = m_history.size() + m_errors.size() + m_warnings.size();
+    std::size_t context = 0;
+    for (const auto& entry : m_context)
+        context +=
+            sizeof(SessionEvent) + 3 * OVERHEAD +
+            (entry.second.type.size() + entry.second.subject.size() + entry.second.info.size()) * sizeof(wchar_t);
+    return statistics + context + events / SessionEventView::BLOCK_SIZE * OVERHEAD;
+}
+
 // Names for names, and times --------------------------------------------------------------------------
 void SessionEvents::set_alias(SessionEventKey of, SessionEventKey counted_as)
 {

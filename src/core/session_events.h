@@ -4,12 +4,13 @@
 #define KOR_CORE_SESSION_EVENTS_H
 
 #include <cstdint>
-#include <deque>
 #include <map>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "Kor_SessionLogGatherer.h"
+#include "core/session_event_list.h"
 
 namespace kor::core
 {
@@ -48,6 +49,40 @@ void update_triple(Triple& triple, double value, double weight_before, double we
 /// Takes an event into statistics that count others already, or that count none yet.
 void count_event(SessionStatistics& statistics, const SessionEvent& event) noexcept;
 
+/// What is known of all events that are counted together, without their identity's texts.
+struct SessionNumbers
+{
+    explicit SessionNumbers(const SessionStatistics& from) noexcept
+        : count(from.count), weight(from.weight), total_time(from.total_time), unit_time(from.unit_time)
+    {
+    }
+
+    std::uint64_t count;
+    Triple weight;
+    Triple total_time;
+    Triple unit_time;
+};
+
+/// What a report or a state file tells of a session, as it was at one moment. What becomes of the session's events does
+/// not matter to it, as long as there is the session.
+struct SessionSnapshot
+{
+    struct Statistics
+    {
+        const SessionEventId* identity; ///< the session's, which stays
+        SessionNumbers numbers;
+    };
+
+    // Of reports alone.
+    std::vector<SessionEvent> context;
+    SessionEventView history;
+    SessionEventView errors;
+    SessionEventView warnings;
+
+    std::uint64_t statistics_start = 0;
+    std::vector<Statistics> statistics;
+};
+
 /// The events of a session. The time is told to it. Not for several threads at a time. Without memory an operation
 /// throws, and leaves everything in order, though an event may be lost.
 class SessionEvents
@@ -81,10 +116,15 @@ public:
 
     const SessionEventMap<SessionStatistics>& statistics() const noexcept { return m_statistics; }
     std::uint64_t statistics_start() const noexcept { return m_statistics_start; }
-    const std::deque<SessionEvent>& history() const noexcept { return m_history; }
+    const SessionEventView& history() const noexcept { return m_history; }
     const SessionEventMap<SessionEvent>& context() const noexcept { return m_context; }
-    const std::deque<SessionEvent>& errors() const noexcept { return m_errors; }
-    const std::deque<SessionEvent>& warnings() const noexcept { return m_warnings; }
+    const SessionEventView& errors() const noexcept { return m_errors; }
+    const SessionEventView& warnings() const noexcept { return m_warnings; }
+
+    /// What there is to tell now: of a report all, else the statistics.
+    SessionSnapshot snapshot(bool is_report) const;
+    /// The bytes that a snapshot takes, not much less.
+    std::size_t snapshot_size(bool is_report) const noexcept;
 
 private:
     using Context = SessionEventMap<SessionEvent>;
@@ -98,12 +138,12 @@ private:
     void finish(const SessionEventKey& key, SessionEvent&& event);
 
     std::uint32_t m_history_size = Kor_SessionLogGatherer::DEFAULT_HISTORY_SIZE;
-    SessionEventMap<SessionStatistics> m_statistics;
+    SessionEventMap<SessionStatistics> m_statistics; // entries are never removed
     std::uint64_t m_statistics_start;
-    std::deque<SessionEvent> m_history; // oldest first
+    SessionEventList m_history; // oldest first
     Context m_context;
-    std::deque<SessionEvent> m_errors;
-    std::deque<SessionEvent> m_warnings;
+    SessionEventList m_errors;
+    SessionEventList m_warnings;
     SessionEventMap<SessionEventId> m_aliases;
     SessionEventMap<std::uint64_t> m_times;
 };

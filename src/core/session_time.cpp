@@ -77,6 +77,16 @@ void write_session_time(wchar_t (&to)[SESSION_TIME_LENGTH], std::int64_t millise
     write_digits(at, milliseconds - seconds * MS_PER_SECOND, 3);
 }
 
+bool update_session_time(wchar_t (&text)[SESSION_TIME_LENGTH], std::int64_t from, std::int64_t to) noexcept
+{
+    constexpr int DIGITS = 3;
+    const std::int64_t second = floor_divide(to, MS_PER_SECOND);
+    if (to < FIRST_SESSION_TIME || to > LAST_SESSION_TIME || floor_divide(from, MS_PER_SECOND) != second)
+        return false;
+    write_digits(text + SESSION_TIME_LENGTH - DIGITS, to - second * MS_PER_SECOND, DIGITS);
+    return true;
+}
+
 std::optional<std::uint64_t> read_session_time(std::wstring_view text) noexcept
 {
     constexpr std::int64_t END = 32535216000; // of the year 3000, in seconds: what the C runtime converts

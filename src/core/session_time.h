@@ -22,6 +22,10 @@ constexpr std::int64_t FIRST_SESSION_TIME = -62167219200000;
 /// outside FIRST_ to LAST_SESSION_TIME is written as the nearer of them.
 void write_session_time(wchar_t (&to)[SESSION_TIME_LENGTH], std::int64_t milliseconds) noexcept;
 
+/// Makes the text of one time that of another, where that takes no more than its milliseconds: in the same second. False
+/// where it takes more.
+bool update_session_time(wchar_t (&text)[SESSION_TIME_LENGTH], std::int64_t from, std::int64_t to) noexcept;
+
 /// Reads such a time as if the clock showed UTC. The fields are read as scanf does, with blanks and signs, and a
 /// month or a day beyond its range leads into the next year or month. Nothing when the text has another length or
 /// other separators, or when the time lies before 1970 or after the year 3000.

@@ -39,19 +39,6 @@ constexpr bool is_plain(wchar_t c) noexcept
         return !SPECIAL[code];
     return code < 0xD800 || (code > 0xDFFF && code < 0xFFFE);
 }
-
-/// Digits are the same in every character set: widens them.
-void put_digits(TextBlocks& to, const char* begin, const char* end)
-{
-    wchar_t wide[8];
-    while (begin != end)
-    {
-        std::size_t count = 0;
-        for (; begin != end && count < std::size(wide); ++begin)
-            wide[count++] = static_cast<wchar_t>(*begin);
-        to.put({wide, count});
-    }
-}
 } // namespace
 
 std::size_t count_plain(std::wstring_view text) noexcept
@@ -104,16 +91,15 @@ std::wstring replace_forbidden(std::wstring_view text)
     return result;
 }
 
-void TextBlocks::put(std::wstring_view text)
+void TextBlocks::put_in_pieces(std::wstring_view text)
 {
     while (!text.empty())
     {
         if (m_used == BLOCK_SIZE)
             flush();
-        const std::size_t count = std::min(text.size(), BLOCK_SIZE - m_used);
-        std::wmemcpy(m_block + m_used, text.data(), count);
-        m_used += count;
-        text.remove_prefix(count);
+        const std::wstring_view piece = text.substr(0, BLOCK_SIZE - m_used);
+        put(piece);
+        text.remove_prefix(piece.size());
     }
 }
 
@@ -121,28 +107,51 @@ void TextBlocks::put_escaped(std::wstring_view text)
 {
     for (;;)
     {
-        const std::size_t plain = count_plain(text);
-        put(text.substr(0, plain));
-        text.remove_prefix(plain);
+        text.remove_prefix(put_plain(text));
         if (text.empty())
             return;
+        if (m_used == BLOCK_SIZE)
+        {
+            flush();
+            continue;
+        }
         std::size_t length = 0;
         put(xml_form(text, length));
         text.remove_prefix(length);
     }
 }
 
+/// Puts what stands at the front of text and XML allows as it is, as far as there is room. Returns how much that was.
+std::size_t TextBlocks::put_plain(std::wstring_view text)
+{
+    const std::size_t most = std::min(text.size(), BLOCK_SIZE - m_used);
+    wchar_t* const to = m_block + m_used;
+    std::size_t count = 0;
+    for (; count < most && is_plain(text[count]); ++count)
+        to[count] = text[count];
+    m_used += count;
+    return count;
+}
+
+/// Digits are the same in every character set.
+void TextBlocks::put_digits(const char* begin, const char* end)
+{
+    if (static_cast<std::size_t>(end - begin) > BLOCK_SIZE - m_used)
+        flush();
+    m_used = static_cast<std::size_t>(std::copy(begin, end, m_block + m_used) - m_block);
+}
+
 void TextBlocks::put_number(std::int64_t value)
 {
     char digits[24];
-    put_digits(*this, digits, std::to_chars(digits, std::end(digits), value).ptr);
+    put_digits(digits, std::to_chars(digits, std::end(digits), value).ptr);
 }
 
 void TextBlocks::put_fraction(double value)
 {
     // The largest double has 309 digits in front of the point.
     char digits[328];
-    put_digits(*this, digits, std::to_chars(digits, std::end(digits), value, std::chars_format::fixed, 6).ptr);
+    put_digits(digits, std::to_chars(digits, std::end(digits), value, std::chars_format::fixed, 6).ptr);
 }
 
 void TextBlocks::flush()

@@ -3,6 +3,7 @@
 #ifndef KOR_CORE_TEXT_BLOCKS_H
 #define KOR_CORE_TEXT_BLOCKS_H
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -14,14 +15,24 @@ namespace kor::core
 class TextBlocks
 {
 public:
-    static constexpr std::size_t BLOCK_SIZE = 4096; // characters: two pages of UTF-16
+    /// Characters. A file takes 64 KB of UTF-16 in fewer and quicker writes than smaller pieces.
+    static constexpr std::size_t BLOCK_SIZE = 32 * 1024;
 
     TextBlocks() = default;
     TextBlocks(const TextBlocks&) = delete;
     TextBlocks& operator=(const TextBlocks&) = delete;
     virtual ~TextBlocks() = default;
 
-    void put(std::wstring_view text);
+    void put(std::wstring_view text)
+    {
+        if (text.size() > BLOCK_SIZE - m_used)
+        {
+            put_in_pieces(text);
+            return;
+        }
+        std::copy(text.begin(), text.end(), m_block + m_used); // of a literal: a few moves
+        m_used += text.size();
+    }
 
     /// With the five XML escapes. What XML does not allow at all becomes U+FFFD: control characters, halves of
     /// surrogate pairs, and the two characters at the end of the plane.
@@ -43,6 +54,10 @@ protected:
     virtual void write(const wchar_t* text, std::size_t length) = 0;
 
 private:
+    void put_in_pieces(std::wstring_view text);
+    void put_digits(const char* begin, const char* end);
+    std::size_t put_plain(std::wstring_view text);
+
     std::size_t m_used = 0;
     wchar_t m_block[BLOCK_SIZE];
 };

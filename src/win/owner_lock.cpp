@@ -33,28 +33,40 @@ OwnerLock::Holder OwnerLock::holder() const noexcept
 bool OwnerLock::wait_for_lock(ThreadMark thread) noexcept
 {
     const KeptErrors kept;
-    WaitClock clock(MAX_WAIT_MS);
+    const Holder first = holder();
+    const Outcome outcome = wait(thread, MAX_WAIT_MS);
+    return outcome == Outcome::NOT_YET ? end_wait(first, thread) : outcome == Outcome::GOT_IT;
+}
+
+bool OwnerLock::lock_within(ThreadMark thread, DWORD limit_ms) noexcept
+{
+    const KeptErrors kept;
+    return try_lock(thread) || wait(thread, limit_ms) == Outcome::GOT_IT;
+}
+
+OwnerLock::Outcome OwnerLock::wait(ThreadMark thread, DWORD limit_ms) noexcept
+{
+    WaitClock clock(limit_ms);
     // A crash handler may come from inside of the lock: waiting for oneself would be in vain.
     if (is_held_by(thread) || is_held_by(ORPHANED))
-        return false;
+        return Outcome::CANNOT_GET_IT;
     if (wait_briefly(thread))
-        return true;
-    const Holder first = holder();
+        return Outcome::GOT_IT;
     do
     {
         const Holder now = holder();
         if (now.thread == NO_THREAD)
         {
             if (try_lock(thread))
-                return true;
+                return Outcome::GOT_IT;
         }
         else if (now.thread == ORPHANED || now.turn == m_stuck_turn.load(std::memory_order_relaxed))
-            return false;
+            return Outcome::CANNOT_GET_IT;
         else if (has_ended(now.thread) && inherit(now.thread, thread))
-            return m_state == State::MENDABLE;
+            return m_state == State::MENDABLE ? Outcome::GOT_IT : Outcome::CANNOT_GET_IT;
         ::Sleep(1);
     } while (!clock.is_over());
-    return end_wait(first, thread);
+    return Outcome::NOT_YET;
 }
 
 bool OwnerLock::wait_briefly(ThreadMark thread) noexcept

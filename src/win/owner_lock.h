@@ -41,6 +41,15 @@ public:
     /// thread: the calling one. False when it did not get the lock.
     [[nodiscard]] bool lock(ThreadMark thread) noexcept { return try_lock(thread) || wait_for_lock(thread); }
 
+    /// The same, for who has less time, or none. Whoever gives up so early says nothing of the holder: the lock stays with
+    /// it, and others wait as ever.
+    [[nodiscard]] bool lock_within(ThreadMark thread, DWORD limit_ms) noexcept;
+    [[nodiscard]] bool try_lock(ThreadMark thread) noexcept
+    {
+        ThreadMark nobody = NO_THREAD;
+        return m_owner.compare_exchange_strong(nobody, thread, std::memory_order_acquire);
+    }
+
     /// thread: the calling one, which got the lock. It may have lost it since.
     void unlock(ThreadMark thread) noexcept
     {
@@ -52,16 +61,20 @@ public:
 
     bool is_held_by(ThreadMark thread) const noexcept { return m_owner.load(std::memory_order_relaxed) == thread; }
 
+    /// Another number for each holder, to tell whether it is still the same one.
+    std::uint64_t turn() const noexcept { return m_turn.load(std::memory_order_relaxed); }
+
 private:
     struct Holder;
-
-    bool try_lock(ThreadMark thread) noexcept
+    enum class Outcome
     {
-        ThreadMark nobody = NO_THREAD;
-        return m_owner.compare_exchange_strong(nobody, thread, std::memory_order_acquire);
-    }
+        GOT_IT,
+        CANNOT_GET_IT,
+        NOT_YET
+    };
 
     bool wait_for_lock(ThreadMark thread) noexcept;
+    Outcome wait(ThreadMark thread, DWORD limit_ms) noexcept;
     bool wait_briefly(ThreadMark thread) noexcept;
     bool inherit(ThreadMark from, ThreadMark thread) noexcept;
     bool end_wait(const Holder& first, ThreadMark thread) noexcept;

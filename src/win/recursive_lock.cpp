@@ -2,12 +2,23 @@
 
 namespace kor::win
 {
-bool RecursiveLock::lock(ThreadMark thread) noexcept
+bool RecursiveLock::lock(ThreadMark thread) noexcept { return enter(is_held_by(thread) || m_lock.lock(thread)); }
+
+bool RecursiveLock::lock_within(ThreadMark thread, DWORD limit_ms) noexcept
 {
-    if (!m_lock.is_held_by(thread) && !m_lock.lock(thread))
-        return false;
-    ++m_depth;
-    return true;
+    return enter(is_held_by(thread) || m_lock.lock_within(thread, limit_ms));
+}
+
+bool RecursiveLock::try_lock(ThreadMark thread) noexcept
+{
+    return enter(is_held_by(thread) || m_lock.try_lock(thread));
+}
+
+bool RecursiveLock::enter(bool can_enter) noexcept
+{
+    if (can_enter)
+        ++m_depth;
+    return can_enter;
 }
 
 void RecursiveLock::unlock(ThreadMark thread) noexcept

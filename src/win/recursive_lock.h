@@ -17,11 +17,19 @@ public:
 
     /// thread: the calling one. False when it gave up waiting, and when the lock is orphaned.
     [[nodiscard]] bool lock(ThreadMark thread) noexcept;
+    /// See OwnerLock.
+    [[nodiscard]] bool lock_within(ThreadMark thread, DWORD limit_ms) noexcept;
+    [[nodiscard]] bool try_lock(ThreadMark thread) noexcept;
 
     /// thread: the calling one, which got the lock.
     void unlock(ThreadMark thread) noexcept;
 
+    bool is_held_by(ThreadMark thread) const noexcept { return m_lock.is_held_by(thread); }
+    std::uint64_t turn() const noexcept { return m_lock.turn(); }
+
 private:
+    bool enter(bool can_enter) noexcept;
+
     OwnerLock m_lock{OwnerLock::State::FRAGILE};
     int m_depth = 0; // only the holder looks at it
 };

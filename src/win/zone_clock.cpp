@@ -51,4 +51,6 @@ std::int64_t ZoneClock::local(std::int64_t utc)
     }
     return utc + m_offset;
 }
+
+std::int64_t KnownZoneClock::local(std::int64_t utc) { return utc + known_zone_offset_ms(); }
 } // namespace kor::win

@@ -17,6 +17,13 @@ private:
     std::int64_t m_minute = -1;
     std::int64_t m_offset = 0;
 };
+
+/// The zone as it is known, without a question to Windows: see known_zone_offset_ms.
+class KnownZoneClock final : public core::LocalClock
+{
+public:
+    std::int64_t local(std::int64_t utc) override;
+};
 } // namespace kor::win
 
 #endif // KOR_WIN_ZONE_CLOCK_H

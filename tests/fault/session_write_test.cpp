@@ -160,6 +160,8 @@ TEST_F(SessionWrite, AReportThatSomebodyReadsAloneIsToldAndLeftAsItIs)
 
 TEST_F(SessionWrite, AStateThatFillsTheDiskHalfWayLeavesTheOldOneAndNothingElse)
 {
+    for (int i = 0; i < 500; ++i)
+        gatherer().reportEvent(L"Page", std::to_wstring(i).c_str(), Gatherer::COUNTED, 1, nullptr);
     int writes = 0;
     {
         const FullDisk roomy(1000);

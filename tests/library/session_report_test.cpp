@@ -7,10 +7,12 @@
 
 #include <cerrno>
 #include <cstdint>
+#include <cstdlib>
 #include <functional>
 #include <memory>
 #include <new>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <xercesc/dom/DOMException.hpp>
@@ -28,6 +30,7 @@ using Gatherer = Kor_SessionLogGatherer;
 using Lines = std::vector<std::string>;
 
 KOR_IMPORT(CreateFileW);
+KOR_IMPORT(malloc);
 
 const std::wstring HEAD = L"\xFEFF<?xml version=\"1.0\" encoding=\"utf-16\"?>"
                           L"<?xml-stylesheet type=\"text/xsl\" href=\"SessionLogSummary.xsl\"?>"
@@ -376,7 +379,6 @@ TEST_F(SessionReportTarget, WhatItThrowsIsToldAndTheNextReportIsWhole)
     std::size_t lines = 0;
     for (const Row& row : rows)
     {
-        // The first and the last piece are the gatherer's own, the XML library's lie between them.
         ByteTarget first(row.fail);
         gatherer().generateReport(&first, true);
         EXPECT_EQ(first.bytes, "");
@@ -402,15 +404,16 @@ TEST_F(SessionReportTarget, WhatItThrowsIsToldAndTheNextReportIsWhole)
     }
 }
 
-TEST_F(SessionReportTarget, WhatItThrowsWhileTheXmlLibraryWritesIsTold)
+TEST_F(SessionReportTarget, WhatItThrowsInTheMiddleIsTold)
 {
-    gatherer().gatherSystemInfo();
+    for (int i = 0; i < 2000; ++i)
+        gatherer().reportError(nullptr, L"error %d", i);
     int pieces = 0;
     ByteTarget counting([&] { ++pieces; });
     gatherer().generateReport(&counting, true);
     ASSERT_GT(pieces, 4);
     std::vector<std::string> told;
-    for (int failing = 2; failing < pieces; failing += 5)
+    for (int failing = 2; failing < pieces; failing += 2)
     {
         int piece = 0;
         ByteTarget target(
@@ -427,50 +430,91 @@ TEST_F(SessionReportTarget, WhatItThrowsWhileTheXmlLibraryWritesIsTold)
 }
 
 // Inside of it -------------------------------------------------------------------------
-TEST_F(SessionReport, NoOtherThreadAddsAnEventWhileItIsWritten)
+TEST_F(SessionReport, HoldsUpNoOtherThreadWhileItIsWrittenAndTellsNothingOfWhatComesMeanwhile)
 {
-    gatherer().reportEvent(L"A", nullptr, 0, 1, nullptr);
+    gatherer().gatherSystemInfo();
+    gatherer().setHistorySize(100);
+    for (int i = 0; i < 80; ++i)
+        gatherer().reportEvent(L"A", nullptr, Gatherer::COUNTED, 1, nullptr);
+    gatherer().reportEvent(L"A", nullptr, Gatherer::STATE | Gatherer::COUNTED, 1, nullptr);
     const std::wstring before = report_text(gatherer());
-    const NamedEvent started(unique_name("event-started"));
-    std::unique_ptr<BoundedThread> thread;
+    bool was_called = false;
     ByteTarget target(
         [&]
         {
-            if (thread != nullptr)
+            if (std::exchange(was_called, true))
                 return;
-            thread = std::make_unique<BoundedThread>(
+            on_another_thread(
                 [&]
                 {
-                    started.set();
-                    gatherer().reportEvent(L"B", nullptr, Gatherer::COUNTED, 1, nullptr);
+                    for (int i = 0; i < 200; ++i) // so that the history has none that is told of
+                        gatherer().reportEvent(L"A", nullptr, Gatherer::COUNTED, 2, nullptr);
+                    gatherer().reportEvent(L"A", nullptr, Gatherer::STATE, 2, nullptr);
+                    gatherer().removeFromContext(L"A", nullptr, true);
+                    gatherer().reportError(nullptr, L"error");
+                    gatherer().reportException(nullptr, nullptr);
                 });
-            ASSERT_TRUE(started.wait());
-            // Nothing tells that the thread waits; without the lock it would be done long before this is over.
-            for (int i = 0; i < 20 && !thread->done(); ++i)
-                ::Sleep(5);
-            EXPECT_FALSE(thread->done());
         });
     gatherer().generateReport(&target, true);
+    EXPECT_TRUE(was_called);
     EXPECT_EQ(wide_text(target.bytes), before);
-    ASSERT_NE(thread, nullptr);
-    thread->join();
-    EXPECT_NE(report_text(gatherer()).find(L"<event type='B'"), std::wstring::npos);
+    EXPECT_NE(report_text(gatherer()).find(L"weight='2'"), std::wstring::npos);
 }
 
-TEST_F(SessionReport, OneThatBeginsInsideOfAnotherIsWholeAndEndsTheOther)
+TEST_F(SessionReport, IsTheSameWhereThereIsNoMemoryToTakeTheContentOutFirst)
 {
+    gatherer().gatherSystemInfo();
+    gatherer().reportEvent(L"A", nullptr, Gatherer::STATE | Gatherer::COUNTED, 1, L"x");
+    gatherer().reportEvent(L"B", nullptr, Gatherer::COUNTED, 1, L"x");
+    gatherer().reportError(nullptr, L"x");
+    for (const bool is_report : {true, false})
+    {
+        const std::wstring whole = report_text(gatherer(), is_report);
+        const Hook<mallocImport> little(
+            [](std::size_t size) -> void* { return size > 60'000 ? nullptr : std::malloc(size); });
+        ASSERT_TRUE(little.installed());
+        EXPECT_EQ(report_text(gatherer(), is_report), whole);
+    }
+}
+
+TEST_F(SessionReport, TwoOfTheSameFileAreWrittenOneAfterTheOther)
+{
+    for (int i = 0; i < 2000; ++i)
+        gatherer().reportError(nullptr, L"error %d", i);
+    run_on_threads(
+        3,
+        [this](int)
+        {
+            for (int i = 0; i < 5; ++i)
+                gatherer().generateReport(path("report.xml").c_str(), true);
+        });
+    EXPECT_EQ(
+        library_lines(m_directory),
+        Lines(15, WROTE + "Crash report written to '" + m_directory.file("report.xml") + "'."));
+}
+
+TEST_F(SessionReport, OneThatBeginsInsideOfAnotherIsWholeAndSoIsTheOther)
+{
+    gatherer().gatherSystemInfo();
     gatherer().reportEvent(L"A", nullptr, Gatherer::STATE, 1, L"x");
+    for (int i = 0; i < 2000; ++i)
+        gatherer().reportError(nullptr, L"%d", i);
     const std::wstring whole = report_text(gatherer());
-    std::wstring inner;
+    std::wstring first; // at the first piece of the outer one
+    std::wstring later;
     ByteTarget target(
         [&]
         {
-            if (inner.empty()) // as a crash handler does whose thread was writing
-                inner = report_text(gatherer());
+            if (first.empty()) // as a target does that reports, or a crash handler whose thread was writing
+                first = report_text(gatherer());
+            else if (later.empty())
+                later = report_text(gatherer());
         });
     gatherer().generateReport(&target, true);
-    EXPECT_EQ(inner, whole);
-    EXPECT_EQ(library_lines(m_directory), Lines{OTHER_EXCEPTION});
+    EXPECT_EQ(first, whole);
+    EXPECT_EQ(later, whole);
+    EXPECT_EQ(wide_text(target.bytes), whole);
+    EXPECT_EQ(library_lines(m_directory), Lines());
     EXPECT_EQ(report_text(gatherer()), whole);
 }
 

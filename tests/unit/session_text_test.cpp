@@ -7,11 +7,13 @@
 #include <cstdint>
 #include <functional>
 #include <limits>
+#include <memory>
 #include <string>
 #include <vector>
 
 using kor::core::SessionEvent;
 using kor::core::SessionEvents;
+using kor::core::SessionNumbers;
 using kor::core::SessionStatistics;
 using kor::core::SessionWriter;
 using Gatherer = Kor_SessionLogGatherer;
@@ -63,7 +65,10 @@ std::wstring text_of(const SessionEvent& event)
 
 std::wstring text_of(const SessionStatistics& statistics)
 {
-    return written([&](SessionWriter& writer) { writer.put_statistics(statistics); });
+    return written(
+        [&](SessionWriter& writer) {
+            writer.put_statistics({statistics.type, statistics.subject}, SessionNumbers(statistics));
+        });
 }
 
 std::wstring time_text(std::uint64_t time, std::int64_t ahead = 0)
@@ -175,6 +180,21 @@ TEST(SessionText, TimesAreThoseOfTheClockOnTheWall)
     EXPECT_EQ(time_text(0, 14 * HOUR), L"1970-01-01 14:00:00.000");
     EXPECT_EQ(time_text(0, -8 * HOUR), L"1969-12-31 16:00:00.000");
     EXPECT_EQ(time_text(500, -HOUR), L"1969-12-31 23:00:00.500");
+}
+
+TEST(SessionText, TimesOneAfterTheOtherAreEachTheirOwn)
+{
+    const std::wstring text = written(
+        [](SessionWriter& writer)
+        {
+            for (const std::uint64_t time :
+                 {MORNING, MORNING, MORNING + 7, MORNING + 999, MORNING + 1000, MORNING + 61'000, MORNING + 1})
+                writer.put_time(time);
+        },
+        -1);
+    EXPECT_EQ(
+        text, L"2024-01-31 07:59:59.9992024-01-31 07:59:59.9992024-01-31 08:00:00.0062024-01-31 08:00:00.998"
+              L"2024-01-31 08:00:00.9992024-01-31 08:01:00.9992024-01-31 08:00:00.000");
 }
 
 TEST(SessionText, TimesBeyondTheYear9999AreItsLastMoment)
@@ -333,4 +353,49 @@ TEST(SessionText, HiddenEventsAreMissingFromEveryList)
     EXPECT_EQ(
         written([&](SessionWriter& writer) { writer.put_lists(events); }),
         L"<context></context><history></history><errors></errors><warnings></warnings>");
+}
+
+TEST(SessionText, WhatWaitsForASessionIsToldWithoutIt)
+{
+    using kor::core::WaitingChange;
+    kor::core::WaitingChanges waiting;
+    const auto put = [&](auto change, std::uint64_t time)
+    { waiting.put(std::make_unique<WaitingChange<decltype(change)>>(std::move(change), time)); };
+    SessionEvent begin = plain_event(L"Span");
+    begin.flags = Gatherer::BEGIN_OF_SPAN;
+    SessionEvent end = plain_event(L"Span");
+    end.flags = Gatherer::END_OF_SPAN;
+    SessionEvent both = plain_event(L"Both");
+    both.flags = Gatherer::BEGIN_OF_SPAN | Gatherer::END_OF_SPAN;
+    SessionEvent added = plain_event(L"Added");
+    added.begin_time = MORNING - 2000;
+    added.end_time = MORNING - 1000;
+    put(kor::core::EventReport(std::move(begin)), MORNING);
+    put(kor::core::ErrorReport(plain_event(L"Error")), MORNING);
+    put(kor::core::HistorySize{5}, MORNING);
+    put(kor::core::EventReport(std::move(end)), MORNING);
+    put(kor::core::WarningReport(plain_event(L"Warning")), MORNING);
+    put(kor::core::EventReport(std::move(both)), MORNING);
+    put(kor::core::HistoryAddition(std::move(added)), MORNING);
+    const kor::core::SessionChangeList list = waiting.take();
+
+    const std::wstring zero = L"'1970-01-01 00:00:00.000'";
+    const std::wstring now = L"'2024-01-31 08:00:00.000'";
+    const auto line = [](const std::wstring& type, const std::wstring& from, const std::wstring& to)
+    {
+        return L"<event type='" + type + L"' weight='0' level='0' begintime=" + from + L" endtime=" + to +
+               L"><info></info></event>";
+    };
+    const std::wstring own = L"<event type='Warning' subject='Kor_SessionLogGatherer' weight='1' level='0' begintime=" +
+                             now + L" endtime=" + now + L"><info>";
+    const std::wstring lists =
+        L"<context></context><history>" + line(L"Span", now, zero) + line(L"Span", zero, now) +
+        line(L"Both", zero, now) + line(L"Added", L"'2024-01-31 07:59:58.000'", L"'2024-01-31 07:59:59.000'") +
+        L"</history><errors>" + line(L"Error", now, now) + L"</errors><warnings>" + line(L"Warning", now, now);
+    const std::wstring rest =
+        own + std::wstring(kor::core::REST_MISSING) + L"</info></event></warnings><stats start=" + now + L"></stats>";
+    EXPECT_EQ(written([&](SessionWriter& writer) { writer.put_what_waits(list, 0, MORNING); }), lists + rest);
+    EXPECT_EQ(
+        written([&](SessionWriter& writer) { writer.put_what_waits(list, 7, MORNING); }),
+        lists + own + L"7 events were lost: another thread had the gatherer for too long.</info></event>" + rest);
 }

@@ -216,6 +216,36 @@ TEST(ReadSessionTime, OutsideOfWhatTheCalendarHoldsIsNone)
     }
 }
 
+TEST(UpdateSessionTime, ChangesTheMillisecondsWithinASecondAlone)
+{
+    struct Row
+    {
+        std::int64_t from;
+        std::int64_t to;
+        const wchar_t* expected; // null: it takes more than that
+    };
+    const Row rows[] = {
+        {1706688000000, 1706688000000, L"2024-01-31 08:00:00.000"},
+        {1706688000000, 1706688000007, L"2024-01-31 08:00:00.007"},
+        {1706688000999, 1706688000123, L"2024-01-31 08:00:00.123"},
+        {1706688000000, 1706688001000, nullptr},
+        {1706688000000, 1706687999999, nullptr},
+        {-1, -1000, L"1969-12-31 23:59:59.000"},
+        {-1, 0, nullptr},
+        {kor::core::LAST_SESSION_TIME, kor::core::LAST_SESSION_TIME - 999, L"9999-12-31 23:59:59.000"},
+        {kor::core::LAST_SESSION_TIME + 1, kor::core::LAST_SESSION_TIME + 2, nullptr},
+        {kor::core::FIRST_SESSION_TIME - 1, kor::core::FIRST_SESSION_TIME - 2, nullptr},
+    };
+    for (const Row& row : rows)
+    {
+        wchar_t text[kor::core::SESSION_TIME_LENGTH];
+        kor::core::write_session_time(text, row.from);
+        const std::wstring before(text, std::size(text));
+        EXPECT_EQ(kor::core::update_session_time(text, row.from, row.to), row.expected != nullptr) << row.to;
+        EXPECT_EQ(std::wstring(text, std::size(text)), row.expected == nullptr ? before : row.expected) << row.to;
+    }
+}
+
 TEST(ReadSessionTime, ReadsBackWhatIsWritten)
 {
     for (std::int64_t time = 0; time <= LAST_READABLE; time += 9'876'543'217)

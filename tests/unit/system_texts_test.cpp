@@ -9,7 +9,6 @@
 
 using kor::core::drive_type_name;
 using kor::core::exception_name;
-using kor::core::hex_text;
 using kor::core::product_name;
 using kor::core::program_name;
 using kor::core::size_text;
@@ -425,15 +424,5 @@ TEST(SizeText, IsInBytesUpToAKilobyteAndInKilobytesBeyond)
     };
     for (const Row& row : rows)
         EXPECT_EQ(size_text(row.bytes), row.text) << row.bytes;
-}
-
-TEST(HexText, HasEightDigitsInLowerCase)
-{
-    EXPECT_EQ(hex_text(0), L"0x00000000");
-    EXPECT_EQ(hex_text(0x2A), L"0x0000002a");
-    EXPECT_EQ(hex_text(0xC0000005), L"0xc0000005");
-    EXPECT_EQ(hex_text(0xFEDCBA98), L"0xfedcba98");
-    EXPECT_EQ(hex_text(0xFFFFFFFF), L"0xffffffff");
-    EXPECT_EQ(hex_text(0x10000000), L"0x10000000");
 }
 } // namespace
