@@ -22,6 +22,7 @@
 #include "core/fixed_text.h"
 #include "core/system_texts.h"
 #include "general_log.h"
+#include "win/clock.h"
 #include "win/guarded_call.h"
 #include "win/kept_errors.h"
 #include "win/library.h"
@@ -168,10 +169,10 @@ void run_dump(void* argument)
         ::GetCurrentProcess(), ::GetCurrentProcessId(), job.file, MiniDumpNormal, job.crash, nullptr, job.callback);
 }
 
+/// Asks for no zone, which a crash may have left locked.
 kor::core::LocalTime local_time() noexcept
 {
-    SYSTEMTIME now{};
-    ::GetLocalTime(&now);
+    const SYSTEMTIME now = kor::win::known_local_time();
     return {now.wYear, now.wMonth, now.wDay, now.wHour, now.wMinute, now.wSecond, now.wMilliseconds};
 }
 
@@ -246,6 +247,7 @@ void Kor_SessionLog::Content::prepare_for_crash() noexcept
 try
 {
     constexpr std::size_t MORE_TO_COME = 64; // modules that the process may load
+    kor::win::local_system_time();           // notes the zone
     find_names();
     modules.make_room(2 * count_modules() + MORE_TO_COME);
 }

@@ -12,6 +12,7 @@
 #include "session_content.h"
 #include "win/clock.h"
 #include "win/format.h"
+#include "win/process_end.h"
 
 using kor::text_or_empty;
 using kor::core::Alias;
@@ -184,7 +185,12 @@ void kor::keep_xml_library()
     if (kept.exchange(true))
         return;
     xercesc::XMLPlatformUtils::Initialize();
-    std::atexit(&xercesc::XMLPlatformUtils::Terminate);
+    std::atexit(
+        []
+        {
+            if (!win::process_is_ending())
+                xercesc::XMLPlatformUtils::Terminate();
+        });
 }
 
 void kor::ReportText::begin(xercesc::XMLFormatTarget& target) noexcept
@@ -229,14 +235,15 @@ Kor_SessionLogGatherer* Kor_SessionLogGatherer::GetInstance()
     return myInstance;
 }
 
-/// At the end of the process, and when the library is unloaded.
+/// At the end of the process, and when the library is unloaded. Once the process is ending the content stays as it is: a
+/// thread that is gone may have been changing it, or have the heap, and the system takes all memory back.
 void Kor_SessionLogGatherer::end_instance()
 {
     const kor::win::RecursiveGuard guard(kor::session_lock);
     Kor_SessionLogGatherer* const instance = myInstance;
     myInstance = nullptr;
     bBypass = true;
-    if (guard.held()) // or a thread that is gone was changing it: it stays as it is
+    if (guard.held() && !kor::win::process_is_ending())
         instance->~Kor_SessionLogGatherer();
 }
 

@@ -60,6 +60,8 @@ SYSTEMTIME in_known_zone(std::uint64_t now) noexcept
 }
 } // namespace
 
+SYSTEMTIME known_local_time() noexcept { return in_known_zone(precise_milliseconds()); }
+
 std::uint64_t milliseconds_since_1970()
 {
     FILETIME now{};

@@ -28,6 +28,10 @@ SYSTEMTIME local_system_time(std::uint64_t now) noexcept;
 /// The same, as headlines have it. The day of the year and whether there is summer time are not told.
 std::tm local_time() noexcept;
 
+/// The system clock's time in the zone that is known, always. For a crash, which may have left the question for the zone
+/// locked.
+SYSTEMTIME known_local_time() noexcept;
+
 /// Local time minus UTC at the last call of local_system_time, or when the library was loaded.
 std::int64_t known_zone_offset_ms() noexcept;
 } // namespace kor::win

@@ -15,6 +15,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <functional>
+#include <iterator>
 #include <set>
 #include <string>
 #include <thread>
@@ -47,6 +48,8 @@ KOR_IMPORT(CloseHandle);
 KOR_IMPORT(GetComputerNameW);
 KOR_IMPORT(Sleep);
 KOR_IMPORT(WriteFile);
+KOR_IMPORT(free);
+KOR_IMPORT(malloc);
 /// As the DLL imports it.
 struct MemoryInfoImport
 {
@@ -1106,5 +1109,65 @@ TEST(SessionGathererEnd, AProcessMayEndWhileItsThreadsReport)
         EXPECT_EQ(child.exit_code, 7u);
         EXPECT_THAT(directory.lines(), SizeIs(2)); // both banners
     }
+}
+/// Blocks of the heap that the library has taken for the gatherer.
+class Blocks
+{
+public:
+    void add(void* block)
+    {
+        const std::size_t index = m_count++;
+        if (index < std::size(m_blocks))
+            m_blocks[index] = block;
+    }
+    bool has(const void* block) const { return std::find(m_blocks, std::end(m_blocks), block) != std::end(m_blocks); }
+
+private:
+    std::atomic<std::size_t> m_count{0};
+    void* m_blocks[4096] = {};
+};
+
+KOR_CHILD(ends_where_another_thread_may_have_the_heap)
+{
+    KorGLog.Open("test.log", "viewer");
+    Gatherer::Activate(true);
+    static Blocks blocks;
+    static bool ending = false;
+    {
+        const Hook<mallocImport> memory(
+            [](std::size_t size) -> void*
+            {
+                void* const block = std::malloc(size);
+                blocks.add(block);
+                return block;
+            });
+        if (!memory.installed())
+            return 1;
+        Gatherer* const session = Gatherer::GetInstance();
+        session->gatherSystemInfo();
+        session->reportEvent(L"a type", L"a subject", Gatherer::STATE | Gatherer::COUNTED, 1, L"a text");
+    }
+    // Never ends. What was given back before, and taken by others, does not count.
+    const auto* const frees = new Hook<freeImport>(
+        [](void* block)
+        {
+            if (ending && block != nullptr && blocks.has(block))
+                ::TerminateProcess(::GetCurrentProcess(), 8);
+            std::free(block);
+        });
+    if (!frees->installed())
+        return 2;
+    // What the general log frees at its end was not taken above.
+    ending = true;
+    ::ExitProcess(7);
+}
+
+TEST(SessionGathererEnd, AsksNothingOfTheHeapThatAnEndedThreadMayHave)
+{
+    const LogDirectory directory;
+    const ChildResult child = run_child("ends_where_another_thread_may_have_the_heap", directory.for_child());
+    EXPECT_TRUE(child.finished);
+    EXPECT_EQ(child.exit_code, 7u);
+    EXPECT_THAT(directory.lines(), SizeIs(2)); // both banners
 }
 } // namespace

@@ -27,6 +27,7 @@ using Host = Kor_SessionLogHost;
 using Lines = std::vector<std::string>;
 
 KOR_IMPORT(GetLocalTime);
+KOR_IMPORT(GetSystemTimePreciseAsFileTime);
 KOR_IMPORT(GetModuleFileNameA);
 KOR_IMPORT(GetModuleFileNameW);
 KOR_IMPORT(GetCurrentThreadId);
@@ -72,19 +73,44 @@ private:
     Hook<GetModuleFileNameWImport> m_wide;
 };
 
-/// What the clock on the wall shows to the library.
+/// The library's clock, and what it shows on the wall, which is the same unless `ahead` is set.
 class FixedLocalTime
 {
 public:
-    explicit FixedLocalTime(const SYSTEMTIME& time) : now(time), m_hook([this](SYSTEMTIME* result) { *result = now; })
+    explicit FixedLocalTime(const SYSTEMTIME& time)
+        : now(time), m_clock([this](FILETIME* result) { *result = file_time(); }),
+          m_wall([this](SYSTEMTIME* result) { *result = on_the_wall(); })
     {
-        EXPECT_TRUE(m_hook.installed());
+        EXPECT_TRUE(m_clock.installed() && m_wall.installed());
     }
 
-    SYSTEMTIME now; ///< the day of the week stands after the month
+    /// How often the zone was asked for.
+    int questions() const { return m_wall.calls(); }
+
+    SYSTEMTIME now; ///< UTC; the day of the week stands after the month
+    int hours_ahead = 0;
 
 private:
-    Hook<GetLocalTimeImport> m_hook;
+    FILETIME file_time() const
+    {
+        FILETIME time{};
+        ::SystemTimeToFileTime(&now, &time);
+        return time;
+    }
+
+    SYSTEMTIME on_the_wall() const
+    {
+        FILETIME time = file_time();
+        const std::uint64_t units = ((std::uint64_t{time.dwHighDateTime} << 32) | time.dwLowDateTime) +
+                                    static_cast<std::uint64_t>(hours_ahead) * 36'000'000'000;
+        time = {static_cast<DWORD>(units), static_cast<DWORD>(units >> 32)};
+        SYSTEMTIME result{};
+        ::FileTimeToSystemTime(&time, &result);
+        return result;
+    }
+
+    Hook<GetSystemTimePreciseAsFileTimeImport> m_clock;
+    Hook<GetLocalTimeImport> m_wall;
 };
 
 /// The reservation for the crash, at an address of the test's own.
@@ -977,6 +1003,23 @@ TEST_F(SessionLogCrashLine, TakesNoMemoryOfItsOwn)
     }
     EXPECT_EQ(allocations, 0);
     EXPECT_EQ(lines_of(text()).size(), 1u);
+}
+
+TEST_F(SessionLogCrashLine, TellsTheTimeInTheZoneThatIsKnownSinceEnableAndAsksForNone)
+{
+    m_time.hours_ahead = 2;
+    m_time.now.wMinute = 8; // the zone may change on the minute
+    reporter().enable();
+    const int questions = m_time.questions();
+    m_time.hours_ahead = 3;
+    m_time.now.wMinute = 9;
+    Host::reportToCrashLogFile(nullptr);
+    const std::wstring dump = reporter().generateMinidumpFullPath();
+    const std::wstring report = reporter().getLogFullPath(L"crash");
+    EXPECT_EQ(m_time.questions(), questions);
+    EXPECT_EQ(text().substr(0, 18), "05/03 16:09:09.042");
+    EXPECT_EQ(dump, path("minidump-viewer-2024-03-05-160909.dmp"));
+    EXPECT_EQ(report, path("crash-viewer-2024-03-05-160909.xml"));
 }
 
 TEST_F(SessionLogCrashLine, IsAppendedToThoseOfOthers)
