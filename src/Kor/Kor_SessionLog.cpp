@@ -13,12 +13,14 @@
 #include <iterator>
 #include <list>
 #include <new>
+#include <optional>
 #include <utility>
 #include <vector>
 
 #include "Kor_LogFile.h"
 #include "Kor_SessionLogGatherer.h"
 #include "core/crash_texts.h"
+#include "core/file_path.h"
 #include "core/fixed_text.h"
 #include "core/system_texts.h"
 #include "general_log.h"
@@ -28,6 +30,7 @@
 #include "win/library.h"
 #include "win/memory.h"
 #include "win/output_file.h"
+#include "win/path.h"
 #include "win/recursive_lock.h"
 #include "win/text.h"
 
@@ -140,7 +143,7 @@ class DumpFile
 {
 public:
     explicit DumpFile(const wchar_t* path) noexcept
-        : m_handle(::CreateFileW(path, GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr))
+        : m_handle(kor::win::open_file(path, GENERIC_WRITE, 0, CREATE_ALWAYS))
     {
     }
     DumpFile(const DumpFile&) = delete;
@@ -174,6 +177,17 @@ kor::core::LocalTime local_time() noexcept
 {
     const SYSTEMTIME now = kor::win::known_local_time();
     return {now.wYear, now.wMonth, now.wDay, now.wHour, now.wMinute, now.wSecond, now.wMilliseconds};
+}
+
+/// The folder of all files, in the code page of the thread; or, where the process's code page lacks some of its
+/// characters, as it is.
+std::wstring find_directory()
+{
+    const char* const narrow = Kor_LogFile::GetLogConfigDir();
+    std::optional<std::wstring> folder = kor::win::configured_folder();
+    if (folder.has_value() && kor::win::wide(narrow, CP_ACP) != *folder)
+        return *std::move(folder);
+    return kor::win::wide_for_thread(narrow);
 }
 
 /// "viewer"
@@ -236,9 +250,11 @@ struct Kor_SessionLog::Content
 void Kor_SessionLog::Content::find_names()
 {
     constexpr std::size_t LONGEST_NAME = 64; // of the library's own files, but for the program's
-    directory = kor::win::wide_for_thread(Kor_LogFile::GetLogConfigDir()) + L"\\";
+    directory = find_directory() + L"\\";
     program = find_program_name();
     crash_log_path = directory + L"crashes.log";
+    if (crash_log_path.size() > kor::core::LONGEST_PLAIN_PATH || kor::core::is_verbatim(crash_log_path))
+        crash_log_path = kor::win::system_path(crash_log_path); // now, as it takes memory
     for (std::wstring* const path : {&report_path, &minidump_path})
         path->reserve(directory.size() + program.size() + LONGEST_NAME);
 }

@@ -23,6 +23,7 @@
 #include "session_content.h"
 #include "win/output_file.h"
 #include "win/owned.h"
+#include "win/path.h"
 #include "win/text.h"
 
 using xercesc::Attributes;
@@ -108,8 +109,7 @@ enum class FileState
 
 kor::win::OwnedFile open_sharing(const wchar_t* path, DWORD sharing) noexcept
 {
-    return kor::win::OwnedFile(
-        ::CreateFileW(path, GENERIC_READ, sharing, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+    return kor::win::OwnedFile(kor::win::open_file(path, GENERIC_READ, sharing, OPEN_EXISTING));
 }
 
 /// Opens a file that another process may be replacing. It sees that file to its end, or the one that came before. A file

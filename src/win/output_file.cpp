@@ -4,18 +4,12 @@
 #include <cstring>
 #include <memory>
 
+#include "win/path.h"
+
 namespace kor::win
 {
 namespace
 {
-/// A new name that is no full path would be one within the file's own directory. Empty when there is none.
-std::wstring full_path(const wchar_t* path)
-{
-    std::wstring result(::GetFullPathNameW(path, 0, nullptr, nullptr), L'\0');
-    result.resize(::GetFullPathNameW(path, static_cast<DWORD>(result.size()), result.data(), nullptr));
-    return result;
-}
-
 /// What readers can be in the way of, again and again until it is done or SHORTLY_MS are over.
 template <class Step>
 bool try_shortly(Step step)
@@ -35,15 +29,13 @@ bool try_shortly(Step step)
 
 OutputFile OutputFile::create(const wchar_t* path) noexcept
 {
-    return OutputFile(
-        ::CreateFileW(path, GENERIC_WRITE, FILE_SHARE_READ, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+    return OutputFile(open_file(path, GENERIC_WRITE, FILE_SHARE_READ, CREATE_ALWAYS));
 }
 
 OutputFile OutputFile::append(const wchar_t* path) noexcept
 {
-    return OutputFile(::CreateFileW(
-        path, FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, OPEN_ALWAYS,
-        FILE_ATTRIBUTE_NORMAL, nullptr));
+    return OutputFile(
+        open_file(path, FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, OPEN_ALWAYS));
 }
 
 OutputFile OutputFile::create_successor(const wchar_t* path)
@@ -51,9 +43,7 @@ OutputFile OutputFile::create_successor(const wchar_t* path)
     // One for each thread of each process: two may be saving at once.
     const std::wstring name = std::wstring(path) + L"." + std::to_wstring(::GetCurrentProcessId()) + L"-" +
                               std::to_wstring(::GetCurrentThreadId());
-    OutputFile file(::CreateFileW(
-        name.c_str(), GENERIC_READ | GENERIC_WRITE | DELETE, FILE_SHARE_READ, nullptr, CREATE_ALWAYS,
-        FILE_ATTRIBUTE_NORMAL, nullptr));
+    OutputFile file(open_file(name.c_str(), GENERIC_READ | GENERIC_WRITE | DELETE, FILE_SHARE_READ, CREATE_ALWAYS));
     if (file.is_open())
         file.set_vanishing(true);
     return file;
@@ -95,7 +85,7 @@ OutputFile::Replaced OutputFile::replace(const wchar_t* path)
 
 bool OutputFile::rename(const wchar_t* path)
 {
-    const std::wstring name = full_path(path);
+    const std::wstring name = system_path(path); // one that is not full would be within the file's own directory
     const std::size_t length = name.size() * sizeof(wchar_t);
     const std::size_t size = sizeof(FILE_RENAME_INFO) + length;
     const auto memory = std::make_unique<unsigned char[]>(size);
@@ -123,9 +113,7 @@ bool OutputFile::copy_over(const wchar_t* path) noexcept
     try_shortly(
         [&]
         {
-            old = OutputFile(::CreateFileW(
-                path, GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL,
-                nullptr));
+            old = OutputFile(open_file(path, GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_DELETE, OPEN_ALWAYS));
             return old.is_open() || ::GetLastError() != ERROR_SHARING_VIOLATION;
         });
     LARGE_INTEGER old_size{};

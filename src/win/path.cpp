@@ -1,7 +1,5 @@
 #include "win/path.h"
 
-#include <windows.h>
-
 #include "core/file_path.h"
 #include "win/environment.h"
 #include "win/text.h"
@@ -34,6 +32,27 @@ std::wstring system_path(const std::wstring& path)
         return core::tidy_verbatim(path);
     std::wstring full = full_path(path);
     return full.empty() ? path : core::lift_length_limit(std::move(full));
+}
+
+HANDLE open_file(const wchar_t* path, DWORD access, DWORD sharing, DWORD disposition) noexcept
+{
+    const auto open = [&](const wchar_t* name)
+    { return ::CreateFileW(name, access, sharing, nullptr, disposition, FILE_ATTRIBUTE_NORMAL, nullptr); };
+    const HANDLE file = open(path);
+    if (file != INVALID_HANDLE_VALUE || path == nullptr)
+        return file;
+    const DWORD error = ::GetLastError();
+    try
+    {
+        const std::wstring other = system_path(path);
+        if (core::is_verbatim(other) && other != path)
+            return open(other.c_str());
+    }
+    catch (...) // no memory
+    {
+    }
+    ::SetLastError(error);
+    return file;
 }
 
 std::wstring wide_file_name(const char* name) { return wide(name, ::AreFileApisANSI() ? CP_ACP : CP_OEMCP); }

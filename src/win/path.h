@@ -3,6 +3,8 @@
 #ifndef KOR_WIN_PATH_H
 #define KOR_WIN_PATH_H
 
+#include <windows.h>
+
 #include <optional>
 #include <string>
 
@@ -15,6 +17,10 @@ std::optional<std::wstring> configured_folder();
 /// length. It names what the same path names in those calls, as long as they can take that at all. One that begins
 /// with \\?\ is kept as it is, but for separators.
 std::wstring system_path(const std::wstring& path);
+
+/// CreateFileW for a path of any form and length: where the path cannot be opened as it stands, which takes no memory, it
+/// goes through system_path. INVALID_HANDLE_VALUE with the last error set when that does not help.
+HANDLE open_file(const wchar_t* path, DWORD access, DWORD sharing, DWORD disposition) noexcept;
 
 /// A file name that a caller gave in the code page of the C runtime's fopen.
 std::wstring wide_file_name(const char* name);
