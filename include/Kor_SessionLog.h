@@ -19,10 +19,13 @@ struct Kor_SessionLogHost;
 /// The crash reporter of the process. It catches nothing by itself: the host installs the handlers that it
 /// wants, and calls from them
 ///
-///     reporter->produceMinidump(exception);                   // first, as it finds the modules
+///     Kor_SessionLogHost::reportToCrashLogFile(exception);    // first: one line in the crash log of all processes
+///     reporter->produceMinidump(exception);                   // before the report, as it finds the modules
 ///     reporter->createReport(exception);                      // an XML report with exception, modules and events
-///     Kor_SessionLogHost::reportToCrashLogFile(exception);    // one line in the crash log of all processes
 ///     Kor_SessionLogHost::saveState();                        // statistics, which the next process begins with
+///
+/// The line comes first as it needs least: no memory, no lock, and milliseconds. Each of the others needs more of a
+/// process of which nobody knows what is broken.
 ///
 /// All files go to the configuration directory (PRISMATE_LOG_DIR). Their names:
 ///

@@ -65,13 +65,14 @@ bool is_first_to_crash()
     ::SetEvent(crash_event);
     release_held_back_memory();
 
+    Kor_SessionLogHost::reportToCrashLogFile(exception); // first, as it needs least
+
     Kor_SessionLog* const reporter = Kor_SessionLog::myInstance; // GetInstance might make one, which is not for now
     if (reporter != nullptr)
     {
-        reporter->produceMinidump(exception); // first, as it finds the modules
+        reporter->produceMinidump(exception); // before the report, as it finds the modules
         reporter->createReport(exception);
     }
-    Kor_SessionLogHost::reportToCrashLogFile(exception);
     Kor_SessionLogHost::saveState();
 
     // Whoever was here before has its turn, unless the host wants silence. Its answer does not count: after a
