@@ -274,6 +274,8 @@ int LogReader::first_year() const
 
 std::uint64_t find_log_start(LogBytes& bytes, std::uint64_t size, std::int64_t since)
 {
+    if (since < std::numeric_limits<std::int64_t>::min() + START_MARGIN)
+        return 0; // from any time on
     std::uint64_t begin = 0;
     std::uint64_t end = size;
     while (end - begin > LOG_BLOCK_SIZE)

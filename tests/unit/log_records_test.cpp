@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <limits>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -423,6 +424,15 @@ TEST(LogStart, IsTheFrontOfAFileThatTellsNoTime)
     EXPECT_EQ(find_log_start(bytes, text.size(), utc_of("2026-11-21 08:00:00.000")), 0u);
     TextBytes none("");
     EXPECT_EQ(find_log_start(none, 0, 0), 0u);
+}
+
+TEST(LogStart, FromAnyTimeOnIsTheFront)
+{
+    std::string text;
+    while (text.size() < 4 * LOG_BLOCK_SIZE)
+        text += message_at("08:00:00.000", "text");
+    TextBytes bytes(text);
+    EXPECT_EQ(find_log_start(bytes, text.size(), std::numeric_limits<std::int64_t>::min()), 0u);
 }
 
 TEST(LooksLikeLog, IsSaidOfAFileWithOneLineOfALog)
