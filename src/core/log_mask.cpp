@@ -141,7 +141,7 @@ std::string key_of(const std::uint8_t* bytes, std::size_t count)
 }
 } // namespace
 
-bool read_address(std::string_view text, AddressText& address) noexcept
+bool read_address(std::string_view text, AddressBytes& address) noexcept
 {
     address = {};
     if (read_ipv4(text, address.bytes + 12))
@@ -164,7 +164,7 @@ void LogMask::add_host(std::string_view name) { add_name(name, "host-", m_hosts)
 void LogMask::learn(const LogLine& line)
 {
     add_user(line.user);
-    AddressText address;
+    AddressBytes address;
     if (!line.client.empty() && !read_address(line.client.substr(0, line.client.find('%')), address))
         add_host(line.client);
 }
@@ -219,7 +219,7 @@ bool LogMask::replace_address(std::string_view text, std::size_t& at, std::strin
     // A name with colons in it may be made of hexadecimal digits too, but hardly of any from 0 to 9.
     if (std::none_of(candidate.begin(), candidate.end(), &is_digit))
         return false;
-    AddressText address;
+    AddressBytes address;
     std::string_view read = candidate;
     if (!read_address(read, address))
     {
@@ -269,10 +269,12 @@ bool LogMask::replace_home(std::string_view text, std::size_t& at, std::string& 
     {
         if (text.size() - at < home.size() || lower_case(text.substr(at, home.size())) != home)
             continue;
-        const std::size_t begin = at + home.size();
+        std::size_t begin = at + home.size();
+        while (begin < text.size() && text[begin] == home.back()) // as in sources and JSON: C:\\Users\\anna
+            ++begin;
         const std::size_t end = std::min(text.find_first_of("\\/\"'<>|:*?,;)\r\n", begin), text.size());
         add_user(text.substr(begin, end - begin));
-        to += text.substr(at, home.size());
+        to += text.substr(at, begin - at);
         at = begin;
         return true;
     }
@@ -280,7 +282,7 @@ bool LogMask::replace_home(std::string_view text, std::size_t& at, std::string& 
 }
 
 /// Empty for an address that stays.
-std::string LogMask::stand_in(const AddressText& address)
+std::string LogMask::stand_in(const AddressBytes& address)
 {
     const bool is_none = std::all_of(address.bytes, address.bytes + 15, [](std::uint8_t byte) { return byte == 0; });
     const bool stays =

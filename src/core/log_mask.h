@@ -15,14 +15,14 @@
 namespace kor::core
 {
 /// The bytes of an address in text form, with an IPv4 one mapped into IPv6.
-struct AddressText
+struct AddressBytes
 {
     std::uint8_t bytes[16] = {};
     bool is_ipv4 = false;
 };
 
 /// Reads all of text as "192.0.2.7" or as an IPv6 address, "::ffff:192.0.2.7" among them. False for anything else.
-bool read_address(std::string_view text, AddressText& address) noexcept;
+bool read_address(std::string_view text, AddressBytes& address) noexcept;
 
 /// Replaces the same address by the same stand-in wherever it stands, and so with names, as long as this lives.
 ///
@@ -59,7 +59,7 @@ private:
     bool replace_address(std::string_view text, std::size_t& at, std::string& to);
     bool replace_name(std::string_view text, std::size_t& at, std::string& to) const;
     bool replace_home(std::string_view text, std::size_t& at, std::string& to);
-    std::string stand_in(const AddressText& address);
+    std::string stand_in(const AddressBytes& address);
     std::string ipv4_stand_in(const std::uint8_t* octets);
     std::string ipv6_stand_in(const std::uint8_t* bytes);
     unsigned number_of(const std::string& network, const std::string& part);

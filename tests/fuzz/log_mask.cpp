@@ -10,7 +10,7 @@
 
 #include "require.h"
 
-using kor::core::AddressText;
+using kor::core::AddressBytes;
 using kor::core::LogMask;
 
 namespace
@@ -36,7 +36,7 @@ void require_no_address(std::string_view text)
             (begin == 0 || (!is_word(text[begin - 1]) && text[begin - 1] != '.' && text[begin - 1] != ':' &&
                             text[begin - 1] != '-')) && // of a stand-in for what was all digits
             (end == text.size() || (!is_word(text[end]) && text[end] != ':'));
-        AddressText address;
+        AddressBytes address;
         if (alone && kor::core::read_address(text.substr(begin, end - begin), address))
             require(address.bytes[12] == 127 || address.bytes[12] == 0);
     }
@@ -53,7 +53,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::string once = mask.mask(input);
     require_no_address(once);
     require(mask.mask(input) == once || mask.users() > 0); // a folder further on may have told a name
-    AddressText address;
+    AddressBytes address;
     kor::core::read_address(input, address);
     return 0;
 }

@@ -7,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-using kor::core::AddressText;
+using kor::core::AddressBytes;
 using kor::core::LogMask;
 using kor::core::read_address;
 using kor::core::read_log_line;
@@ -28,7 +28,7 @@ TEST(ReadAddress, ReadsIPv4AndIPv6AndNothingElse)
           "1:2:3:4:5:6:7:8", "1:2:3:4:5:6:7::", "::2:3:4:5:6:7:8", "::ffff:192.0.2.7", "64:ff9b::192.0.2.33",
           "1:2:3:4:5:6:192.0.2.7"})
     {
-        AddressText address;
+        AddressBytes address;
         EXPECT_TRUE(read_address(text, address)) << text;
     }
     for (const std::string_view text :
@@ -56,15 +56,15 @@ TEST(ReadAddress, ReadsIPv4AndIPv6AndNothingElse)
           "08:54:57",
           "1:2:3:4::5:6:7:8:9"})
     {
-        AddressText address;
+        AddressBytes address;
         EXPECT_FALSE(read_address(text, address)) << text;
     }
-    AddressText mapped;
-    AddressText plain;
+    AddressBytes mapped;
+    AddressBytes plain;
     ASSERT_TRUE(read_address("::ffff:192.0.2.7", mapped) && read_address("192.0.2.7", plain));
     EXPECT_TRUE(mapped.is_ipv4 && plain.is_ipv4);
     EXPECT_TRUE(std::equal(mapped.bytes, mapped.bytes + 16, plain.bytes));
-    AddressText six;
+    AddressBytes six;
     ASSERT_TRUE(read_address("2001:db8::a:1", six));
     EXPECT_FALSE(six.is_ipv4);
     const std::uint8_t expected[16] = {0x20, 0x01, 0x0d, 0xb8, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0x0a, 0, 1};
@@ -161,6 +161,7 @@ TEST(LogMask, AFolderOfAUserTellsHisName)
     LogMask mask;
     EXPECT_EQ(mask.mask("C:\\Users\\anna\\front.png by anna"), "C:\\Users\\user-1\\front.png by user-1");
     EXPECT_EQ(mask.mask("/home/ben/x /home/ben"), "/home/user-2/x /home/user-2");
+    EXPECT_EQ(mask.mask("\"C:\\\\Users\\\\carl\\\\x\""), "\"C:\\\\Users\\\\user-3\\\\x\"") << "as in a source";
     EXPECT_EQ(mask.mask("C:\\users\\Public\\x"), "C:\\users\\Public\\x");
     EXPECT_EQ(mask.mask("C:\\Users\\"), "C:\\Users\\");
 }
