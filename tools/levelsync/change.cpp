@@ -419,4 +419,17 @@ void report(Tool& tool, const Outcome& outcome, const ChangeOptions& options)
     if (outcome.id != 0)
         console.line("LevelSync undo " + std::to_string(outcome.id) + " takes it back.");
 }
+
+void edit_level(Editor& editor, int package, int level, const kor::core::RuleFilters& filters)
+{
+    // A line needs a word for a name.
+    std::string name = editor.names().of(package);
+    if (name.find_first_of(" \t") != std::string::npos || name.empty())
+        name = "Package" + std::to_string(package);
+    const kor::core::NewPackage made{name, Kor_LogConf::DEFAULT_LEVEL};
+    editor.apply(
+        filters.empty() ? kor::core::set_level(editor.file(), package, level, made)
+                        : kor::core::set_rule(editor.file(), package, level, filters, made),
+        package);
+}
 } // namespace levelsync

@@ -72,6 +72,9 @@ using Editing = std::function<void(Editor& editor, const History& history)>;
 /// Failure with everything as it was.
 Outcome change(Tool& tool, const Editing& editing, const ChangeOptions& options);
 
+/// Gives a package a level for everybody, or with filters for some. A package that the file does not name gets a line.
+void edit_level(Editor& editor, int package, int level, const kor::core::RuleFilters& filters);
+
 /// Publishes a whole file. Nothing else is changed. effects: as change() has them.
 Outcome publish_file(Tool& tool, Kor_LogConf& conf, const std::string& command, const std::string& name);
 

@@ -18,6 +18,10 @@
     COMMAND(check)         \
     COMMAND(diff)          \
     COMMAND(watch)         \
+    COMMAND(ps)            \
+    COMMAND(lines)         \
+    COMMAND(tail)          \
+    COMMAND(doctor)        \
     COMMAND(keep)
 // clang-format on
 

@@ -120,7 +120,7 @@ int run(std::vector<std::string> words, Console& console)
             error.what(), "LevelSync" + name + " --help shows how it is called, with an example.", WRONG_CALL);
     }
 
-    Tool tool{console, options.json, find_folder(options.folder), typed};
+    Tool tool{console, options.json, find_folder(options.folder), typed, LUMLOG_VERSION};
     if (!app.got_subcommand("keep"))
         take_back_due(tool);
     for (const auto& [sub, command] : commands)

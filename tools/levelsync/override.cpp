@@ -3,6 +3,7 @@
 #include <windows.h>
 
 #include <algorithm>
+#include <utility>
 #include <vector>
 
 #include "failure.h"
@@ -51,7 +52,71 @@ void edit_back_as_far_as_possible(Editor& editor, const Change& change, std::vec
     }
 }
 
-/// Takes an override back at its end. Returns what there is to say, nothing when somebody did it already.
+/// Waits for the end of an override; why it is over, nothing when somebody else has taken it back.
+std::string wait_for_end(Tool& tool, long long id, Time until, const StopSignal& stop)
+{
+    OverrideWatch watch(tool.folder, id);
+    for (;;)
+    {
+        const std::int64_t left = until - now();
+        if (left <= 0)
+            return "its time is over";
+        tool.console.progress(duration_text(left) + " left; Ctrl-C takes it back now");
+        if (stop.wait(std::min(left, LOOK_EVERY_MS)))
+            return "LevelSync was told to stop";
+        if (watch.is_taken_back())
+            return {};
+    }
+}
+
+/// The command line of a process that keeps the override, with the name of an event.
+std::wstring keeper_command(const Tool& tool, long long id, const std::wstring& ready)
+{
+    std::wstring program(32'768, L'\0');
+    program.resize(::GetModuleFileNameW(nullptr, program.data(), static_cast<DWORD>(program.size())));
+    // No path of a folder has a quote in it, nor does it end in a backslash (but for a drive's root, which doubles it).
+    std::wstring folder = tool.folder.path;
+    if (!folder.empty() && folder.back() == L'\\')
+        folder += L'\\';
+    return L'"' + program + L"\" keep " + std::to_wstring(id) + L" --dir \"" + folder + L"\" --ready " + ready;
+}
+} // namespace
+
+std::string until_text(Time until)
+{
+    return "until " + local_text(until) + ", in " + duration_text(std::max<std::int64_t>(until - now(), 0));
+}
+
+OverrideWatch::OverrideWatch(const Folder& folder, long long id)
+    : m_folder(folder), m_id(id), m_path(folder.name(L"logger.history"))
+{
+}
+
+bool OverrideWatch::is_taken_back()
+{
+    if (!has_grown())
+        return false;
+    try
+    {
+        const History history(m_folder);
+        const Change* const change = history.find(m_id);
+        return change == nullptr || !history.is_in_force(*change);
+    }
+    catch (const Failure&)
+    {
+        m_size = 0; // to be looked at again
+        return false;
+    }
+}
+
+bool OverrideWatch::has_grown()
+{
+    WIN32_FILE_ATTRIBUTE_DATA data{};
+    ::GetFileAttributesExW(m_path.c_str(), GetFileExInfoStandard, &data);
+    const std::uint64_t size = (static_cast<std::uint64_t>(data.nFileSizeHigh) << 32) | data.nFileSizeLow;
+    return std::exchange(m_size, size) != size;
+}
+
 std::string end_override(Tool& tool, long long id, const std::string& why)
 {
     std::vector<std::string> kept;
@@ -89,67 +154,6 @@ std::string end_override(Tool& tool, long long id, const std::string& why)
     if (!kept.empty())
         text += " Left as somebody has set it since: " + joined(kept) + '.';
     return text;
-}
-
-bool is_in_force(const Tool& tool, long long id)
-{
-    const History history(tool.folder);
-    const Change* const change = history.find(id);
-    return change != nullptr && history.is_in_force(*change);
-}
-
-/// Whether the history has grown since the last look; reading all of it each second would be much.
-class HistoryWatch
-{
-public:
-    explicit HistoryWatch(const Folder& folder) : m_path(folder.name(L"logger.history")) { has_changed(); }
-
-    bool has_changed()
-    {
-        WIN32_FILE_ATTRIBUTE_DATA data{};
-        ::GetFileAttributesExW(m_path.c_str(), GetFileExInfoStandard, &data);
-        const std::uint64_t size = (static_cast<std::uint64_t>(data.nFileSizeHigh) << 32) | data.nFileSizeLow;
-        return std::exchange(m_size, size) != size;
-    }
-
-private:
-    std::wstring m_path;
-    std::uint64_t m_size = 0;
-};
-
-/// Waits for the end of an override; why it is over, nothing when somebody else has taken it back.
-std::string wait_for_end(Tool& tool, long long id, Time until, const StopSignal& stop)
-{
-    HistoryWatch watch(tool.folder);
-    for (;;)
-    {
-        const std::int64_t left = until - now();
-        if (left <= 0)
-            return "its time is over";
-        tool.console.progress(duration_text(left) + " left; Ctrl-C takes it back now");
-        if (stop.wait(std::min(left, LOOK_EVERY_MS)))
-            return "LevelSync was told to stop";
-        if (watch.has_changed() && !is_in_force(tool, id))
-            return {};
-    }
-}
-
-/// The command line of a process that keeps the override, with the name of an event.
-std::wstring keeper_command(const Tool& tool, long long id, const std::wstring& ready)
-{
-    std::wstring program(32'768, L'\0');
-    program.resize(::GetModuleFileNameW(nullptr, program.data(), static_cast<DWORD>(program.size())));
-    // No path of a folder has a quote in it, nor does it end in a backslash (but for a drive's root, which doubles it).
-    std::wstring folder = tool.folder.path;
-    if (!folder.empty() && folder.back() == L'\\')
-        folder += L'\\';
-    return L'"' + program + L"\" keep " + std::to_wstring(id) + L" --dir \"" + folder + L"\" --ready " + ready;
-}
-} // namespace
-
-std::string until_text(Time until)
-{
-    return "until " + local_text(until) + ", in " + duration_text(std::max<std::int64_t>(until - now(), 0));
 }
 
 void take_back_due(Tool& tool)

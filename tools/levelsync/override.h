@@ -3,6 +3,7 @@
 #ifndef LEVELSYNC_OVERRIDE_H
 #define LEVELSYNC_OVERRIDE_H
 
+#include <cstdint>
 #include <string>
 
 #include "change.h"
@@ -19,6 +20,28 @@ void take_back_due(Tool& tool);
 
 /// Takes one change back, unless somebody did already.
 Outcome take_back(Tool& tool, long long id, const ChangeOptions& options);
+
+/// Takes an override back at its end; lines that somebody else changed since stay. Returns what there is to say, nothing
+/// when somebody did it already.
+std::string end_override(Tool& tool, long long id, const std::string& why);
+
+/// Tells when somebody else has taken an override back.
+class OverrideWatch
+{
+public:
+    OverrideWatch(const Folder& folder, long long id);
+
+    /// Cheap as long as nothing happens. False also while the history cannot be read.
+    bool is_taken_back();
+
+private:
+    bool has_grown();
+
+    const Folder& m_folder;
+    long long m_id;
+    std::wstring m_path; // of the history; reading all of it each second would be much
+    std::uint64_t m_size = 0;
+};
 
 /// Keeps an override on this screen until its end, or until the program is to stop; then takes it back.
 void keep_here(Tool& tool, Outcome outcome, Time until);

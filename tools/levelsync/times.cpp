@@ -2,6 +2,7 @@
 
 #include <windows.h>
 
+#include <algorithm>
 #include <cstdio>
 
 #include "core/numbers.h"
@@ -16,19 +17,14 @@ constexpr std::int64_t LONGEST_MS = 30LL * 24 * 60 * 60 * 1000;
 
 SYSTEMTIME fields_of(Time time)
 {
-    const auto ticks = static_cast<std::uint64_t>((time + MS_FROM_1601_TO_1970) * TICKS_PER_MS);
+    const std::uint64_t ticks = ticks_of(time);
     const FILETIME file_time{static_cast<DWORD>(ticks), static_cast<DWORD>(ticks >> 32)};
     SYSTEMTIME fields{};
     ::FileTimeToSystemTime(&file_time, &fields);
     return fields;
 }
 
-Time time_of(const FILETIME& file_time)
-{
-    const auto ticks = static_cast<std::int64_t>(
-        (static_cast<std::uint64_t>(file_time.dwHighDateTime) << 32) | file_time.dwLowDateTime);
-    return ticks / TICKS_PER_MS - MS_FROM_1601_TO_1970;
-}
+Time time_of(const FILETIME& file_time) { return time_of_ticks(file_time.dwLowDateTime, file_time.dwHighDateTime); }
 
 struct Unit
 {
@@ -44,6 +40,18 @@ Time now()
     FILETIME file_time{};
     ::GetSystemTimeAsFileTime(&file_time);
     return time_of(file_time);
+}
+
+Time time_of_ticks(std::uint32_t low, std::uint32_t high)
+{
+    const auto ticks = static_cast<std::int64_t>((static_cast<std::uint64_t>(high) << 32) | low);
+    return ticks / TICKS_PER_MS - MS_FROM_1601_TO_1970;
+}
+
+std::uint64_t ticks_of(Time time)
+{
+    const Time since_1601 = std::max<Time>(time + MS_FROM_1601_TO_1970, 0); // a FILETIME has nothing before
+    return static_cast<std::uint64_t>(since_1601) * TICKS_PER_MS;
 }
 
 std::string utc_text(Time time)

@@ -15,6 +15,10 @@ using Time = std::int64_t;
 
 Time now();
 
+/// From and to what the system counts in: tenths of a microsecond since 1601, UTC. Both halves of a FILETIME.
+Time time_of_ticks(std::uint32_t low, std::uint32_t high);
+std::uint64_t ticks_of(Time time);
+
 /// "2026-11-22T01:15:49.123Z", which sorts as it is.
 std::string utc_text(Time time);
 std::optional<Time> read_utc(std::string_view text);

@@ -40,6 +40,7 @@ struct Tool
     bool json; ///< the report goes out as JSON
     Folder folder;
     std::string command_line; ///< the words after the program's name, for the history
+    std::string version;      ///< of LevelSync
 
     /// Prints a report for programs.
     void print(const Json& report) const { console.print(report.dump(2) + '\n'); }

@@ -39,7 +39,7 @@ public:
             [&](Editor& editor, const History&)
             {
                 for (const int package : editor.names().find(m_package))
-                    edit(editor, package, level, filters);
+                    edit_level(editor, package, level, filters);
                 warn_of_higher_level(tool, editor, level, filters);
             },
             m_options);
@@ -70,19 +70,6 @@ private:
                 '"' + duration + "\" is no such time.", "Say it as in --for 15m, 90s, 2h or 1h30m; 30d is the most.",
                 WRONG_CALL);
         return now() + *length;
-    }
-
-    static void edit(Editor& editor, int package, int level, const kor::core::RuleFilters& filters)
-    {
-        // A package that the file does not name gets a line, which needs a word for a name.
-        std::string name = editor.names().of(package);
-        if (name.find_first_of(" \t") != std::string::npos || name.empty())
-            name = "Package" + std::to_string(package);
-        const kor::core::NewPackage made{name, Kor_LogConf::DEFAULT_LEVEL};
-        editor.apply(
-            filters.empty() ? kor::core::set_level(editor.file(), package, level, made)
-                            : kor::core::set_rule(editor.file(), package, level, filters, made),
-            package);
     }
 
     /// A rule never lowers a level.
