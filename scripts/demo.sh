@@ -218,7 +218,7 @@ case $part in
 esac
 
 ensure_packages "${base_packages[@]}" "${demo_packages[@]}"
-ensure_dependencies ace xerces-c googletest
+ensure_dependencies ace xerces-c googletest libzip
 configure_preset mingw-release || fail "The build could not be set up."
 build_preset mingw-release LUMlog examples || fail "LUMlog could not be built."
 

@@ -5,5 +5,5 @@
 . "$(dirname "${BASH_SOURCE[0]}")/lib/setup.sh"
 
 ensure_packages "${base_packages[@]}"
-ensure_dependencies ace xerces-c googletest
+ensure_dependencies ace xerces-c googletest libzip
 say "$dependency_path"

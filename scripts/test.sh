@@ -186,7 +186,7 @@ ensure_packages "${base_packages[@]}" "${test_packages[@]}"
 for stage in "${stages[@]}"; do
     case $stage in
         headers | mingw-* | clang-*)
-            ensure_dependencies ace xerces-c googletest
+            ensure_dependencies ace xerces-c googletest libzip
             ensure_java
             break
             ;;

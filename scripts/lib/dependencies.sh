@@ -12,6 +12,7 @@ dependency_version()
         ace) echo 7.0.8 ;;
         xerces-c) echo 3.2.4 ;;
         benchmark) echo 1.7.1 ;;
+        libzip) echo 1.7.3 ;;
         googletest) dpkg-query -W -f '${Version}' googletest | sed 's/-.*//' ;;
         *) fail "No recipe for a dependency called $1." ;;
     esac

@@ -6,7 +6,7 @@ base_packages=(
     cmake ninja-build ccache make perl dpkg-dev
     g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64
     wine wine64 googletest
-    libcli11-dev nlohmann-json3-dev
+    libcli11-dev nlohmann-json3-dev libz-mingw-w64-dev
 )
 # What the tests need on top: the second compiler with its linker, sanitizers and symbolizer, the formatter, a compiler
 # for the sample in C#, GoogleTest for this machine, Python for the tools and CTest's results, and readers of what is

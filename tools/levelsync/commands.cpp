@@ -22,6 +22,7 @@
     COMMAND(lines)         \
     COMMAND(tail)          \
     COMMAND(doctor)        \
+    COMMAND(collect)       \
     COMMAND(keep)
 // clang-format on
 
