@@ -21,7 +21,7 @@ preset=mingw-release
 run_case()
 {
     "$project_dir/scripts/lib/wine-run.sh" "$build_dir/$preset/wine" "$build_dir/$preset/bin/$1.exe" \
-        "--gtest_filter=$2" 2>&1 | tr -d '\r' | { grep --line-buffered -E '^[0-9]+ |: Failure' || true; }
+        "--gtest_filter=$2" 2>&1 | tr -d '\r' | { grep --line-buffered -E -A 6 '^[0-9]+ |: Failure' || true; }
 }
 
 soak_ends()
