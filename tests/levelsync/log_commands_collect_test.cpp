@@ -9,8 +9,11 @@
 #include <set>
 #include <string>
 
+#include "core/log_mask.h"
 #include "level_sync.h"
 #include "log_commands.h"
+#include "masking.h"
+#include "spool.h"
 
 using ::testing::HasSubstr;
 using ::testing::Not;
@@ -178,5 +181,40 @@ TEST(LevelSyncCollect, WhatCannotBeWrittenSaysWhy)
     EXPECT_EQ(site.run("collect case.zip --since never").exit_code, 2);
     EXPECT_THAT(
         site.run("collect --help").out, HasSubstr("LevelSync collect case.zip --client 192.0.2.7 --since 1h --mask"));
+}
+
+TEST(LevelSyncMaskedParts, ANameOrAddressThatLiesInTwoPartsIsReplaced)
+{
+    kor::core::LogMask mask;
+    mask.add_user("Anna Smith");
+    levelsync::MaskedParts parts(mask);
+    std::string text = parts.add("by An", false);
+    text += parts.add("na Smith\nof 192.0.", false);
+    text += parts.add("2.7", true);
+    EXPECT_EQ(text, "by user-1\nof ip-1-1-1-1");
+    // A line without end is not kept for ever; it is cut at a blank.
+    const std::string many(70'000, 'x');
+    text = parts.add(many + " 192.0.", false);
+    EXPECT_EQ(text, many + ' ');
+    EXPECT_EQ(parts.add("2.7", true), "ip-1-1-1-1");
+}
+
+TEST(LevelSyncSpool, GivesBackWhatItGotWhereverItLies)
+{
+    levelsync::Spool spool;
+    std::string all;
+    for (int i = 0; i < 30'000; ++i)
+    {
+        const std::string piece = std::to_string(i) + ' ';
+        spool.append(piece);
+        all += piece;
+    }
+    ASSERT_EQ(spool.size(), all.size());
+    std::string read;
+    char piece[7'000];
+    for (std::size_t count = 0; (count = spool.read(read.size(), piece, sizeof piece)) > 0;)
+        read.append(piece, count);
+    EXPECT_EQ(read == all, true);
+    EXPECT_EQ(spool.read(all.size() + 5, piece, sizeof piece), 0u);
 }
 } // namespace
