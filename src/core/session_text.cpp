@@ -44,8 +44,10 @@ void SessionWriter::put_event(const SessionEvent& event, std::uint64_t begin_tim
     using Gatherer = Kor_SessionLogGatherer;
     if ((event.flags & Gatherer::HIDDEN) != 0)
         return;
-    const bool configuration = (event.flags & Gatherer::CONFIGURATION) != 0;
-    m_to.put(configuration ? L"<configuration" : L"<event");
+    constexpr std::wstring_view BEGINS[] = {L"<event", L"<configuration"};
+    constexpr std::wstring_view ENDS[] = {L"</info></event>", L"</info></configuration>"};
+    const std::size_t kind = (event.flags & Gatherer::CONFIGURATION) != 0 ? 1 : 0;
+    m_to.put(BEGINS[kind]);
     put_identity(event.type, event.subject);
     m_to.put(L" weight='");
     m_to.put_number(static_cast<std::int32_t>(event.weight)); // as readers know it: signed
@@ -57,7 +59,7 @@ void SessionWriter::put_event(const SessionEvent& event, std::uint64_t begin_tim
     put_time(end_time);
     m_to.put(L"'><info>");
     m_to.put_escaped(event.info);
-    m_to.put(configuration ? L"</info></configuration>" : L"</info></event>");
+    m_to.put(ENDS[kind]);
 }
 
 void SessionWriter::put_triple(std::wstring_view name, const Triple& triple)

@@ -14,23 +14,24 @@ constexpr std::wstring_view REPLACEMENT = L"\xFFFD";
 constexpr bool is_high_surrogate(wchar_t c) noexcept { return c >= 0xD800 && c <= 0xDBFF; }
 constexpr bool is_low_surrogate(wchar_t c) noexcept { return c >= 0xDC00 && c <= 0xDFFF; }
 
-/// Of the characters below 64, where all those stand that are to be escaped.
-constexpr bool is_special_below_64(wchar_t c) noexcept
+/// Of ASCII characters, where all those stand that are to be escaped.
+constexpr bool is_special_ascii(wchar_t c) noexcept
 {
     if (c < 0x20)
         return c != L'\t' && c != L'\n' && c != L'\r';
     return c == L'&' || c == L'<' || c == L'>' || c == L'"' || c == L'\'';
 }
 
-constexpr std::array<bool, 64> make_special_table() noexcept
+constexpr std::array<bool, 128> make_special_table() noexcept
 {
-    std::array<bool, 64> table{};
+    std::array<bool, 128> table{};
     for (std::size_t c = 0; c < table.size(); ++c)
-        table[c] = is_special_below_64(static_cast<wchar_t>(c));
+        table[c] = is_special_ascii(static_cast<wchar_t>(c));
     return table;
 }
 
-constexpr std::array<bool, 64> SPECIAL = make_special_table();
+// All of ASCII, so that the usual texts take the same branch at each character.
+constexpr std::array<bool, 128> SPECIAL = make_special_table();
 
 constexpr bool is_plain(wchar_t c) noexcept
 {
@@ -48,19 +49,20 @@ std::size_t count_plain(std::wstring_view text) noexcept
 
 std::wstring_view xml_form(std::wstring_view text, std::size_t& length) noexcept
 {
+    using namespace std::string_view_literals; // whose lengths the compiler knows
     length = 1;
     switch (text[0])
     {
     case L'&':
-        return L"&amp;";
+        return L"&amp;"sv;
     case L'<':
-        return L"&lt;";
+        return L"&lt;"sv;
     case L'>':
-        return L"&gt;";
+        return L"&gt;"sv;
     case L'"':
-        return L"&quot;";
+        return L"&quot;"sv;
     case L'\'':
-        return L"&apos;";
+        return L"&apos;"sv;
     default:
         break;
     }

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <string>
 #include <string_view>
 
@@ -30,8 +31,23 @@ public:
             put_in_pieces(text);
             return;
         }
-        std::copy(text.begin(), text.end(), m_block + m_used); // of a literal: a few moves
+        std::copy(text.begin(), text.end(), m_block + m_used);
         m_used += text.size();
+    }
+
+    /// A literal. Its length is known, where that of a pointer is counted by the C runtime, and so it is put in a few moves:
+    /// a report is made of literals for its greater part.
+    template <std::size_t SIZE>
+    void put(const wchar_t (&literal)[SIZE])
+    {
+        constexpr std::size_t LENGTH = SIZE - 1;
+        if (LENGTH > BLOCK_SIZE - m_used)
+        {
+            put_in_pieces({literal, LENGTH});
+            return;
+        }
+        std::memcpy(m_block + m_used, literal, LENGTH * sizeof(wchar_t));
+        m_used += LENGTH;
     }
 
     /// With the five XML escapes. What XML does not allow at all becomes U+FFFD: control characters, halves of

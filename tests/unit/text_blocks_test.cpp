@@ -140,6 +140,19 @@ TEST(TextBlocks, ATextOfAnySizeArrivesInWholeBlocks)
     }
 }
 
+TEST(TextBlocks, ALiteralMayLieAcrossTheEndOfABlock)
+{
+    for (std::size_t room = 0; room <= 7; ++room)
+    {
+        Collected to;
+        to.put(std::wstring(SIZE - room, L'x'));
+        to.put(L"abcdef");
+        to.flush();
+        EXPECT_EQ(to.all(), std::wstring(SIZE - room, L'x') + L"abcdef") << room;
+        EXPECT_EQ(to.blocks.size(), room < 6 ? 2u : 1u) << room;
+    }
+}
+
 TEST(TextBlocks, AFlushOfNothingHandsOnNothing)
 {
     Collected to;
