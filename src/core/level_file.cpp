@@ -138,9 +138,11 @@ LevelEdit with_new_line(const LevelFile& file, std::size_t index, int what, std:
         return failed(EditProblem::LINE_TOO_LONG, index);
     LevelEdit edit;
     edit.line = index;
-    const std::string end(usual_end(file));
     // A file whose last line has no end keeps being one.
     const bool behind_an_open_line = index > 0 && file.lines()[index - 1].end.empty();
+    const std::string_view ended = behind_an_open_line ? file.lines()[index - 1].text : std::string_view(text);
+    // Behind a carriage return "\n" alone would make one line end of both.
+    const std::string end(!ended.empty() && ended.back() == '\r' ? std::string_view("\r\n") : usual_end(file));
     edit.bytes = replaced(file.bytes(), begin_of(file, index), 0, behind_an_open_line ? end + text : text + end);
     edit.change = {what, index, std::nullopt, std::move(text)};
     return edit;
@@ -893,9 +895,11 @@ LevelEdit set_size_limit(const LevelFile& file, std::uint32_t megabytes)
         }
     }
     edit = with_others_as_they_are(file, std::move(edit));
-    return edit && LevelFile(edit.bytes, file.package_count()).size_limit() != megabytes
-               ? failed(EditProblem::NO_OTHER_WAY, edit.line)
-               : edit;
+    if (!edit)
+        return edit;
+    const LevelFile after(edit.bytes, file.package_count());
+    return after.size_limit_line() && after.size_limit() == megabytes ? edit
+                                                                      : failed(EditProblem::NO_OTHER_WAY, edit.line);
 }
 
 LevelEdit take_back(const LevelFile& file, const LineChange& change)

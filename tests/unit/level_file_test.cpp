@@ -151,6 +151,10 @@ TEST(LevelEdits, AddALineToAFileWithoutALastLineEnd)
     EXPECT_EQ(
         set_level(LevelFile("2\r\nfile_size_limit_in_mb=0"), 320, 7, MADE).bytes,
         "2\r\nfile_size_limit_in_mb=0\r\nMade 320 7");
+    const LevelFile lone_return(FIRST_LINES + "A 1 5 x\r"); // which "\n" alone would make a line end of
+    const LevelEdit edit = set_level(lone_return, 320, 7, MADE);
+    EXPECT_EQ(package_line(edit), "A 1 5 x\r\r\nMade 320 7");
+    EXPECT_EQ(take_back(LevelFile(edit.bytes), edit.change).bytes, lone_return.bytes());
 }
 
 TEST(LevelEdits, AddNoPackageWhereItWouldBeTakenForAFirstLine)
@@ -310,6 +314,8 @@ TEST(LevelEdits, ChangeTheSizeLimit)
     EXPECT_EQ(set_size_limit(LevelFile("2\nA 1 5\n"), 50).problem, EditProblem::LINE_IS_LOST);
     EXPECT_EQ(set_size_limit(LevelFile("# x\n"), 50).problem, EditProblem::NO_FIRST_LINES);
     EXPECT_EQ(set_size_limit(LevelFile("2\nfile_size_limit_in_mb=50\n"), 50).problem, EditProblem::NO_CHANGE);
+    // A line that nobody reads, also where what it says is so already.
+    EXPECT_EQ(set_size_limit(LevelFile("2\x1A\nA 1 5\n"), 0).problem, EditProblem::NO_OTHER_WAY);
 }
 
 // Taking back ---------------------------------------------------------------------------------------------
