@@ -487,7 +487,8 @@ int Kor_LogFile::CopySharedMemory(Kor_LogConf& copy, const char** name)
     const auto* const block = static_cast<const Kor_LogConf*>(found.view.get());
     if (block == nullptr || !kor::wait_until_filled(*block))
         return kor::ATTACH_FAILED;
-    // A writer stamps the block when all of it is there: what was copied until then may be of two pieces.
+    const kor::PublisherTurn turn(found.name);
+    // Where no turn could be had, or its holder hangs: a writer stamps the block when all of it is there.
     for (int tries = 0; tries < MOST_COPIES; ++tries)
     {
         const unsigned long long stamp = block->GetChangeCount();

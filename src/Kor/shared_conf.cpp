@@ -32,6 +32,11 @@ constexpr ULONGLONG FILL_WAIT_MS = 500;
 
 // Others change the stamp once in a millisecond at the most, unless they mean harm.
 constexpr int MAX_STAMP_TRIES = 1'000;
+
+const char* turn_name_of(const char* block_name) noexcept
+{
+    return block_name == LOCAL_BLOCK_NAME ? LOCAL_TURN_NAME : GLOBAL_TURN_NAME;
+}
 } // namespace
 
 const char* fallback_name() noexcept { return shared_block_name == LOCAL_BLOCK_NAME ? GLOBAL_BLOCK_NAME : nullptr; }
@@ -65,7 +70,7 @@ Attachment attach_block()
     if (!block.view)
         return block;
     block.result = created ? ATTACH_CREATED : ATTACH_EXISTED;
-    turn_name = found == LOCAL_BLOCK_NAME ? LOCAL_TURN_NAME : GLOBAL_TURN_NAME;
+    turn_name = turn_name_of(found);
     return block;
 }
 
@@ -105,4 +110,6 @@ std::uint64_t stamp_change(Kor_LogConf& block) noexcept
 }
 
 PublisherTurn::PublisherTurn() noexcept : m_mutex(turn_name, MAX_WAIT_MS) {}
+
+PublisherTurn::PublisherTurn(const char* block_name) noexcept : m_mutex(turn_name_of(block_name), MAX_WAIT_MS) {}
 } // namespace kor

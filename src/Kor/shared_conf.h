@@ -51,7 +51,11 @@ std::uint64_t stamp_change(Kor_LogConf& block) noexcept;
 class PublisherTurn
 {
 public:
+    /// Of the block that was attached last.
     PublisherTurn() noexcept;
+
+    /// Of the block of that name, for who looks at it without attaching it: between two turns it is whole.
+    explicit PublisherTurn(const char* block_name) noexcept;
 
 private:
     static constexpr DWORD MAX_WAIT_MS = 2'000;

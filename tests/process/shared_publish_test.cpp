@@ -229,6 +229,44 @@ TEST(SharedBlockPublish, APublisherWaitsForTheOneWhoseTurnItIs)
     }
 }
 
+namespace
+{
+// args: name of its events. Copies what is shared, and tells the level of package 3 and of the last package.
+KOR_CHILD(reader_of_the_block)
+{
+    const NamedEvent waiting(args.at(0) + "-waiting");
+    const Hook<WaitForSingleObjectImport> waits(
+        [&waiting](HANDLE object, DWORD milliseconds) -> DWORD
+        {
+            waiting.set();
+            return ::WaitForSingleObject(object, milliseconds);
+        });
+    if (!waits.installed())
+        return 90;
+    const auto copy = std::make_unique<Kor_LogConf>();
+    const int result = Kor_LogFile::CopySharedMemory(*copy);
+    std::printf("result=%d level=%d\n", result, static_cast<int>(copy->packageLevels[3]));
+    return 0;
+}
+} // namespace
+
+TEST(SharedBlockPublish, WhoCopiesTheBlockWaitsForTheOneWhoPublishes)
+{
+    Machine machine;
+    StoppedPublisher slow(machine.file(1));
+    const std::string name = unique_name("reader");
+    const NamedEvent waiting(name + "-waiting");
+    ChildOptions options;
+    options.arguments = {name};
+    options.environment = {{"KORAL_LOG_DEVELOP", ""}};
+    Child reader("reader_of_the_block", options);
+    reader.ensure_begun();
+    ASSERT_TRUE(waiting.wait());
+    EXPECT_FALSE(reader.wait(0).finished);
+    slow.finish();
+    EXPECT_EQ(output_of(reader), "result=17 level=1\n");
+}
+
 TEST(SharedBlockPublish, TheTurnOfAPublisherThatDiesGoesOnToTheNext)
 {
     Machine machine;
