@@ -127,6 +127,13 @@ def startup_rows(directory):
     ]
 
 
+def level_sync_rows(directory):
+    runs = [json.loads(file.read_text()) for file in sorted(directory.glob("level_sync-*.json"))]
+    publish, load, ratio = (statistics.median(run[key] for run in runs) for key in ("publish_ms", "load_ms", "ratio"))
+    return [["LevelSync -u, 750 packages of ten rules", f"{publish:.1f} ms", "", f"{load:.1f} ms", f"{ratio:.2f}"]
+            + judged((ratio, 1.5, ""))]
+
+
 def change_rows(directory):
     change = json.loads((directory / "level_change.json").read_text())
     return [
@@ -249,6 +256,7 @@ def main():
     rows += rejected_rows(Runs(directory, "rejected"))
     rows += line_rows(Runs(directory, "lines"))
     rows += startup_rows(directory)
+    rows += level_sync_rows(directory)
     rows += change_rows(directory)
     rows += way_rows(directory)
     rows += lookup_rows(directory)
