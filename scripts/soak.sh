@@ -6,13 +6,15 @@
 # All of them, one after the other, where none is named:
 #   ends       processes that end while their threads write; how many hung, or left no end banner (1000 times)
 #   publishes  four processes that publish in the same millisecond; after which round others had another level (400 times)
+#   levelsync  LevelSync is killed at a random moment while two others change the file; whether that was the old file or
+#              the new one, and no change was lost (1000 times)
 # --times: how often instead, for each of them.
 #
 # The exit status is 0 when all went well.
 
 . "$(dirname "${BASH_SOURCE[0]}")/lib/setup.sh"
 
-all_soaks=(ends publishes)
+all_soaks=(ends publishes levelsync)
 soaks=()
 times=
 preset=mingw-release
@@ -34,6 +36,12 @@ soak_publishes()
 {
     export LUMLOG_TEST_PUBLISHES=${times:-400}
     run_case process_tests SharedBlockPublish.FourPublishersInOneMillisecondLeaveAllProcessesWithTheSameLevels
+}
+
+soak_levelsync()
+{
+    export LUMLOG_TEST_KILLS=${times:-1000}
+    run_case levelsync_tests LevelSyncTurns.AKillAtAnyMomentLeavesTheOldFileOrTheNewOne
 }
 
 while [ $# -gt 0 ]; do

@@ -174,6 +174,14 @@ Ran Site::run(const std::vector<std::string>& words) const
 
 Ran Site::run(const std::string& line) const { return run(words_of(line)); }
 
+Ran Site::run_with(const std::string& fault, const std::string& line) const
+{
+    ChildOptions with = options(words_of(line));
+    with.program = level_sync_with_faults();
+    with.environment.emplace_back("LEVELSYNC_FAULT", fault);
+    return ran(Child("LevelSync", with), CALL_LIMIT_MS);
+}
+
 std::unique_ptr<Child>
 Site::start(const std::string& line, std::vector<std::pair<std::string, std::string>> environment) const
 {
@@ -183,13 +191,28 @@ Site::start(const std::string& line, std::vector<std::pair<std::string, std::str
     return std::make_unique<Child>("LevelSync", with);
 }
 
-std::string level_sync_program()
+namespace
+{
+std::string beside_this_program(const std::string& name)
 {
     char path[MAX_PATH + 1] = {};
     ::GetModuleFileNameA(nullptr, path, MAX_PATH);
     std::string program = path;
     program.resize(program.find_last_of('\\') + 1);
-    return program + "LevelSync.exe";
+    return program + name;
+}
+} // namespace
+
+std::string level_sync_program() { return beside_this_program("LevelSync.exe"); }
+std::string level_sync_with_faults() { return beside_this_program("levelsync_fault.exe"); }
+
+std::string without_columns(const std::string& text)
+{
+    std::string result;
+    for (const char c : text)
+        if (c != ' ' || result.empty() || result.back() != ' ')
+            result += c;
+    return result;
 }
 
 Ran ran(const Child& child, unsigned timeout_ms)
@@ -272,7 +295,7 @@ KOR_CHILD(level_sync_host)
     KorGLog.Open((name + ".log").c_str(), name.c_str());
     for (;;)
     {
-        if (!request.wait(120000)) // longer than any test
+        if (!request.wait(7'200'000)) // longer than any soak
             return 1;
         request.reset();
         const std::string asked = board;

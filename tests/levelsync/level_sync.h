@@ -114,6 +114,9 @@ public:
     /// The same with one line of words that have no blanks: run("set replay 7 --client 192.0.2.7").
     Ran run(const std::string& line) const;
 
+    /// The same on a machine that refuses something; see fault/main.cpp for what.
+    Ran run_with(const std::string& fault, const std::string& line) const;
+
     /// Starts it and leaves it running. environment: added to that of the call.
     std::unique_ptr<Child>
     start(const std::string& line, std::vector<std::pair<std::string, std::string>> environment = {}) const;
@@ -130,6 +133,12 @@ private:
 
 /// The path of the built LevelSync.exe.
 std::string level_sync_program();
+
+/// The same program on a machine that refuses what the variable LEVELSYNC_FAULT names; see fault/main.cpp.
+std::string level_sync_with_faults();
+
+/// A text with one blank for several: where comments stand that were moved for a rule that came and went.
+std::string without_columns(const std::string& text);
 
 /// What has become of a call that was started.
 Ran ran(const Child& child, unsigned timeout_ms);

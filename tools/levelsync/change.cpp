@@ -151,9 +151,11 @@ void settle(const Folder& folder, History& history)
         if (!change.is_open())
             continue;
         const std::string bytes = read_whole(folder.file).value_or(std::string());
-        if (fingerprint(bytes) != change.file_after)
+        if (change.lines.empty() || fingerprint(bytes) != change.file_after)
         {
-            history.fail(change.id, "interrupted before the file was changed");
+            history.fail(
+                change.id,
+                change.lines.empty() ? "interrupted while it published" : "interrupted before the file was changed");
             continue;
         }
         publish_wanted(*read_conf(folder.file), whats_of(change.lines));
@@ -291,6 +293,12 @@ private:
 };
 } // namespace
 
+void add_change_options(Options& options, ChangeOptions& change)
+{
+    options.add_flag("--dry-run", change.is_dry_run, "Say what would change, and change nothing");
+    options.add_flag("!--no-publish", change.is_published, "Change the file alone");
+}
+
 Editor::Editor(std::string bytes, const Kor_LogConf* running) : m_file(std::move(bytes)), m_names(&m_file, running) {}
 
 void Editor::apply(const LevelEdit& edit, int what)
@@ -376,7 +384,9 @@ void require_readable(const LevelFile& file)
             "Nothing was changed. LevelSync check says what is wrong there; mend it, then try again.");
 }
 
-Json json_of(const Outcome& outcome, const ChangeOptions& options)
+namespace
+{
+Json report_of(const Outcome& outcome, const ChangeOptions& options)
 {
     Json json;
     json["changed"] = outcome.id != 0;
@@ -391,9 +401,12 @@ Json json_of(const Outcome& outcome, const ChangeOptions& options)
     json["until"] = options.until ? Json(utc_text(*options.until)) : Json();
     return json;
 }
+} // namespace
 
 void report(Tool& tool, const Outcome& outcome, const ChangeOptions& options)
 {
+    if (tool.json)
+        return tool.print(report_of(outcome, options));
     Console& console = tool.console;
     if (outcome.effects.empty() && outcome.lines.empty())
         return console.line("That is so already; nothing had to be changed.");
@@ -431,5 +444,10 @@ void edit_level(Editor& editor, int package, int level, const kor::core::RuleFil
         filters.empty() ? kor::core::set_level(editor.file(), package, level, made)
                         : kor::core::set_rule(editor.file(), package, level, filters, made),
         package);
+}
+
+void change_and_report(Tool& tool, const Editing& editing, const ChangeOptions& options)
+{
+    report(tool, change(tool, editing, options), options);
 }
 } // namespace levelsync

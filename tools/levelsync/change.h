@@ -11,6 +11,7 @@
 #include "conf.h"
 #include "core/level_file.h"
 #include "history.h"
+#include "options.h"
 #include "packages.h"
 #include "tool.h"
 #include "turn.h"
@@ -51,6 +52,9 @@ struct ChangeOptions
     std::string command;                 ///< for the history
 };
 
+/// The options that every command has which changes the file: --dry-run and --no-publish.
+void add_change_options(Options& options, ChangeOptions& change);
+
 /// What became of a change.
 struct Outcome
 {
@@ -84,11 +88,9 @@ std::string require_level_file(const Folder& folder);
 /// Throws Failure for a file whose lines are not what they look like: nothing in it is changed.
 void require_readable(const kor::core::LevelFile& file);
 
-/// What became of a change, for programs.
-Json json_of(const Outcome& outcome, const ChangeOptions& options);
-
-/// Prints what became of a change: its effects, who obeys, how to take it back.
+/// Prints what became of a change: its effects, who obeys, how to take it back; for programs with --json.
 void report(Tool& tool, const Outcome& outcome, const ChangeOptions& options);
+void change_and_report(Tool& tool, const Editing& editing, const ChangeOptions& options);
 } // namespace levelsync
 
 #endif // LEVELSYNC_CHANGE_H

@@ -152,17 +152,17 @@ void History::read(std::string_view line)
         if (json.contains("command"))
         {
             Change change = change_of(json);
-            if (find(change.id) == nullptr)
+            if (m_changes.empty() || change.id > m_changes.back().id || find(change.id) == nullptr)
                 m_changes.push_back(std::move(change));
             return;
         }
         const auto id = json.at("id").get<long long>();
-        for (Change& change : m_changes)
-            if (change.id == id && change.is_open())
-            {
-                change.is_done = json.contains("done");
-                change.failure = json.value("failed", std::string());
-            }
+        const auto change =
+            std::find_if(m_changes.rbegin(), m_changes.rend(), [id](const Change& other) { return other.id == id; });
+        if (change == m_changes.rend() || !change->is_open())
+            return;
+        change->is_done = json.contains("done");
+        change->failure = json.value("failed", std::string());
     }
     catch (const Json::exception&) // a half line, or somebody's own
     {
@@ -204,27 +204,28 @@ long long History::begin(Change change)
     change.user = own_account();
     change.machine = machine_name();
     change.process = ::GetCurrentProcessId();
-    append(json_of(change));
+    append(json_of(change), !change.lines.empty()); // before the level file is touched
     m_changes.push_back(change);
     return change.id;
 }
 
 void History::finish(long long id)
 {
-    append({{"id", id}, {"done", utc_text(now())}});
+    // Where this gets lost, the bytes of the level file tell it again.
+    append({{"id", id}, {"done", utc_text(now())}}, false);
     for (Change& change : m_changes)
         change.is_done = change.is_done || change.id == id;
 }
 
 void History::fail(long long id, const std::string& why)
 {
-    append({{"id", id}, {"failed", why}});
+    append({{"id", id}, {"failed", why}}, false);
     for (Change& change : m_changes)
         if (change.id == id)
             change.failure = why;
 }
 
-void History::append(const Json& line)
+void History::append(const Json& line, bool is_flushed)
 {
     const std::string text =
         (m_ends_in_half ? "\n" : "") + line.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n";
@@ -234,7 +235,7 @@ void History::append(const Json& line)
     DWORD written = 0;
     if (!is_valid(file) ||
         ::WriteFile(file.get(), text.data(), static_cast<DWORD>(text.size()), &written, nullptr) == FALSE ||
-        ::FlushFileBuffers(file.get()) == FALSE)
+        (is_flushed && ::FlushFileBuffers(file.get()) == FALSE))
     {
         const DWORD error = ::GetLastError();
         throw Failure(

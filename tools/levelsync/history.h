@@ -69,7 +69,7 @@ public:
     void fail(long long id, const std::string& why);
 
 private:
-    void append(const Json& line);
+    void append(const Json& line, bool is_flushed);
     void read(std::string_view line);
 
     std::wstring m_path;

@@ -117,7 +117,7 @@ bool OverrideWatch::has_grown()
     return std::exchange(m_size, size) != size;
 }
 
-std::string end_override(Tool& tool, long long id, const std::string& why)
+std::string end_override(Tool& tool, long long id, const std::string& why, bool has_to_be_due)
 {
     std::vector<std::string> kept;
     std::string what;
@@ -125,7 +125,7 @@ std::string end_override(Tool& tool, long long id, const std::string& why)
     {
         const Change* const change = history.find(id);
         kept.clear();
-        if (change == nullptr || !history.is_in_force(*change))
+        if (change == nullptr || !history.is_in_force(*change) || (has_to_be_due && !is_due(tool.folder, *change)))
             throw Failure("", ""); // caught below: nothing is left to be done
         what = "Override " + std::to_string(id) + " of " + change->user + " (" + change->command + ")";
         edit_back_as_far_as_possible(editor, *change, kept);
@@ -163,15 +163,16 @@ void take_back_due(Tool& tool)
         std::vector<std::pair<long long, std::string>> due;
         {
             const History history(tool.folder);
-            for (const Change* const change : history.overrides())
-                if (is_due(tool.folder, *change))
+            // Also those of which nobody knows yet whether they came to be: their maker may have been killed.
+            for (const Change& change : history.changes())
+                if (change.until && (change.is_open() || history.is_in_force(change)) && is_due(tool.folder, change))
                     due.emplace_back(
-                        change->id, *change->until <= now() ? "its time is over since " + local_text(*change->until)
-                                                            : std::string("whoever looked after it has ended"));
+                        change.id, *change.until <= now() ? "its time is over since " + local_text(*change.until)
+                                                          : std::string("whoever looked after it has ended"));
         }
         for (const auto& [id, why] : due)
         {
-            const std::string text = end_override(tool, id, why);
+            const std::string text = end_override(tool, id, why, true);
             if (!text.empty())
                 tool.console.error(text, Style::CAREFUL);
         }

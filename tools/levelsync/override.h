@@ -22,8 +22,8 @@ void take_back_due(Tool& tool);
 Outcome take_back(Tool& tool, long long id, const ChangeOptions& options);
 
 /// Takes an override back at its end; lines that somebody else changed since stay. Returns what there is to say, nothing
-/// when somebody did it already.
-std::string end_override(Tool& tool, long long id, const std::string& why);
+/// when somebody did it already, or when it has to be due and is not: who made it was still at it when it was looked at.
+std::string end_override(Tool& tool, long long id, const std::string& why, bool has_to_be_due = false);
 
 /// Tells when somebody else has taken an override back.
 class OverrideWatch

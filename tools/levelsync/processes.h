@@ -9,7 +9,8 @@
 
 namespace levelsync
 {
-/// The name that a process gave its log. Throws Failure where no such process runs.
+/// The name that a process gave its log, empty where it gave none yet. Where it cannot be looked into, the name of its
+/// program, with a warning. Throws Failure where no such process runs.
 std::string application_of(const Tool& tool, unsigned long process);
 } // namespace levelsync
 

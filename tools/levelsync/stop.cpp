@@ -101,8 +101,9 @@ StopSignal::StopSignal()
 
 StopSignal::~StopSignal()
 {
-    ::SetConsoleCtrlHandler(&handle_control, FALSE);
+    // First: while a handler runs, the list of handlers may be locked.
     ::SetEvent(m_stopped.get());
+    ::SetConsoleCtrlHandler(&handle_control, FALSE);
     if (!is_valid(m_window_thread))
         return;
     // The thread may not have a queue yet, and then loses the message: it ends with the process at the latest.

@@ -16,14 +16,13 @@ public:
     {
         options.add_option("PACKAGE", m_package, "Number, name, or pattern of names (Re*)")->required();
         m_filters.declare(options);
-        options.add_flag("--dry-run", m_options.is_dry_run, "Say what would change, and change nothing");
-        options.add_flag("!--no-publish", m_options.is_published, "Change the file alone");
+        add_change_options(options, m_options);
     }
 
     ExitCode run(Tool& tool) override
     {
         const kor::core::RuleFilters filters = m_filters.for_rule();
-        const Outcome outcome = change(
+        change_and_report(
             tool,
             [&](Editor& editor, const History&)
             {
@@ -39,10 +38,6 @@ public:
                 }
             },
             m_options);
-        if (tool.json)
-            tool.print(json_of(outcome, m_options));
-        else
-            report(tool, outcome, m_options);
         return DONE;
     }
 

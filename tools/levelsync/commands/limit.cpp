@@ -13,21 +13,16 @@ public:
     void declare(Options& options) override
     {
         options.add_option("MB", m_megabytes, "Megabytes of each file, 0 for no limit")->required();
-        options.add_flag("--dry-run", m_options.is_dry_run, "Say what would change, and change nothing");
-        options.add_flag("!--no-publish", m_options.is_published, "Change the file alone");
+        add_change_options(options, m_options);
     }
 
     ExitCode run(Tool& tool) override
     {
-        const Outcome outcome = change(
+        change_and_report(
             tool,
             [this](Editor& editor, const History&)
             { editor.apply(kor::core::set_size_limit(editor.file(), m_megabytes), kor::core::LineChange::SIZE_LIMIT); },
             m_options);
-        if (tool.json)
-            tool.print(json_of(outcome, m_options));
-        else
-            report(tool, outcome, m_options);
         return DONE;
     }
 

@@ -21,8 +21,7 @@ int read_output(const std::string& word)
         throw Failure(
             '"' + word + "\" is no output.",
             "The outputs are: files (each process writes its own), eventlog, stderr, debugger (files, and a debugger "
-            "in "
-            "processes that start from then on).",
+            "in processes that start from then on).",
             WRONG_CALL);
     return found->second;
 }
@@ -33,22 +32,17 @@ public:
     void declare(Options& options) override
     {
         options.add_option("KIND", m_kind, "files, eventlog, stderr or debugger")->required();
-        options.add_flag("--dry-run", m_options.is_dry_run, "Say what would change, and change nothing");
-        options.add_flag("!--no-publish", m_options.is_published, "Change the file alone");
+        add_change_options(options, m_options);
     }
 
     ExitCode run(Tool& tool) override
     {
         const int output = read_output(m_kind);
-        const Outcome outcome = change(
+        change_and_report(
             tool,
             [output](Editor& editor, const History&)
             { editor.apply(kor::core::set_output(editor.file(), output), kor::core::LineChange::OUTPUT); },
             m_options);
-        if (tool.json)
-            tool.print(json_of(outcome, m_options));
-        else
-            report(tool, outcome, m_options);
         return DONE;
     }
 

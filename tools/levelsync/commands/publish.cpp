@@ -42,6 +42,7 @@ public:
         if (m_dry_run)
         {
             const Running running = read_running();
+            require_readable(running);
             outcome.is_running = running.conf != nullptr;
             if (running.conf)
                 outcome.effects = texts_of(differences(*running.conf, *conf));
@@ -76,8 +77,7 @@ private:
                 throw Failure(
                     "There is no file " + shown(utf8(path)) + ".",
                     "Nothing was published: without a file every process would write to standard error, at level 4. "
-                    "Name "
-                    "the file, or its folder with --dir FOLDER. (--force publishes those defaults.)");
+                    "Name the file, or its folder with --dir FOLDER. (--force publishes those defaults.)");
             }
             refuse_what_does_not_count(tool, kor::core::LevelFile(*bytes));
             Conf conf = read_conf(path);

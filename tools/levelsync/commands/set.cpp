@@ -21,8 +21,7 @@ public:
         m_filters.declare(options);
         options.add_option("--for", m_for, "Take it back after so long: 15m, 2h, 90s")->type_name("TIME");
         options.add_flag("--detach", m_detach, "With --for: a process in the background takes it back");
-        options.add_flag("--dry-run", m_options.is_dry_run, "Say what would change, and change nothing");
-        options.add_flag("!--no-publish", m_options.is_published, "Change the file alone");
+        add_change_options(options, m_options);
     }
 
     ExitCode run(Tool& tool) override
@@ -43,10 +42,7 @@ public:
                 warn_of_higher_level(tool, editor, level, filters);
             },
             m_options);
-        if (tool.json)
-            tool.print(json_of(outcome, m_options));
-        else
-            report(tool, outcome, m_options);
+        report(tool, outcome, m_options);
         tool.console.flush();
         if (!m_options.until || outcome.id == 0)
             return DONE;

@@ -116,10 +116,7 @@ private:
 
     static ExitCode say_what_would_be(Tool& tool, const Outcome& outcome, const ChangeOptions& options)
     {
-        if (tool.json)
-            tool.print(json_of(outcome, options));
-        else
-            report(tool, outcome, options);
+        report(tool, outcome, options);
         return DONE;
     }
 

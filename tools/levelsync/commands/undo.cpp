@@ -27,18 +27,13 @@ public:
     {
         options.add_option(
             "N", m_id, "Number of the change, as LevelSync history shows it; the last one where it is missing");
-        options.add_flag("--dry-run", m_options.is_dry_run, "Say what would change, and change nothing");
-        options.add_flag("!--no-publish", m_options.is_published, "Change the file alone");
+        add_change_options(options, m_options);
     }
 
     ExitCode run(Tool& tool) override
     {
         const long long id = m_id != 0 ? m_id : last_change(History(tool.folder));
-        const Outcome outcome = take_back(tool, id, m_options);
-        if (tool.json)
-            tool.print(json_of(outcome, m_options));
-        else
-            report(tool, outcome, m_options);
+        report(tool, take_back(tool, id, m_options), m_options);
         return DONE;
     }
 
