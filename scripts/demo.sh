@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Shows LUMlog at work. Builds the library and the example programs first, and sets up what that needs.
 #
-#   scripts/demo.sh         two hosts that share one configuration, and a change of it while they run
+#   scripts/demo.sh         two hosts that share one configuration, and LevelSync, which changes it while they run
 #   scripts/demo.sh crash   a host that crashes, and what it leaves for those who look for the cause
 #
 # The exit status is 0 when the change reached the host it was meant for, and no other; or when the crash left all
@@ -34,6 +34,23 @@ show_lines()
     tr -d '\r' | sed -e "s/^.* DEBUG .*\$/$cyan&$plain/" -e 's/^/    /'
 }
 
+# level_sync ARGUMENT...: what a support engineer types, and what it says.
+level_sync()
+{
+    local status=0
+    say
+    say "    > LevelSync $*"
+    (in_wine LevelSync "$@") >"$demo_dir/levelsync.out" 2>&1 || status=$?
+    show_lines <"$demo_dir/levelsync.out"
+    [ "$status" -eq 0 ] || fail "LevelSync $1 ended with status $status."
+}
+
+# The moment of a log's line, in milliseconds as milliseconds() has them.
+moment_of()
+{
+    date -d "${1:0:10} ${1:11:18}" +%s%3N
+}
+
 # The machine's files are drive Z of its Windows programs.
 windows_path()
 {
@@ -53,7 +70,7 @@ in_wine()
 start_host()
 {
     # The host ends by itself after two minutes, whatever becomes of this script.
-    (in_wine example_host "$1" "${client[$1]}" "${session[$1]}" "$(windows_path "$text")" 120) \
+    (in_wine example_host "$1" "${client[$1]}" "${session[$1]}" "$(windows_path "$text")" 120 1000) \
         >"$demo_dir/$1.out" 2>&1 &
     process[$1]=$!
 }
@@ -220,7 +237,7 @@ esac
 ensure_packages "${base_packages[@]}" "${demo_packages[@]}"
 ensure_dependencies ace xerces-c googletest libzip
 configure_preset mingw-release || fail "The build could not be set up."
-build_preset mingw-release LUMlog examples || fail "LUMlog could not be built."
+build_preset mingw-release LUMlog LevelSync examples || fail "LUMlog could not be built."
 
 # A prefix of the demo's own: programs of other scripts would share the configuration otherwise.
 trap finish EXIT
@@ -257,21 +274,19 @@ done
 say
 say "    archive has a line more than viewer: package 330 has a rule for that application."
 
-title "2. The client ${client[viewer]} has a problem: package 320 gets a rule that raises it to debug for that client"
-sed -E "s|^(Replay +320 +6) {20}|\1  [(7;${client[viewer]})]   |" "$project_dir/examples/host/logger" >"$logs/logger"
-{ diff "$project_dir/examples/host/logger" "$logs/logger" || true; } | sed -n -e 's/^</-/p' -e 's/^>/+/p' | show_lines
+title "2. The client ${client[viewer]} has a problem: its package Replay is raised to debug, for that client alone"
+level_sync
 declare -A debug_before lines_before
 for host in viewer archive; do
     debug_before[$host]=$(debug_lines "$host")
     lines_before[$host]=$(lines "$host")
 done
-say
-say "    example_control publish $(windows_path "$logs/logger")"
 began=$(milliseconds)
-control publish "$(windows_path "$logs/logger")"
+level_sync set replay debug --client "${client[viewer]}"
 reached=
 if wait_until 20 has_debug_lines viewer 320 1; then
-    reached=$(($(milliseconds) - began))
+    first=$(grep -Em 1 '^[0-9].{28} DEBUG +\(320\)' "$logs/viewer.log")
+    reached=$(($(moment_of "$first") - began))
 fi
 # Both go on long enough for debug lines to show where they should not.
 for host in viewer archive; do
@@ -280,6 +295,11 @@ done
 say
 say "    Both hosts were running all the while. The first debug lines of viewer.log:"
 grep -E '^[0-9].{28} DEBUG' "$logs/viewer.log" | head -n 3 | show_lines || true
+
+say
+say "    And off again:"
+level_sync undo
+level_sync history
 
 for host in viewer archive; do
     stop_host "$host"
@@ -305,13 +325,14 @@ for host in viewer archive; do
     has_end_banner "$host" || wrong+=("The log $host.log does not end with its end banner.")
 done
 if [ ${#wrong[@]} -eq 0 ]; then
-    say "${green}As it should be:$plain the change reached the running host viewer within $reached ms,"
-    say "and not one debug line appeared in the log of archive, which serves another client."
+    say "${green}As it should be:$plain the first debug line of viewer, which replays 1,000 lines a second, came $reached ms after"
+    say "LevelSync was called, and not one debug line appeared in the log of archive, which serves another client."
 else
     say "${red}Not as it should be.$plain ${wrong[*]}"
 fi
 title "The logs, to read at leisure"
-for file in viewer.log archive.log control.log logger; do
+cmp -s "$project_dir/examples/host/logger" "$logs/logger" || fail "The logger file is not as it was before."
+for file in viewer.log archive.log control.log LevelSync.log logger logger.history; do
     say "    $logs/$file"
 done
 say

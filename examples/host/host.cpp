@@ -22,8 +22,8 @@ constexpr int PACKAGE_READER = 310; // reads the text
 constexpr int PACKAGE_REPLAY = 320; // replays its lines
 constexpr int PACKAGE_CLIENT = 330; // serves the client
 
-constexpr int THREADS = 3;
-constexpr DWORD PACE_MS = 100; // of each thread: some thirty lines a second together
+constexpr DWORD THREADS = 3;
+constexpr DWORD DEFAULT_LINES = 30; // a second, by all threads together
 constexpr DWORD DEFAULT_SECONDS = 600;
 
 HANDLE stop_event = nullptr;
@@ -100,11 +100,11 @@ private:
     long m_number = 0;
 };
 
-void replay(Text& text, int worker)
+void replay(Text& text, DWORD worker, DWORD pace_ms)
 {
     KorGLog.SetThreadName(("Worker-" + std::to_string(worker)).c_str());
     std::string line;
-    while (!told_to_stop(PACE_MS))
+    while (!told_to_stop(pace_ms))
     {
         const long number = text.next(line);
         if (number == 0)
@@ -120,26 +120,27 @@ int usage()
 {
     std::fprintf(
         stderr,
-        "example_host NAME CLIENT SESSION TEXT [SECONDS]\n\n"
+        "example_host NAME CLIENT SESSION TEXT [SECONDS [LINES]]\n\n"
         "Replays the lines of the file TEXT as messages of the application NAME, which serves the\n"
         "address CLIENT, first in the session SESSION. Writes to NAME.log beside the `logger` file, in\n"
         "the folder that PRISMATE_LOG_DIR names. Ends at Ctrl-C, at \"example_control stop NAME\", or\n"
-        "after SECONDS, %lu if not given.\n",
-        DEFAULT_SECONDS);
+        "after SECONDS, %lu if not given. Replays LINES in a second, %lu if not given.\n",
+        DEFAULT_SECONDS, DEFAULT_LINES);
     return 2;
 }
 } // namespace
 
 int main(int argc, char** argv)
 {
-    if (argc < 5 || argc > 6)
+    if (argc < 5 || argc > 7)
         return usage();
     const std::string name = argv[1];
     const char* const client = argv[2];
     const long session = std::atol(argv[3]);
     const char* const path = argv[4];
     const DWORD seconds = argc > 5 ? std::strtoul(argv[5], nullptr, 10) : DEFAULT_SECONDS;
-    if (session < 1 || seconds < 1 || seconds > 86'400)
+    const DWORD lines = argc > 6 ? std::strtoul(argv[6], nullptr, 10) : DEFAULT_LINES;
+    if (session < 1 || seconds < 1 || seconds > 86'400 || lines < 1 || lines > THREADS * 1'000)
         return usage();
 
     stop_event = ::CreateEventA(nullptr, TRUE, FALSE, ("lumlog-host-" + name).c_str());
@@ -157,8 +158,8 @@ int main(int argc, char** argv)
     }
 
     std::vector<std::thread> workers;
-    for (int i = 1; i <= THREADS; ++i)
-        workers.emplace_back(&replay, std::ref(text), i);
+    for (DWORD i = 1; i <= THREADS; ++i)
+        workers.emplace_back(&replay, std::ref(text), i, THREADS * 1'000 / lines);
     told_to_stop(seconds * 1000);
     ::SetEvent(stop_event);
     for (std::thread& worker : workers)
