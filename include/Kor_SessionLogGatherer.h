@@ -3,6 +3,7 @@
 #ifndef KOR_SESSIONLOGGATHERER_H
 #define KOR_SESSIONLOGGATHERER_H
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -33,6 +34,10 @@ using Kor_SessionLogFileOutput = xercesc_3_2::XMLFormatTarget;
 using Kor_SessionLogFileOutputFormatter = xercesc_3_2::XMLFormatter;
 
 class Kor_SessionLogGatherer_Loader;
+
+/// Takes the next bytes of a report, which are only there during the call; context is what was given with it. False: they
+/// could not be taken, and no more shall come. size is at least 1.
+using Kor_SessionLogWriter = bool (*)(void* context, const void* bytes, std::size_t size);
 
 /// What the process has to tell in a session or crash report: events that it reports, the last finished of them,
 /// those that still hold, errors, warnings, statistics, and the machine that it runs on.
@@ -186,6 +191,10 @@ public:
     void generateReport(const wchar_t* path, bool isReport) const;
     /// Writes the same to any target. What the target throws is caught, and told in the general log.
     void generateReport(Kor_SessionLogFileOutput* target, bool isReport) const;
+    /// Writes the same through a function, without the XML library's headers: UTF-16 with a byte-order mark, in pieces
+    /// of any size. It is called in this thread, with the gatherer locked. A null function, one that returns false and
+    /// one that throws end the report, which the general log tells.
+    void generateReport(Kor_SessionLogWriter write, void* context, bool isReport) const;
 
     /// Writes a time as it stands in reports: "2024-01-31 23:59:59.007", in local time. 23 characters always: years
     /// beyond 9999 are written as its last moment. Passes on what the formatter throws.
@@ -199,6 +208,8 @@ public:
     /// general log, and leaves what was read before. Fetches nothing that the file refers to, and reads nothing of one
     /// that declares a document type.
     void loadFromFile(const wchar_t* path, Kor_SessionLogGatherer_Loader& loader);
+    /// The same with a loader for this gatherer, without the XML library's headers.
+    void loadFromFile(const wchar_t* path);
 
     /// Reads a time as reports have it, but as UTC. 2^64 - 1 when the text is none.
     unsigned long long loadTime(std::wstring text) const;

@@ -482,6 +482,17 @@ catch (...) // no memory for what is to be told, or what a destination of the ge
     return;
 }
 
+void Kor_SessionLogGatherer::loadFromFile(const wchar_t* path)
+try
+{
+    Kor_SessionLogGatherer_Loader loader(this);
+    loadFromFile(path, loader);
+}
+catch (...) // no memory for the loader
+{
+    return;
+}
+
 unsigned long long Kor_SessionLogGatherer::loadTime(std::wstring text) const
 {
     return kor::core::read_session_time(text).value_or(NO_TIME);

@@ -156,6 +156,28 @@ void write_document(const xercesc::DOMDocument& document, xercesc::XMLFormatTarg
         throw CannotWrite();
 }
 
+/// Hands a report to a function of the host's.
+class FunctionTarget final : public xercesc::XMLFormatTarget
+{
+public:
+    FunctionTarget(Kor_SessionLogWriter write, void* context) noexcept : m_write(write), m_context(context) {}
+
+    void writeChars(const XMLByte* bytes, XMLSize_t count, xercesc::XMLFormatter*) override
+    {
+        if (count == 0 || m_has_failed)
+            return;
+        m_has_failed = true; // also when it throws: the serialiser comes again on its way out
+        if (!m_write(m_context, bytes, count))
+            throw CannotWrite();
+        m_has_failed = false;
+    }
+
+private:
+    const Kor_SessionLogWriter m_write;
+    void* const m_context;
+    bool m_has_failed = false;
+};
+
 void tell_of_exception()
 {
     KOR_GENERAL_LOG(
@@ -457,6 +479,14 @@ void Kor_SessionLogGatherer::generateReport(Kor_SessionLogFileOutput* target, bo
             if (!write_report(*m_content, *target, isReport))
                 tell_that_nothing_is_written();
         });
+}
+
+void Kor_SessionLogGatherer::generateReport(Kor_SessionLogWriter write, void* context, bool isReport) const
+{
+    if (write == nullptr)
+        return generateReport(static_cast<Kor_SessionLogFileOutput*>(nullptr), isReport); // which tells it
+    FunctionTarget target(write, context);
+    generateReport(&target, isReport);
 }
 
 void Kor_SessionLogGatherer::printTime(Kor_SessionLogFileOutputFormatter* out, unsigned long long time) const

@@ -423,6 +423,18 @@ TEST_F(SessionLoader, AMissingFileIsToldAndLeavesTheGathererEmpty)
     EXPECT_EQ(stats_text(gatherer()), EMPTY_STATS);
 }
 
+TEST_F(SessionLoader, IsMadeForWhoHasNoXmlLibrary)
+{
+    ASSERT_TRUE(write_file(
+        m_directory.file("state.xml"), "<lumariscontext><stats><statentry type='A'/></stats></lumariscontext>"));
+    gatherer().loadFromFile(wide(m_directory.file("state.xml")).c_str());
+    EXPECT_NE(stats_text(gatherer()).find(L"<statentry type='A'"), std::wstring::npos);
+    gatherer().loadFromFile(nullptr);
+    EXPECT_EQ(lines(), Lines());
+    gatherer().loadFromFile(wide(m_directory.file("none.xml")).c_str());
+    EXPECT_EQ(lines().size(), 1u);
+}
+
 TEST_F(SessionLoader, AFileThatNobodyElseMayReadIsToldAsMissing)
 {
     ASSERT_TRUE(write_file(m_directory.file("state.xml"), "<lumariscontext/>"));

@@ -347,6 +347,69 @@ TEST_F(SessionReport, NoPathAndNoTargetAreTold)
     EXPECT_EQ(library_lines(m_directory), (Lines{OTHER_EXCEPTION, OTHER_EXCEPTION, OTHER_EXCEPTION}));
 }
 
+/// What a function of the host's is given, and what it answers.
+struct Pieces
+{
+    std::string bytes;
+    int count = 0;
+    int failing = 0; ///< the piece that is refused; 0: none
+    bool throws = false;
+
+    static bool take(void* context, const void* bytes, std::size_t size)
+    {
+        Pieces& self = *static_cast<Pieces*>(context);
+        EXPECT_GT(size, 0u);
+        if (++self.count == self.failing)
+        {
+            if (self.throws)
+                throw 7;
+            return false;
+        }
+        self.bytes.append(static_cast<const char*>(bytes), size);
+        return true;
+    }
+};
+
+TEST_F(SessionReport, GoesThroughAFunctionToWhoHasNoXmlLibrary)
+{
+    gatherer().gatherSystemInfo();
+    gatherer().reportEvent(L"A", L"s", Gatherer::STATE, 1, L"x");
+    for (const bool is_report : {true, false})
+    {
+        Pieces pieces;
+        gatherer().generateReport(&Pieces::take, &pieces, is_report);
+        EXPECT_EQ(wide_text(pieces.bytes), report_text(gatherer(), is_report));
+    }
+    EXPECT_EQ(library_lines(m_directory), Lines());
+}
+
+TEST_F(SessionReport, AFunctionThatRefusesOrThrowsIsToldIsNotCalledAgainAndTheNextReportIsWhole)
+{
+    gatherer().gatherSystemInfo();
+    Pieces all;
+    gatherer().generateReport(&Pieces::take, &all, true);
+    Lines told;
+    for (const bool throws : {false, true})
+        for (const int failing : {1, 3, all.count})
+        {
+            Pieces pieces;
+            pieces.failing = failing;
+            pieces.throws = throws;
+            gatherer().generateReport(&Pieces::take, &pieces, true);
+            EXPECT_EQ(pieces.count, failing);
+            EXPECT_EQ(pieces.bytes, all.bytes.substr(0, pieces.bytes.size()));
+            told.push_back(OTHER_EXCEPTION);
+        }
+    EXPECT_EQ(library_lines(m_directory), told);
+    EXPECT_EQ(wide_text(all.bytes), report_text(gatherer()));
+}
+
+TEST_F(SessionReport, NoFunctionIsTold)
+{
+    gatherer().generateReport(nullptr, nullptr, true);
+    EXPECT_EQ(library_lines(m_directory), Lines{OTHER_EXCEPTION});
+}
+
 TEST_F(SessionReportTarget, MayBeOneOfTheXmlLibrary)
 {
     xercesc::MemBufFormatTarget target;

@@ -45,8 +45,11 @@ function(expect name text pattern)
     endif()
 endfunction()
 
+file(WRITE ${WORK_DIR}/consumer/state.xml
+     "<lumariscontext><stats><statentry type='Album' count='3'/></stats></lumariscontext>")
 build_and_run(consumer ${CONSUMER_DIR})
 expect(consumer "${printed}" "linked with LUMlog; a package has 10000 message codes")
+expect(consumer "${printed}" "<statentry type='Album' count='3'>")
 
 # expect_refusal(NAME SENTENCE LINE...): a project that begins with these lines does not find the package, and is told why.
 function(expect_refusal name sentence)
