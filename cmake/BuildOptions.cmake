@@ -16,6 +16,8 @@ if(MINGW)
     # The C++ run time inside, so that the Windows system DLLs are all that is needed.
     target_link_options(
         lumlog_build_options INTERFACE -static -static-libgcc -static-libstdc++ -Wl,--gc-sections)
+    # The same sources make the same bytes, whenever they are built.
+    target_link_options(lumlog_build_options INTERFACE -Wl,--no-insert-timestamp)
     # Symbols would be two thirds of the DLL; builds for debugging keep them.
     target_link_options(lumlog_build_options INTERFACE $<$<CONFIG:Release>:-s>)
 endif()

@@ -10,8 +10,9 @@ install(
     RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR}
     ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
     INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/lumlog)
+install(TARGETS LUMlogEvents LIBRARY DESTINATION ${CMAKE_INSTALL_BINDIR})
 if(LUMLOG_TOOLS)
-    install(TARGETS LevelSync RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+    install(TARGETS LevelSync lumlog-admin RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 endif()
 install(DIRECTORY include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/lumlog)
 # As a source: whoever builds a Java program has a compiler, for the version of Java that it is for.
@@ -24,6 +25,15 @@ install(
     FILES_MATCHING
     PATTERN "*.py"
     PATTERN __pycache__ EXCLUDE)
+install(FILES README.md CHANGELOG.md SECURITY.md DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/lumlog)
+# Without docs/decisions, which are for who works on the sources.
+install(
+    DIRECTORY docs/
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/lumlog/docs
+    FILES_MATCHING
+    PATTERN "*.md"
+    PATTERN "*.png"
+    PATTERN decisions EXCLUDE)
 install(EXPORT LUMlogTargets NAMESPACE LUMlog:: DESTINATION ${package_dir})
 
 # The C interface for compilers with Microsoft's C++ interface.
@@ -49,4 +59,20 @@ configure_package_config_file(cmake/LUMlogConfig.cmake.in ${PROJECT_BINARY_DIR}/
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/package/LUMlogConfigVersion.cmake
                                  COMPATIBILITY SameMinorVersion ARCH_INDEPENDENT)
 install(FILES ${PROJECT_BINARY_DIR}/package/LUMlogConfig.cmake
-              ${PROJECT_BINARY_DIR}/package/LUMlogConfigVersion.cmake DESTINATION ${package_dir})
+              ${PROJECT_BINARY_DIR}/package/LUMlogConfigVersion.cmake cmake/LUMlogEventMessages.cmake
+        DESTINATION ${package_dir})
+
+# The packages: CPack installs into a folder of its own, of which packaging/external.cmake makes them (scripts/package.sh).
+set(CPACK_GENERATOR External)
+set(CPACK_EXTERNAL_ENABLE_STAGING ON)
+set(CPACK_EXTERNAL_PACKAGE_SCRIPT ${PROJECT_SOURCE_DIR}/packaging/external.cmake)
+set(CPACK_PACKAGE_NAME LUMlog)
+set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY ${PROJECT_DESCRIPTION})
+set(CPACK_PACKAGING_INSTALL_PREFIX /)
+set(CPACK_PACKAGE_DIRECTORY ${PROJECT_BINARY_DIR}/cpack)
+set(CPACK_LUMLOG_SOURCE ${PROJECT_SOURCE_DIR})
+set(CPACK_LUMLOG_BUILD ${PROJECT_BINARY_DIR})
+set(CPACK_LUMLOG_OUT ${PROJECT_BINARY_DIR}/packages)
+set(CPACK_VERBATIM_VARIABLES ON)
+include(CPack)

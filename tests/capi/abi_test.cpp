@@ -20,6 +20,8 @@ std::multimap<std::string, std::string> abi()
 {
     std::multimap<std::string, std::string> entries;
     std::ifstream file(LUMLOG_ABI_FILE);
+    if (!file)
+        file.open("abi.txt"); // on a machine without the sources, where it lies beside the program
     for (std::string kind, rest; file >> kind && std::getline(file >> std::ws, rest);)
         entries.emplace(kind, rest);
     return entries;
