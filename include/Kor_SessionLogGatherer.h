@@ -192,8 +192,8 @@ public:
     /// Writes the same to any target. What the target throws is caught, and told in the general log.
     void generateReport(Kor_SessionLogFileOutput* target, bool isReport) const;
     /// Writes the same through a function, without the XML library's headers: UTF-16 with a byte-order mark, in pieces
-    /// of any size. It is called in this thread, with the gatherer locked. A null function, one that returns false and
-    /// one that throws end the report, which the general log tells.
+    /// of any size, in this thread. A null function, one that returns false and one that throws end the report, which the
+    /// general log tells.
     void generateReport(Kor_SessionLogWriter write, void* context, bool isReport) const;
 
     /// Writes a time as it stands in reports: "2024-01-31 23:59:59.007", in local time. 23 characters always: years

@@ -8,13 +8,15 @@
 #   publishes  four processes that publish in the same millisecond; after which round others had another level (400 times)
 #   levelsync  LevelSync is killed at a random moment while two others change the file; whether that was the old file or
 #              the new one, and no change was lost (1000 times)
+#   kit        the kit for real Windows as a whole, without its benchmarks, as somebody would use it (once)
+#   same       that two builds make the same packages, with everything compiled anew (once)
 # --times: how often instead, for each of them.
 #
 # The exit status is 0 when all went well.
 
 . "$(dirname "${BASH_SOURCE[0]}")/lib/setup.sh"
 
-all_soaks=(ends publishes levelsync)
+all_soaks=(ends publishes levelsync kit same)
 soaks=()
 times=
 preset=mingw-release
@@ -42,6 +44,22 @@ soak_levelsync()
 {
     export LUMLOG_TEST_KILLS=${times:-1000}
     run_case levelsync_tests LevelSyncTurns.AKillAtAnyMomentLeavesTheOldFileOrTheNewOne
+}
+
+soak_kit()
+{
+    local prefix=$build_dir/kit-wine
+    make_test_kit && ensure_wine_prefix "$prefix" &&
+        "$project_dir/tests/kit/kit_test.sh" "$build_dir/LUMlog-test-kit.zip" "$build_dir/kit-run" "$prefix" \
+            --skip-benchmarks
+}
+
+soak_same()
+{
+    ensure_packages "${packaging_packages[@]}" "${packaging_test_packages[@]}"
+    make_packages --fresh && build_again --fresh &&
+        python3 "$project_dir/tests/package/packages_test.py" "$project_dir" "$build_dir/mingw-package/packages" \
+            two_packages_are_the_same
 }
 
 while [ $# -gt 0 ]; do

@@ -13,6 +13,7 @@
 #   mingw-release  all tests under Wine, and checks of the DLL and its package
 #   mingw-debug    the tests again, with assertions; undefined behaviour stops a test
 #   clang-release  the tests again, built by Clang
+#   package        the ZIP and the installer, what is in them, and that two builds make the same
 # --quick is for a change to a file or two, before it is committed: format, direction, and of mingw-release the tests
 # that need no more than one process each. All others are for the whole run.
 # --filter runs only the tests whose names match (CTest's names: "unit/Suite.Case").
@@ -21,7 +22,7 @@
 
 . "$(dirname "${BASH_SOURCE[0]}")/lib/setup.sh"
 
-all_stages=(format direction headers native-asan native-fuzz mingw-release mingw-debug clang-release)
+all_stages=(format direction headers native-asan native-fuzz mingw-release mingw-debug clang-release package)
 quick_stages=(format direction mingw-release)
 quick_tests='^(unit|library|fault|capi|binary)/'
 stages=()
@@ -112,6 +113,46 @@ stage_native-fuzz()
     done
 }
 
+package_case()
+{
+    record "package: ${1//_/ }" run_logged "Checking: ${1//_/ }" "package-$1" \
+        python3 "$project_dir/tests/package/packages_test.py" "$project_dir" "$build_dir/mingw-package/packages" "$1"
+}
+
+stage_package()
+{
+    local case cases prefix=$build_dir/mingw-package/installer-wine
+    make_packages
+    mapfile -t cases < <(sed -n 's/^def case_\([a-z_]*\)(run):.*/\1/p' "$project_dir/tests/package/packages_test.py")
+    if run_logged "Building the packages again, elsewhere" package-again build_again; then
+        pass
+    else
+        failures+=("package: a second build")
+    fi
+    for case in "${cases[@]}"; do
+        package_case "$case"
+    done
+    rm -rf "$prefix"
+    ensure_wine_prefix "$prefix"
+    record "package: the installer" run_logged "Installing, upgrading and uninstalling" package-installer \
+        python3 "$project_dir/tests/package/installer_test.py" "$project_dir" "$build_dir/mingw-package/packages" \
+        "$build_dir/mingw-package/installer" "$prefix"
+    stage_kit
+}
+
+# A few cases of each program: the whole of it is scripts/soak.sh kit.
+stage_kit()
+{
+    local prefix=$build_dir/mingw-package/kit-wine
+    make_test_kit
+    ensure_wine_prefix "$prefix"
+    record "package: the test kit" run_logged "Running the kit for real Windows, from its ZIP" package-kit \
+        "$project_dir/tests/kit/kit_test.sh" "$build_dir/LUMlog-test-kit.zip" "$build_dir/mingw-package/kit" "$prefix" \
+        --skip-benchmarks --only MessageTable. --only LogBanner. --only LogExit.EveryCleanWayOut \
+        --only LogEvents.TheSource --only Abi. --only binary_tests --only enums_tests --only Admin.Unregister \
+        --only OfAWriteToNull
+}
+
 # Every other stage: builds a preset and runs its tests.
 stage_preset()
 {
@@ -185,13 +226,16 @@ trap finish EXIT
 ensure_packages "${base_packages[@]}" "${test_packages[@]}"
 for stage in "${stages[@]}"; do
     case $stage in
-        headers | mingw-* | clang-*)
+        headers | mingw-* | clang-* | package)
             ensure_dependencies ace xerces-c googletest libzip
             ensure_java
             break
             ;;
     esac
 done
+if [[ " ${stages[*]} " = *" package "* ]]; then
+    ensure_packages "${packaging_packages[@]}" "${packaging_test_packages[@]}"
+fi
 export ASAN_SYMBOLIZER_PATH=/usr/bin/llvm-symbolizer-14
 export UBSAN_OPTIONS=print_stacktrace=1
 

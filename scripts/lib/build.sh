@@ -14,6 +14,7 @@ configure_preset()
     case $preset in
         native-*) prefix_path= ;; # what it needs are packages of this machine
         *-bench) ensure_wine_prefix "$tree/wine" ;;
+        *-package) ;; # nothing of it is run while it is built
         *)
             ensure_wine_prefix "$tree/wine"
             # Also for scripts that run no test: else each would configure the tree anew after the other.

@@ -15,6 +15,10 @@ test_packages=(
     clang-14 lld-14 llvm-14 libclang-rt-14-dev clang-format-14 libgtest-dev libgmock-dev libfmt-dev mono-mcs
     python3 jq libxml2-utils lldb-14 chromium
 )
+# What the packages are made with: the installer's compiler, and the editor of what it makes.
+packaging_packages=(wixl msitools python3)
+# What the tests of the packages need on top.
+packaging_test_packages=(python3-jsonschema libxml2-utils)
 # What the demo reads a crash report with, and makes it into a page.
 demo_packages=(libxml2-utils python3)
 # What the tests of the Java class need, where the machine has no Java compiler of its own.

@@ -32,6 +32,8 @@ cache_dir=${LUMLOG_CACHE:-${XDG_CACHE_HOME:-$HOME/.cache}/lumlog}
 . "$project_dir/scripts/lib/java.sh"
 . "$project_dir/scripts/lib/wine.sh"
 . "$project_dir/scripts/lib/build.sh"
+. "$project_dir/scripts/lib/packaging.sh"
+. "$project_dir/scripts/lib/kit.sh"
 
 trap stop_wine_servers EXIT
 trap 'exit 130' INT

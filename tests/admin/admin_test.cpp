@@ -27,11 +27,12 @@ KOR_IMPORT(ReportEventA);
 
 const std::string LOGS = "SYSTEM\\CurrentControlSet\\Services\\EventLog\\";
 
-std::string own_folder()
+/// Of this program, whose path may hold any character.
+fs::path own_folder()
 {
-    char path[MAX_PATH] = {};
-    ::GetModuleFileNameA(nullptr, path, MAX_PATH);
-    return fs::path(path).parent_path().string();
+    wchar_t path[MAX_PATH] = {};
+    ::GetModuleFileNameW(nullptr, path, MAX_PATH);
+    return fs::path(path).parent_path();
 }
 
 /// A value of a key below HKEY_LOCAL_MACHINE, with what it is in front: "expand:..."; empty: there is none.
@@ -93,7 +94,7 @@ protected:
     static void install(const std::string& folder)
     {
         for (const char* const file : {"lumlog-admin.exe", "LUMlogEvents.dll"})
-            fs::copy_file(fs::path(own_folder()) / file, fs::path(folder) / file);
+            fs::copy_file(own_folder() / file, fs::path(folder) / file);
     }
 
     /// A source of this test, which goes with it.
@@ -128,6 +129,15 @@ protected:
     }
 
     std::string events_file() const { return m_folder.file("LUMlogEvents.dll"); }
+
+    /// That of the suite whose codes are in codes.txt.
+    std::string suite_file() const
+    {
+        const std::string file = m_log.file("suite_messages.dll");
+        if (!file_exists(file))
+            fs::copy_file(own_folder() / "suite_messages.dll", file);
+        return file;
+    }
 
     const TempDirectory m_folder;
     const TempDirectory m_log;
@@ -218,7 +228,7 @@ TEST_F(Admin, EveryCodeThatTheLibraryReportsIsShownWithItsStrings)
     for (const Event& event : events)
     {
         const bool is_own = event.code == 65534 || event.code == 65535;
-        const std::string file = is_own ? events_file() : own_folder() + "\\suite_messages.dll";
+        const std::string file = is_own ? events_file() : suite_file();
         const std::string text = shown_text(file, event.code, event.strings);
         for (const std::string& string : event.strings)
             EXPECT_THAT(text, HasSubstr(text_of(string))) << event.code;
@@ -236,7 +246,7 @@ TEST_F(Admin, EveryCodeThatTheLibraryReportsIsShownWithItsStrings)
 
 TEST_F(Admin, ASuiteHasTextsOfItsOwn)
 {
-    const std::string file = own_folder() + "\\suite_messages.dll";
+    const std::string file = suite_file();
     EXPECT_EQ(shown_text(file, 3100012, {"front.png"}), "The album cannot be opened: front.png\n");
     EXPECT_EQ(shown_text(file, 3100013, {"front.png"}), "front.png\n");
     EXPECT_EQ(

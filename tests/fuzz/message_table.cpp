@@ -22,8 +22,8 @@ MessageTexts texts_of(const std::uint8_t* data, std::size_t size)
         // Mostly the next number; every so often one that lies anywhere.
         number += data[0] < 0xF0 ? data[0] & 3u : data[0] * 0x1010101u;
         std::size_t length = data[1] % 16u;
-        if (data[1] == 0xFF)
-            length = MAX_TABLE_TEXT + 2; // of which the data has the first
+        if (data[1] == 0xFF && texts.empty()) // one for each input: it takes its time
+            length = MAX_TABLE_TEXT + 2;
         data += 2;
         size -= 2;
         std::u16string& text = texts[number];

@@ -1,0 +1,247 @@
+#!/usr/bin/env python3
+"""packages_test.py TREE PACKAGES CASE: what is in the ZIP, and what the files beside it say of it."""
+import ast
+import datetime
+import hashlib
+import importlib.util
+import json
+import pathlib
+import re
+import subprocess
+import sys
+import tempfile
+import types
+import zipfile
+
+import jsonschema
+
+DOCUMENTS = "share/doc/lumlog/"
+PROGRAMS = {"bin/LUMlog.dll", "bin/LUMlogEvents.dll", "bin/LevelSync.exe", "bin/lumlog-admin.exe"}
+LIBRARIES = {
+    "lib/LUMlog.lib", "lib/libLUMlog.dll.a", "lib/cmake/LUMlog/LUMlogConfig.cmake",
+    "lib/cmake/LUMlog/LUMlogConfigVersion.cmake", "lib/cmake/LUMlog/LUMlogEventMessages.cmake",
+    "lib/cmake/LUMlog/LUMlogTargets.cmake", "lib/cmake/LUMlog/LUMlogTargets-release.cmake"}
+
+
+def expect(holds, sentence):
+    if not holds:
+        sys.exit(f"FAILED: {sentence}")
+
+
+class Run:
+    def __init__(self, tree, packages):
+        self.tree = pathlib.Path(tree)
+        self.packages = pathlib.Path(packages)
+        self.zip = next(self.packages.glob("*.zip"))
+        self.top = self.zip.stem + "/"
+        with zipfile.ZipFile(self.zip) as archive:
+            self.entries = archive.infolist()
+            self.files = {entry.filename.removeprefix(self.top): archive.read(entry) for entry in self.entries}
+
+    def version(self):
+        return re.search(r"^    VERSION ([0-9.]+)$", (self.tree / "CMakeLists.txt").read_text(), re.MULTILINE)[1]
+
+    def bill(self):
+        return json.loads(self.files[DOCUMENTS + "lumlog.spdx.json"])
+
+
+def below(folder, pattern="*"):
+    return {path.relative_to(folder).as_posix() for path in folder.rglob(pattern) if path.is_file()}
+
+
+def case_the_zip_has_what_is_installed_and_no_more(run):
+    expect(run.zip.name == f"LUMlog-{run.version()}-win64.zip", f"the ZIP is called {run.zip.name}")
+    expect(all(entry.filename.startswith(run.top) for entry in run.entries), "all is in one folder")
+    expect(len(run.files) == len(run.entries), "no file is there twice")
+    docs = run.tree / "docs"
+    wanted = PROGRAMS | LIBRARIES
+    wanted |= {f"include/lumlog/{name}" for name in below(run.tree / "include")}
+    wanted |= {f"share/lumlog/java/{name}" for name in below(run.tree / "java", "*.java")}
+    wanted |= {DOCUMENTS + name for name in ["README.md", "CHANGELOG.md", "SECURITY.md", "lumlog.spdx.json"]}
+    wanted |= {DOCUMENTS + "docs/" + name for pattern in ["*.md", "*.png"] for name in below(docs, pattern)
+               if not name.startswith("decisions/")}
+    # What other parts of the tree install of their own stands in their build files.
+    rest = {name for name in run.files if name not in wanted}
+    rest = {name for name in rest if not name.startswith((DOCUMENTS + "licences/", "share/lumlog/", "lib/debug/"))}
+    expect(wanted <= set(run.files), f"the ZIP lacks {sorted(wanted - set(run.files))}")
+    expect(not rest, f"nobody knows of {sorted(rest)}")
+    for entry in run.entries:
+        name = entry.filename.removeprefix(run.top)
+        is_program = name in PROGRAMS or run.files[name][:2] == b"#!"
+        expect(entry.external_attr >> 16 & 0o777 == (0o755 if is_program else 0o644), f"the rights of {name}")
+
+
+def case_each_page_links_to_what_is_there(run):
+    for name, data in run.files.items():
+        if not name.endswith(".md"):
+            continue
+        for target in re.findall(r"\]\(([^)#]+)(?:#[^)]*)?\)", data.decode()):
+            if "://" in target or " " in target or "docs/decisions" in target or target.startswith(("../", "examples/", "decisions/", "CONTRIBUTING.md")):
+                continue # of the sources
+            path = (pathlib.PurePosixPath(name).parent / target).as_posix()
+            expect(path in run.files or any(other.startswith(path) for other in run.files),
+                   f"{name} links to {target}, which is not in the package")
+
+
+def case_the_sums_are_those_of_the_files(run):
+    lines = next(run.packages.glob("*.sha256")).read_text().splitlines()
+    expect(len(lines) == 2, "one line for the ZIP and one for the MSI")
+    for line in lines:
+        total, name = line.split(" *")
+        expect(hashlib.sha256((run.packages / name).read_bytes()).hexdigest() == total, f"the sum of {name}")
+
+
+def case_the_bill_of_materials_is_sound(run):
+    bill = run.bill()
+    jsonschema.validate(bill, json.loads((run.tree / "tests/package/spdx.schema.json").read_text()))
+    names = [file["fileName"].removeprefix("./") for file in bill["files"]]
+    expect(sorted(names) == sorted(set(run.files) - {DOCUMENTS + "lumlog.spdx.json"}), "the files are those of the ZIP")
+    sums = []
+    for file in bill["files"]:
+        data = run.files[file["fileName"].removeprefix("./")]
+        values = {check["algorithm"]: check["checksumValue"] for check in file["checksums"]}
+        expect(values == {"SHA1": hashlib.sha1(data).hexdigest(), "SHA256": hashlib.sha256(data).hexdigest()},
+               f"the sums of {file['fileName']}")
+        sums.append(values["SHA1"])
+    code = bill["packages"][0]["packageVerificationCode"]["packageVerificationCodeValue"]
+    expect(code == hashlib.sha1("".join(sorted(sums)).encode()).hexdigest(), "the verification code")
+    elements = [each["SPDXID"] for each in bill["packages"] + bill["files"]] + [bill["SPDXID"]]
+    expect(len(elements) == len(set(elements)), "each element has an id of its own")
+    for relation in bill["relationships"]:
+        expect({relation["spdxElementId"], relation["relatedSpdxElement"]} <= set(elements), f"{relation} is of elements")
+    parts = {each["name"]: each for each in bill["packages"][1:]}
+    for name in ["Xerces-C++", "ACE", "CLI11", "JSON for Modern C++", "MinGW-w64 runtime and winpthreads",
+                 "GCC runtime libraries (libgcc, libstdc++)"]:
+        expect(re.match(r"[0-9]", parts[name]["versionInfo"]), f"{name} has a version")
+    datetime.datetime.fromisoformat(bill["creationInfo"]["created"].replace("Z", "+00:00"))
+
+
+def case_the_schema_finds_what_is_wrong(run):
+    schema = json.loads((run.tree / "tests/package/spdx.schema.json").read_text())
+
+    def is_refused(change):
+        bill = run.bill()
+        change(bill)
+        try:
+            jsonschema.validate(bill, schema)
+        except jsonschema.ValidationError:
+            return True
+        return False
+
+    changes = [
+        lambda bill: bill.pop("documentNamespace"),
+        lambda bill: bill["files"][0]["checksums"].pop(0),
+        lambda bill: bill["packages"][1].pop("downloadLocation"),
+        lambda bill: bill["relationships"][0].update(relationshipType="LINKS"),
+        lambda bill: bill.update(spdxVersion="SPDX-9"),
+        lambda bill: bill["packages"][0].update(homepage="x"),
+    ]
+    for number, change in enumerate(changes):
+        expect(is_refused(change), f"change {number} is refused")
+
+
+def case_each_part_comes_with_its_licence(run):
+    folders = {name.removeprefix(DOCUMENTS + "licences/").split("/")[0]
+               for name in run.files if name.startswith(DOCUMENTS + "licences/") and name.count("/") == 5}
+    parts = run.bill()["packages"][1:]
+    expect(len(folders) == len(parts), f"{len(parts)} parts and the licences {sorted(folders)}")
+    texts = {folder: b"".join(data for name, data in run.files.items() if f"/licences/{folder}/" in name)
+             for folder in folders}
+    for folder, words in {"xerces-cpp": b"Apache License", "ace": b"Washington University", "cli11": b"Redistribution",
+                          "json-for-modern-cpp": b"Permission is hereby granted", "gcc-runtime-libraries-libgcc-libstdcpp":
+                          b"GCC Runtime Library Exception", "mingw-w64-runtime-and-winpthreads": b"winpthreads"}.items():
+        expect(folder in texts and re.search(words, texts[folder], re.IGNORECASE), f"the licence of {folder}")
+
+
+def case_nothing_tells_where_it_was_built(run):
+    marks = [str(run.tree).encode(), b"/.cache/lumlog", b"/tmp/", str(pathlib.Path.home()).encode() + b"/"]
+    for name in PROGRAMS | {"lib/libLUMlog.dll.a", "lib/LUMlog.lib"}:
+        for mark in marks:
+            expect(mark not in run.files[name], f"{mark.decode()} is in {name}")
+
+
+def case_the_port_and_the_recipe_can_be_read(run):
+    """As far as that goes without vcpkg and Conan: the port runs over stand-ins, the recipe over a stand-in module."""
+    packaging = run.tree / "packaging"
+    port = json.loads((packaging / "vcpkg/lumlog/vcpkg.json").read_text())
+    expect(port["name"] == "lumlog" and port["version"] == run.version(), "the port has this version")
+    with tempfile.TemporaryDirectory() as folder:
+        work = pathlib.Path(folder)
+        with zipfile.ZipFile(run.zip) as archive:
+            archive.extractall(work)
+        script = f"""
+cmake_minimum_required(VERSION 3.25)
+set(PORT lumlog)
+set(VERSION {run.version()})
+set(CURRENT_PACKAGES_DIR "{work}/package")
+function(vcpkg_extract_source_archive to)
+    cmake_parse_arguments(PARSE_ARGV 1 arg "" "ARCHIVE" "")
+    if(NOT EXISTS "${{arg_ARCHIVE}}")
+        message(FATAL_ERROR "no archive")
+    endif()
+    set(${{to}} "{work}/{run.top}" PARENT_SCOPE)
+endfunction()
+function(vcpkg_cmake_config_fixup)
+    cmake_parse_arguments(PARSE_ARGV 0 arg "" "PACKAGE_NAME;CONFIG_PATH" "")
+    if(NOT EXISTS "${{CURRENT_PACKAGES_DIR}}/${{arg_CONFIG_PATH}}/${{arg_PACKAGE_NAME}}Config.cmake")
+        message(FATAL_ERROR "no ${{arg_PACKAGE_NAME}}Config.cmake")
+    endif()
+endfunction()
+function(vcpkg_install_copyright)
+    cmake_parse_arguments(PARSE_ARGV 0 arg "" "" "FILE_LIST")
+    list(LENGTH arg_FILE_LIST count)
+    if(count LESS 6)
+        message(FATAL_ERROR "no licences")
+    endif()
+endfunction()
+include("{packaging}/vcpkg/lumlog/portfile.cmake")
+"""
+        (work / "port.cmake").write_text(script)
+        result = subprocess.run(["cmake", "-P", work / "port.cmake"], env={"LUMLOG_ZIP": str(run.zip), "PATH": "/usr/bin:/bin"},
+                                capture_output=True, text=True)
+        expect(result.returncode == 0, result.stderr)
+        for name in ["bin/LUMlog.dll", "lib/LUMlog.lib", "include/lumlog/lumlog.h", "tools/lumlog/lumlog-admin.exe"]:
+            expect((work / "package" / name).is_file(), f"the port installs {name}")
+
+    source = (packaging / "conan/conanfile.py").read_text()
+    ast.parse(source)
+    copied = []
+    for name, members in {
+        "conan": {"ConanFile": object},
+        "conan.errors": {"ConanInvalidConfiguration": RuntimeError},
+        "conan.tools": {},
+        "conan.tools.files": {"copy": lambda _, pattern, *folders: copied.append(pattern), "unzip": lambda *a, **b: None},
+    }.items():
+        sys.modules[name] = types.ModuleType(name)
+        vars(sys.modules[name]).update(members)
+    spec = importlib.util.spec_from_file_location("conanfile", packaging / "conan/conanfile.py")
+    module = importlib.util.module_from_spec(spec)
+    spec.loader.exec_module(module)
+    recipe = module.LUMlog()
+    expect(recipe.version == run.version(), "the recipe has this version")
+    recipe.settings = types.SimpleNamespace(os="Windows", arch="x86_64")
+    recipe.validate()
+    recipe.settings.os = "Linux"
+    try:
+        recipe.validate()
+        expect(False, "another system is refused")
+    except RuntimeError:
+        pass
+    recipe.build_folder = recipe.package_folder = "/"
+    recipe.package()
+    expect(copied == ["bin/*", "include/*", "lib/*", "*"], "the recipe copies what is in the ZIP")
+    recipe.cpp_info = types.SimpleNamespace(set_property=lambda *a: None)
+    recipe.package_info()
+    expect(recipe.cpp_info.libs == ["LUMlog"], "it names the library")
+
+
+def case_two_packages_are_the_same(run):
+    other = Run(run.tree, run.packages.parent / "packages-again")
+    for name in sorted(set(run.files) | set(other.files)):
+        expect(run.files.get(name) == other.files.get(name), f"{name} is not the same in both")
+    for path in sorted(run.packages.iterdir()):
+        expect(path.read_bytes() == (other.packages / path.name).read_bytes(), f"{path.name} is not the same in both")
+
+
+if __name__ == "__main__":
+    globals()[f"case_{sys.argv[3]}"](Run(sys.argv[1], sys.argv[2]))
