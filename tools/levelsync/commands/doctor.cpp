@@ -68,9 +68,9 @@ Folder folder_for(const Folder& named, const HostList& hosts)
 }
 
 /// All that is looked at, once.
-struct Patient
+struct Sight
 {
-    explicit Patient(const Tool& tool)
+    explicit Sight(const Tool& tool)
         : hosts(find_hosts()), folder(folder_for(tool.folder, hosts)), running(read_running()),
           logs(find_all_logs(folder.path, hosts)), ends(logs.logs)
     {
@@ -90,7 +90,7 @@ struct Patient
 class Examination
 {
 public:
-    explicit Examination(const Patient& patient) : m_patient(patient) {}
+    explicit Examination(const Sight& sight) : m_sight(sight) {}
 
     void examine()
     {
@@ -108,13 +108,13 @@ public:
     /// Whether a package is written in each process, and why not.
     void look_at_package(const std::string& word, const Filters& filters)
     {
-        if (!m_patient.running.conf)
+        if (!m_sight.running.conf)
             return;
-        const Kor_LogConf& conf = *m_patient.running.conf;
-        const PackageNames names(m_patient.file ? &*m_patient.file : nullptr, &conf);
-        bool works_for_them = m_patient.hosts.hosts.empty();
+        const Kor_LogConf& conf = *m_sight.running.conf;
+        const PackageNames names(m_sight.file ? &*m_sight.file : nullptr, &conf);
+        bool works_for_them = m_sight.hosts.hosts.empty();
         for (const int package : names.find(word))
-            for (const Host& host : m_patient.hosts.hosts)
+            for (const Host& host : m_sight.hosts.hosts)
                 if (is_asked_about(host, filters))
                 {
                     works_for_them = true;
@@ -140,7 +140,7 @@ private:
 
     void look_at_folder()
     {
-        const Folder& folder = m_patient.folder;
+        const Folder& folder = m_sight.folder;
         if (!folder.is_given)
             doubtful(
                 "Neither --dir nor PRISMATE_LOG_DIR names a folder here, so " + folder_text(folder.path) +
@@ -158,15 +158,15 @@ private:
 
     std::string whose_folder() const
     {
-        for (const Host& host : m_patient.hosts.hosts)
-            if (host.folder && same_path(*host.folder, m_patient.folder.path))
+        for (const Host& host : m_sight.hosts.hosts)
+            if (host.folder && same_path(*host.folder, m_sight.folder.path))
                 return ", where " + who(host) + " logs to";
         return {};
     }
 
     void look_at_hosts()
     {
-        const HostList& list = m_patient.hosts;
+        const HostList& list = m_sight.hosts;
         if (list.hosts.empty())
             wrong(
                 "No running process is seen that has the library loaded.",
@@ -187,7 +187,7 @@ private:
 
     void look_at_folder_of(const Host& host)
     {
-        if (!host.folder || same_path(*host.folder, m_patient.folder.path))
+        if (!host.folder || same_path(*host.folder, m_sight.folder.path))
             return;
         const std::string theirs = folder_text(*host.folder);
         const std::string why = host.has_variable
@@ -197,12 +197,12 @@ private:
             wrong(
                 who(host) + " logs to " + theirs + why +
                     ". That folder is not there, so its lines go to the event log.",
-                "Set PRISMATE_LOG_DIR for it to " + folder_text(m_patient.folder.path) + " and start it again.");
+                "Set PRISMATE_LOG_DIR for it to " + folder_text(m_sight.folder.path) + " and start it again.");
         else
             doubtful(
                 who(host) + " has another folder in force, " + theirs + why + '.',
                 "Its lines: LevelSync lines --dir \"" + theirs +
-                    "\". To have them here, set PRISMATE_LOG_DIR for it to " + folder_text(m_patient.folder.path) +
+                    "\". To have them here, set PRISMATE_LOG_DIR for it to " + folder_text(m_sight.folder.path) +
                     " and start it again.");
     }
 
@@ -227,7 +227,7 @@ private:
 
     void look_at_lines_of(const Host& host)
     {
-        const LastLine* const last = m_patient.ends.of(host);
+        const LastLine* const last = m_sight.ends.of(host);
         if (last != nullptr)
         {
             good(who(host) + " wrote to " + name_of(last->file) + " at " + local_text(last->time));
@@ -266,13 +266,13 @@ private:
 
     void look_at_file()
     {
-        if (!m_patient.file)
+        if (!m_sight.file)
             return wrong(
-                "There is no file " + folder_text(m_patient.folder.file) +
+                "There is no file " + folder_text(m_sight.folder.file) +
                     ": the first process to start takes the defaults, standard error and level 4.",
                 "Put the level file there, and publish it: LevelSync -u.");
         std::size_t count = 0;
-        for (const kor::core::Finding& finding : kor::core::check_level_file(*m_patient.file))
+        for (const kor::core::Finding& finding : kor::core::check_level_file(*m_sight.file))
             count += finding.oddity == kor::core::Oddity::WRONG ? 1 : 0;
         if (count > 0)
             wrong(
@@ -284,7 +284,7 @@ private:
 
     void look_at_block()
     {
-        const Running& running = m_patient.running;
+        const Running& running = m_sight.running;
         if (!running.conf && running.error != ERROR_FILE_NOT_FOUND)
             return wrong(
                 "What the processes share cannot be read: " + system_text(running.error) + '.',
@@ -308,9 +308,9 @@ private:
                 "This Windows session has a configuration of its own beside that of the machine: programs without "
                 "administrators' rights go by the session's, and a change reaches either of the two.",
                 "End the programs of this session; those that start then join the machine's.");
-        if (!m_patient.file)
+        if (!m_sight.file)
             return;
-        const Conf from_file = read_conf(m_patient.folder.file);
+        const Conf from_file = read_conf(m_sight.folder.file);
         std::vector<std::string> texts = texts_of(differences(*running.conf, *from_file));
         if (texts.empty())
             return good("what runs is what the file says");
@@ -331,9 +331,9 @@ private:
 
     void look_at_output()
     {
-        if (!m_patient.running.conf)
+        if (!m_sight.running.conf)
             return;
-        const Kor_LogConf& conf = *m_patient.running.conf;
+        const Kor_LogConf& conf = *m_sight.running.conf;
         const int output = output_of(conf);
         if (output < Kor_LogConf::OUTPUT_PRIVATE_FILE)
             wrong(
@@ -357,12 +357,12 @@ private:
 
     void look_at_logs()
     {
-        for (const std::string& problem : m_patient.logs.problems)
+        for (const std::string& problem : m_sight.logs.problems)
             doubtful(problem, "Run LevelSync under an account that may read it.");
         const unsigned limit = size_limit();
         if (limit == 0)
             return;
-        for (const auto& log : m_patient.logs.logs)
+        for (const auto& log : m_sight.logs.logs)
             if (is_full(*log, limit))
                 wrong(
                     log->name() + " is full: it has " + std::to_string(log->size() / 1024 / 1024) +
@@ -374,9 +374,9 @@ private:
     /// In megabytes, 0: none.
     unsigned size_limit() const
     {
-        if (m_patient.running.conf)
-            return static_cast<unsigned>(m_patient.running.conf->GetSizeLimitInMb());
-        return m_patient.file ? m_patient.file->size_limit() : 0;
+        if (m_sight.running.conf)
+            return static_cast<unsigned>(m_sight.running.conf->GetSizeLimitInMb());
+        return m_sight.file ? m_sight.file->size_limit() : 0;
     }
 
     /// Past the limit, and the process that writes there has said so.
@@ -393,20 +393,19 @@ private:
     void look_at_disk()
     {
         ULARGE_INTEGER available{};
-        if (::GetDiskFreeSpaceExW(m_patient.folder.path.c_str(), &available, nullptr, nullptr) == FALSE)
+        if (::GetDiskFreeSpaceExW(m_sight.folder.path.c_str(), &available, nullptr, nullptr) == FALSE)
             return;
         const std::string text = std::to_string(available.QuadPart / 1024 / 1024) + " MB are free on the disk of " +
-                                 folder_text(m_patient.folder.path) + '.';
+                                 folder_text(m_sight.folder.path) + '.';
         if (available.QuadPart == 0)
-            wrong(
-                "The disk of " + folder_text(m_patient.folder.path) + " is full: lines are lost.", "Make room on it.");
+            wrong("The disk of " + folder_text(m_sight.folder.path) + " is full: lines are lost.", "Make room on it.");
         else if (available.QuadPart < LITTLE_SPACE)
             doubtful("Only " + text, "Make room on it before it is full: then lines are lost.");
     }
 
     std::string application_of(const Host& host) const
     {
-        const LastLine* const last = m_patient.ends.of(host);
+        const LastLine* const last = m_sight.ends.of(host);
         return last == nullptr ? host.name() : last->application;
     }
 
@@ -415,7 +414,7 @@ private:
     {
         const auto is_wanted = [](const auto& list, const auto& value)
         { return list.empty() || std::find(list.begin(), list.end(), value) != list.end(); };
-        const LastLine* const last = m_patient.ends.of(host);
+        const LastLine* const last = m_sight.ends.of(host);
         const auto fits = client_test(filters.clients);
         const bool is_for_others = last != nullptr && !last->client.empty() && fits && !fits(last->client);
         return !is_for_others && is_wanted(filters.applications, application_of(host)) &&
@@ -425,7 +424,7 @@ private:
     void look_at_package_in(
         const Kor_LogConf& conf, int package, const PackageNames& names, const Host& host, const Filters& filters)
     {
-        const LastLine* const last = m_patient.ends.of(host);
+        const LastLine* const last = m_sight.ends.of(host);
         const std::string application = application_of(host);
         std::string client = !filters.clients.empty() ? filters.clients.front() : last == nullptr ? "" : last->client;
         const std::int64_t session = !filters.sessions.empty() ? static_cast<std::int64_t>(filters.sessions.front())
@@ -455,7 +454,7 @@ private:
                 " raises it for a while; LevelSync explain tells why each rule does not fit.");
     }
 
-    const Patient& m_patient;
+    const Sight& m_sight;
     std::vector<Ailment> m_ailments;
     std::vector<std::string> m_fine;
 };
@@ -471,8 +470,8 @@ public:
 
     ExitCode run(Tool& tool) override
     {
-        const Patient patient(tool);
-        Examination examination(patient);
+        const Sight sight(tool);
+        Examination examination(sight);
         examination.examine();
         if (!m_package.empty())
             examination.look_at_package(m_package, m_filters);
