@@ -137,6 +137,7 @@ function(lumlog_event_messages name list)
     if(MSVC)
         target_link_options(${name} PRIVATE /ENTRY:DllMainCRTStartup /NODEFAULTLIB)
     else()
-        target_link_options(${name} PRIVATE -nostdlib -s)
+        # Without the time, so that the same list makes the same file.
+        target_link_options(${name} PRIVATE -nostdlib -s -Wl,--no-insert-timestamp)
     endif()
 endfunction()
