@@ -4,6 +4,7 @@
 #include <array>
 #include <map>
 #include <optional>
+#include <unordered_map>
 #include <utility>
 
 #include "core/numbers.h"
@@ -158,7 +159,7 @@ private:
     void check_rules();
     void check_around_rules(std::string_view rest, const std::vector<std::string_view>& rules);
     bool check_rule(std::string_view rule);
-    void check_rule_level(std::string_view rule, const RuleText& parts);
+    void check_rule_level(std::string_view rule, int level);
     void check_entries(std::string_view list, std::size_t which, bool is_only_list);
     void check_address(std::string_view entry, bool is_alone);
     void check_network(std::string_view entry, const AddressText& parts, const Octets& octets);
@@ -169,6 +170,8 @@ private:
     const LevelFile& m_file;
     const HostLookup& m_lookup;
     std::map<std::string, int> m_known_hosts;
+    /// Rules with nothing to find in them but their level: the same ones stand behind many packages.
+    std::unordered_map<std::string_view, int> m_sound_rules;
     std::vector<Finding> m_findings;
     std::size_t m_index = 0;
 };
@@ -369,11 +372,11 @@ bool Checker::check_numbers()
 {
     std::string_view rest = line().seen;
     take_word(rest);
-    const std::string name(line().said.name);
-    const std::string form = "Write the line as NAME NUMBER LEVEL, as in " + quoted("Replay 320 5") + ".";
+    constexpr char form[] = "Write the line as NAME NUMBER LEVEL, as in \"Replay 320 5\".";
     std::int64_t number = 0;
     if (!take_number(rest, number))
     {
+        const std::string name(line().said.name);
         if (name.substr(0, SIZE_LIMIT_KEY.size()) == SIZE_LIMIT_KEY)
             wrong(
                 line().said.name,
@@ -392,7 +395,7 @@ bool Checker::check_numbers()
     if (line().said.kind == LoggerLine::PACKAGE_OUT_OF_RANGE)
     {
         wrong(
-            trimmed(line().seen.substr(name.size())),
+            trimmed(line().seen.substr(line().said.name.size())),
             "There is no package " + std::to_string(number) + ": the line is skipped.",
             "The numbers are 0 to " + std::to_string(m_file.package_count() - 1) + ".");
         return false;
@@ -409,7 +412,7 @@ bool Checker::check_numbers()
         return false;
     }
     const std::string_view text = trimmed(before_level.substr(0, before_level.size() - rest.size()));
-    const std::string levels =
+    constexpr char levels[] =
         "The levels are 1 severe, 2 critical, 3 error, 4 warning, 5 notice, 6 info, 7 debug; 0 is "
         "nothing at all.";
     if (line().said.cut)
@@ -521,6 +524,13 @@ void Checker::check_around_rules(std::string_view rest, const std::vector<std::s
 /// False when the reader leaves the rule out.
 bool Checker::check_rule(std::string_view rule)
 {
+    const auto sound = m_sound_rules.find(rule);
+    if (sound != m_sound_rules.end())
+    {
+        check_rule_level(rule, sound->second);
+        return true;
+    }
+    const std::size_t findings = m_findings.size();
     const RuleText parts = split_rule(rule);
     const bool has_level = parts.level >= 1 && parts.level <= 7;
     const std::size_t first = rule.find(';');
@@ -551,20 +561,23 @@ bool Checker::check_rule(std::string_view rule)
         wrong(
             rule, "A rule without an entry in any of its lists is left out.",
             "Say whom it is for, as in (7;192.0.2.7); a level for everybody is the package's own.");
-    if (has_level && lists_with_entries > 0)
-        check_rule_level(rule, parts);
-    return has_level && lists_with_entries > 0;
+    if (!has_level || lists_with_entries == 0)
+        return false;
+    if (m_findings.size() == findings)
+        m_sound_rules.emplace(rule, parts.level);
+    check_rule_level(rule, parts.level);
+    return true;
 }
 
-void Checker::check_rule_level(std::string_view rule, const RuleText& parts)
+void Checker::check_rule_level(std::string_view rule, int level)
 {
     const std::string_view text = rule.substr(0, rule.find(';'));
     if (!is_whole_number(trimmed(text)))
         doubtful(
             text, "Only the number at the front of " + quoted(text) + " counts.",
-            "Write " + std::to_string(parts.level) + " alone.");
+            "Write " + std::to_string(level) + " alone.");
     const LevelPackage& package = m_file.packages().at(line().said.number);
-    if (parts.level <= package.level && package.rules_line == m_index)
+    if (level <= package.level && package.rules_line == m_index)
         doubtful(
             rule,
             "The package has level " + std::to_string(package.level) +
