@@ -106,12 +106,14 @@ public:
         const int new_replay = m_replay == 7 ? 1 : m_replay + 1;
         m_reader = m_reader == 7 ? 1 : m_reader + 1;
         m_limit = m_limit == 99 ? 10 : m_limit + 1;
-        const ULONGLONG began = ::GetTickCount64(); // the three take turns: a round is three calls long
+        const ULONGLONG began = ::GetTickCount64();
         const auto victim = m_site.start("set replay " + std::to_string(new_replay));
         const auto second = m_site.start("set reader " + std::to_string(m_reader));
         const auto third = m_site.start("limit " + std::to_string(m_limit));
-        const auto moment = std::uniform_int_distribution<unsigned>(0, m_longest_ms / 2)(m_random);
+        const auto moment = std::uniform_int_distribution<unsigned>(0, m_span_ms)(m_random);
         const ChildResult before = victim->wait(moment);
+        // As long as a call takes that is not killed, on this machine and beside what else it does.
+        m_span_ms = before.finished ? static_cast<unsigned>(::GetTickCount64() - began) : m_span_ms + m_span_ms / 8 + 1;
         victim->kill();
         victim->wait(PATIENCE_MS);
         for (const Child* const call : {second.get(), third.get()})
@@ -119,7 +121,6 @@ public:
             const Ran ended = ran(*call, PATIENCE_MS);
             EXPECT_EQ(ended.exit_code, 0) << ended;
         }
-        m_longest_ms = static_cast<unsigned>(::GetTickCount64() - began);
         m_killed += before.finished ? 0 : 1;
         const std::string logger = m_site.logger();
         const bool is_new = logger == logger_with(m_reader, new_replay, m_limit);
@@ -158,7 +159,7 @@ private:
     int m_reader = 5;
     int m_replay = 6;
     int m_limit = 10;
-    unsigned m_longest_ms = 300; // of a round
+    unsigned m_span_ms = 300; // in which the moment is
     int m_killed = 0;
     int m_changed = 0;
 };
