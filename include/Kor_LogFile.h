@@ -439,7 +439,8 @@ public:
     /// Copies what the machine's processes share, without joining or making it. name, unless null, is set to the name
     /// of the block that was found ("Global\..." of the machine, "Local\..." of a session), or to null. 17, or -1 when
     /// there is none, or none that can be read: then copy is as it was and the reason stands in GetLastError (2: no
-    /// process shares anything). Waits while somebody publishes, so that it never has a part of the old.
+    /// process shares anything). Waits up to two seconds for whoever publishes, so that it has one state whole; where that
+    /// process hangs in the middle, it may have parts of two.
     static int CopySharedMemory(Kor_LogConf& copy, const char** name = nullptr);
 
     /// The stamp of what the machine's processes share, 0 when there is nothing; a fraction of the cost of a copy, for
