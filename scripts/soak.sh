@@ -21,11 +21,12 @@ soaks=()
 times=
 preset=mingw-release
 
-# run_case PROGRAM CASE: one case of a test program, and what it tells of its rounds.
+# run_case PROGRAM CASE: one case of a test program; what it tells of its rounds, and what it says of a failure.
 run_case()
 {
     "$project_dir/scripts/lib/wine-run.sh" "$build_dir/$preset/wine" "$build_dir/$preset/bin/$1.exe" \
-        "--gtest_filter=$2" 2>&1 | tr -d '\r' | { grep --line-buffered -E -A 6 '^[0-9]+ |: Failure' || true; }
+        "--gtest_filter=$2" 2>&1 | tr -d '\r' |
+        awk '/: Failure/ { said = 7 } said > 0 || /^[0-9]+ / { print; fflush() } { --said }'
 }
 
 soak_ends()

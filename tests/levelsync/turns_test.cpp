@@ -6,7 +6,6 @@
 #include <windows.h>
 
 #include <cstdio>
-#include <cstdlib>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <random>
@@ -15,6 +14,7 @@
 
 #include "level_sync.h"
 #include "log_lines.h"
+#include "rounds.h"
 
 using ::testing::HasSubstr;
 
@@ -167,9 +167,9 @@ private:
 
 TEST(LevelSyncTurns, AKillAtAnyMomentLeavesTheOldFileOrTheNewOne)
 {
-    const char* const given = std::getenv("LUMLOG_TEST_KILLS");
-    const int kills = given == nullptr ? 30 : std::atoi(given);
-    const unsigned seed = given == nullptr ? 1 : std::random_device()();
+    constexpr int USUAL = 30;
+    const int kills = rounds_wanted("LUMLOG_TEST_KILLS", USUAL);
+    const unsigned seed = kills == USUAL ? 1 : std::random_device()();
     Soak soak(seed);
     int rounds = 0;
     while (soak.killed() < kills && rounds < 10 * kills && !::testing::Test::HasFailure())

@@ -3,10 +3,10 @@
 import ast
 import datetime
 import hashlib
-import importlib.util
 import json
 import pathlib
 import re
+import runpy
 import subprocess
 import sys
 import tempfile
@@ -214,10 +214,7 @@ include("{packaging}/vcpkg/lumlog/portfile.cmake")
     }.items():
         sys.modules[name] = types.ModuleType(name)
         vars(sys.modules[name]).update(members)
-    spec = importlib.util.spec_from_file_location("conanfile", packaging / "conan/conanfile.py")
-    module = importlib.util.module_from_spec(spec)
-    spec.loader.exec_module(module)
-    recipe = module.LUMlog()
+    recipe = runpy.run_path(str(packaging / "conan/conanfile.py"))["LUMlog"]()
     expect(recipe.version == run.version(), "the recipe has this version")
     recipe.settings = types.SimpleNamespace(os="Windows", arch="x86_64")
     recipe.validate()
