@@ -11,6 +11,7 @@
 
 #include "level_sync.h"
 #include "log_lines.h"
+#include "process_creation.h"
 
 using ::testing::HasSubstr;
 
@@ -52,8 +53,11 @@ DWORD call(std::string line, DWORD flags, HANDLE out, HANDLE err)
     startup.hStdError = err;
     PROCESS_INFORMATION process{};
     DWORD exit_code = 0xFFFF;
-    if (::CreateProcessA(nullptr, line.data(), nullptr, nullptr, TRUE, flags, nullptr, nullptr, &startup, &process) ==
-        FALSE)
+    const auto create = [&] {
+        return ::CreateProcessA(
+            nullptr, line.data(), nullptr, nullptr, TRUE, flags, nullptr, nullptr, &startup, &process);
+    };
+    if (!created_at_last(create))
         return exit_code;
     if (::WaitForSingleObject(process.hProcess, PATIENCE_MS) == WAIT_OBJECT_0)
         ::GetExitCodeProcess(process.hProcess, &exit_code);

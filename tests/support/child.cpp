@@ -10,6 +10,8 @@
 #include <map>
 #include <string_view>
 
+#include "process_creation.h"
+
 namespace
 {
 constexpr wchar_t BEGUN_VARIABLE[] = L"KOR_TEST_CHILD_HAS_BEGUN"; // the value of an inherited handle
@@ -193,9 +195,13 @@ void Child::start()
     startup.hStdOutput = m_out;
     startup.hStdError = m_err;
     PROCESS_INFORMATION process{};
-    if (::CreateProcessW(
+    const auto create = [&]
+    {
+        return ::CreateProcessW(
             program.c_str(), line.data(), nullptr, nullptr, TRUE, CREATE_SUSPENDED | CREATE_UNICODE_ENVIRONMENT,
-            environment.data(), directory.empty() ? nullptr : directory.c_str(), &startup, &process))
+            environment.data(), directory.empty() ? nullptr : directory.c_str(), &startup, &process);
+    };
+    if (created_at_last(create))
     {
         ::AssignProcessToJobObject(m_job, process.hProcess); // before it can start anything
         ::ResumeThread(process.hThread);
