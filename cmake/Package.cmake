@@ -15,8 +15,8 @@ if(LUMLOG_TOOLS)
     install(TARGETS LevelSync lumlog-admin RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 endif()
 install(DIRECTORY include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/lumlog)
-# As a source: whoever builds a Java program has a compiler, for the version of Java that it is for.
-install(DIRECTORY java/ DESTINATION ${CMAKE_INSTALL_DATADIR}/lumlog/java)
+# The class with nothing but the native methods, as a source; lumlog.jar beside it is installed by java/CMakeLists.txt.
+install(DIRECTORY java/lumaris DESTINATION ${CMAKE_INSTALL_DATADIR}/lumlog/java)
 # Scripts for any machine that has Python, which is seldom the one that the logs are from.
 install(PROGRAMS tools/perf2trace tools/report2html DESTINATION ${CMAKE_INSTALL_DATADIR}/lumlog/tools)
 install(

@@ -21,6 +21,7 @@ esac
 
 ensure_packages "${base_packages[@]}" "${packaging_packages[@]}"
 ensure_dependencies ace xerces-c libzip
+ensure_java_compiler
 make_packages "$@"
 for package in "$build_dir/mingw-package/packages"/*; do
     say "$package"

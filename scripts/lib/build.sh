@@ -22,14 +22,15 @@ configure_preset()
             ;;
     esac
     wanted=$(cat "$project_dir/CMakePresets.json" "$project_dir"/cmake/toolchains/*.cmake &&
-        printf '%s\n' "$prefix_path" "$java_path" ccache)
+        printf '%s\n' "$prefix_path" "$java_path" ccache && java_state)
     if [ -f "$tree/build.ninja" ] && [ "$wanted" = "$(cat "$tree/configured-as" 2>/dev/null)" ]; then
         return 0
     fi
     run_logged "Configuring $preset" "$preset-configure" \
         cmake -S "$project_dir" --preset "$preset" --fresh \
         -D CMAKE_C_COMPILER_LAUNCHER=ccache -D CMAKE_CXX_COMPILER_LAUNCHER=ccache \
-        -D "CMAKE_PREFIX_PATH=$prefix_path" ${java_path:+-D "LUMLOG_WINDOWS_JDK=$java_path"} || return
+        -D "CMAKE_PREFIX_PATH=$prefix_path" ${java_path:+-D "LUMLOG_WINDOWS_JDK=$java_path"} \
+        -D "LUMLOG_SLF4J2=$(slf4j2_path)" || return
     printf '%s\n' "$wanted" >"$tree/configured-as"
 }
 

@@ -21,8 +21,11 @@ packaging_packages=(wixl msitools python3)
 packaging_test_packages=(python3-jsonschema libxml2-utils)
 # What the demo reads a crash report with, and makes it into a page.
 demo_packages=(libxml2-utils python3)
-# What the tests of the Java class need, where the machine has no Java compiler of its own.
+# A Java compiler, where the machine has none of its own.
 java_packages=(openjdk-17-jdk-headless)
+# What lumlog.jar is made with besides, and what its tests need on top.
+jar_packages=(libslf4j-java python3)
+jar_test_packages=(junit4)
 bench_packages=(libspdlog-dev libfmt-dev)
 
 is_installed()

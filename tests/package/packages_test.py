@@ -56,7 +56,8 @@ def case_the_zip_has_what_is_installed_and_no_more(run):
     docs = run.tree / "docs"
     wanted = PROGRAMS | LIBRARIES
     wanted |= {f"include/lumlog/{name}" for name in below(run.tree / "include")}
-    wanted |= {f"share/lumlog/java/{name}" for name in below(run.tree / "java", "*.java")}
+    wanted |= {f"share/lumlog/java/lumaris/{name}" for name in below(run.tree / "java/lumaris", "*.java")}
+    wanted.add("share/lumlog/java/lumlog.jar")
     wanted |= {DOCUMENTS + name for name in ["README.md", "CHANGELOG.md", "SECURITY.md", "lumlog.spdx.json"]}
     wanted |= {DOCUMENTS + "docs/" + name for pattern in ["*.md", "*.png"] for name in below(docs, pattern)
                if not name.startswith("decisions/")}
