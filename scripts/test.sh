@@ -8,7 +8,7 @@
 #   format         the sources are formatted as .clang-format says, and what the pages show is compiled
 #   direction      no source includes what it must not know of: src/Kor uses src/win, which uses src/core
 #   headers        each exported header compiles alone, with both compilers
-#   native-asan    unit tests on this machine, with sanitizers, and tests of the tools
+#   native-asan    unit tests on this machine, with sanitizers, and tests of the tools and of lumlog.jar
 #   native-fuzz    a short run of each fuzz target, on this machine
 #   mingw-release  all tests under Wine, and checks of the DLL and its package
 #   mingw-debug    the tests again, with assertions; undefined behaviour stops a test
@@ -231,6 +231,7 @@ for stage in "${stages[@]}"; do
             ensure_java
             break
             ;;
+        native-asan) ensure_jar_tests ;;
     esac
 done
 if [[ " ${stages[*]} " = *" package "* ]]; then

@@ -1,8 +1,8 @@
 """log_test.py TEST JDK CLASSES DLL_DIR WORK_DIR EMULATOR...: runs a Java program on a Java runtime for Windows and
 compares what it printed and what then stands in its log.
 
-TEST is the name of a function below. What differs from run to run is masked: "<time>", "<pid>", "<tid>". Bytes that are
-no ASCII are shown as Python writes them: "\\xc3".
+CLASSES is a list with colons in between. TEST is the name of a function below. What differs from run to run is masked:
+"<time>", "<pid>", "<tid>". Bytes that are no ASCII are shown as Python writes them: "\\xc3".
 
 Says nothing where the program could not be started: scripts/lib/junit.py tells such a run from a failed one by that.
 """
@@ -45,18 +45,26 @@ class Run:
         shutil.rmtree(self.directory, ignore_errors=True)
         self.logs = self.directory / "log"
         self.logs.mkdir(parents=True)
+        self.classes = classes.split(":")
+        self.dll_dir = dll_dir
         self.command = emulator + [
             "cmd.exe", "/c", "launch.cmd", windows_path(pathlib.Path(jdk) / "bin" / "java.exe"),
             # Starts fast and leaves memory to the others that run at the same time.
             "-XX:+UseSerialGC", "-XX:TieredStopAtLevel=1", "-Xmx64m",
             # Prints what native code does wrong with its Java machine.
-            "-Xcheck:jni", "-XX:ErrorFile=" + windows_path(self.directory / "crash.log"),
-            "-Djava.library.path=" + windows_path(dll_dir), "-cp", windows_path(classes)]
+            "-Xcheck:jni", "-XX:ErrorFile=" + windows_path(self.directory / "crash.log")]
         self.without_walks = [
-            "--patch-module", "java.base=" + windows_path(pathlib.Path(classes).parent / "without_walks")]
+            "--patch-module", "java.base=" + windows_path(pathlib.Path(self.classes[-1]).parent / "without_walks")]
 
-    def program(self, name, *arguments, logger=TO_FILE + ALL_OF_310, log="test.log", options=()):
-        """Runs one to its end, which must be in order; its log is a file beside the `logger` file."""
+    def program(self, name, *arguments, logger=TO_FILE + ALL_OF_310, log="test.log", options=None, classes=None,
+                expected_status=0):
+        """Runs one to its end, which must be in order; its log is a file beside the `logger` file.
+
+        options: in the place of the one that says where the DLL is.
+        """
+        if options is None:
+            options = ["-Djava.library.path=" + windows_path(self.dll_dir)]
+        options = [*options, "-cp", ";".join(windows_path(path) for path in classes or self.classes)]
         (self.logs / "logger").write_text(logger, encoding="ascii")
         paths = [self.directory / "stdout", self.directory / "stderr"]
         environment = dict(os.environ, TEST_LOG_DIR=windows_path(self.logs))
@@ -65,7 +73,7 @@ class Run:
                                        stdin=subprocess.DEVNULL, stdout=said, stderr=complained, start_new_session=True)
             status = wait_for(process)
         said, complained = (lines_of(path) for path in paths)
-        if status != 0:
+        if status != expected_status:
             fail_without_result(status, said + complained)
         file = self.logs / log
         lines = masked(lines_of(file)) if file.exists() else []
@@ -236,7 +244,8 @@ def a_long_chain_of_calls_costs_no_memory_and_hides_no_caller(run):
 
 
 def where_stacks_cannot_be_walked_the_caller_is_found_all_the_same(run):
-    outcome = run.program("programs.Deep", options=run.without_walks)
+    outcome = run.program(
+        "programs.Deep", options=["-Djava.library.path=" + windows_path(run.dll_dir)] + run.without_walks)
     # This also shows that the memory tells the one way from the other.
     expect_said(outcome, "open: 0", "a long chain of calls costs memory: true")
     line = line_of(PROGRAMS / "Deep.java", "DEBUG, ")
