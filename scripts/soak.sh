@@ -8,6 +8,8 @@
 #   publishes  four processes that publish in the same millisecond; after which round others had another level (400 times)
 #   levelsync  LevelSync is killed at a random moment while two others change the file; whether that was the old file or
 #              the new one, and no change was lost (1000 times)
+#   java       eight threads of a Java program write lines, with the DLL and without; whether all are there and in order
+#              (1000000 lines)
 #   kit        the kit for real Windows as a whole, without its benchmarks, as somebody would use it (once)
 #   same       that two builds make the same packages, with everything compiled anew (once)
 # --times: how often instead, for each of them.
@@ -16,7 +18,7 @@
 
 . "$(dirname "${BASH_SOURCE[0]}")/lib/setup.sh"
 
-all_soaks=(ends publishes levelsync kit same)
+all_soaks=(ends publishes levelsync java kit same)
 soaks=()
 times=
 preset=mingw-release
@@ -45,6 +47,23 @@ soak_levelsync()
 {
     export LUMLOG_TEST_KILLS=${times:-1000}
     run_case levelsync_tests LevelSyncTurns.AKillAtAnyMomentLeavesTheOldFileOrTheNewOne
+}
+
+soak_java()
+{
+    local lines=${times:-1000000} tree=$build_dir/$preset native=$build_dir/native-asan slf4j junit
+    slf4j=$(slf4j2_path)
+    junit=/usr/share/java/junit4.jar:/usr/share/java/hamcrest.jar
+    LUMLOG_TEST_LINES=$lines python3 "$project_dir/tests/java/jar_test.py" \
+        lines_of_eight_threads_are_all_there_and_in_order "$(windows_jdk_prefix)" \
+        "$tree/java/lumlog.jar:$tree/tests/java/jar_classes:$slf4j:$tree/tests/java/classes" "$tree/bin" \
+        "$tree/tests/java/jar_runs" "$project_dir/scripts/lib/wine-run.sh" "$tree/wine" &&
+        say "    $lines lines with the DLL" &&
+        configure_preset native-asan && build_preset native-asan jar_tests &&
+        timeout 600 java -Xmx2g "-Dlumlog.test.lines=$lines" \
+            -cp "$native/java/lumlog.jar:$native/tests/jar/classes:$slf4j:$junit" \
+            OneCase suite.FallbackTest linesOfEightThreadsAreAllThereAndInOrder &&
+        say "    $lines lines without it"
 }
 
 soak_kit()
