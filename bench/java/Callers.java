@@ -6,8 +6,8 @@ import lumaris.infra.log.KoralLog;
 import lumaris.infra.log.KoralLogger;
 
 /**
- * What it costs to name the caller, at the end of short and long chains of calls: microseconds for each call, the best of
- * many short rounds, as most of them then fall between the doings of other programs.
+ * What it costs to name the caller, at the end of short and long chains of calls: microseconds for each call, the best
+ * of many short rounds, as most of them then fall between the doings of other programs.
  */
 public final class Callers
 {

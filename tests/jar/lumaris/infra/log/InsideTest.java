@@ -190,7 +190,8 @@ public final class InsideTest
     {
         Settings settings = settings(
             "lumlog.application", " archive ", "lumlog.file", "archive.log", "lumlog.required", "True",
-            "lumlog.fallback.file", "x.log", "lumlog.package", "7");
+            "lumlog.fallback.file", "x.log", "lumlog.package", "7", "lumlog.library", "x.dll");
+        assertEquals("x.dll", settings.library());
         assertEquals("archive", settings.application());
         assertEquals("archive.log", settings.file());
         assertEquals(true, settings.isRequired());

@@ -17,8 +17,8 @@ import java.util.Properties;
  *
  * <p>Java ties a DLL to the class loader of the class that loads it, and gives it to no other. So that several loaders
  * with a {@code lumlog.jar} each share one log, the class with the native methods has a loader of its own that knows
- * nothing but the runtime's classes, and whoever comes first leaves it for the others among the system properties.
- * A loader of a program that was taken down can go all the same, as nothing there leads to it.
+ * nothing but the runtime's classes, and whoever comes first leaves it for the others among the system properties,
+ * where it stays as long as the process: the DLL could be loaded by no other.
  */
 final class NativeLibrary
 {
@@ -133,7 +133,7 @@ final class NativeLibrary
         if (code == null)
             return null;
         String file = System.mapLibraryName(LIBRARY);
-        String set = Settings.property("lumlog.library");
+        String set = Settings.get().library();
         if (set == null)
             m_tried.add("lumlog.library is not set");
         Class<?> found = set == null ? null : tryFile(code, fileOf(set, file));

@@ -33,7 +33,7 @@ final class Settings
     private static final String FALLBACK_LEVEL = OWN + "fallback.level";
     /** Keys of the program's and not of a prefix of logger names; behind some of them stands a package. */
     private static final List<String> KEYS = Arrays.asList(
-        "lumlog.application", "lumlog.file", "lumlog.package", "lumlog.required", "lumlog.library", FILE,
+        "lumlog.application", "lumlog.file", "lumlog.package", "lumlog.required", "lumlog.library",
         "lumlog.fallback.file", FALLBACK_LEVEL);
     private static final List<String> LEVELS =
         Arrays.asList("none", "severe", "critical", "error", "warning", "notice", "info", "debug");
@@ -100,6 +100,12 @@ final class Settings
     boolean isRequired()
     {
         return "true".equalsIgnoreCase(value(OWN + "required"));
+    }
+
+    /** The DLL or its folder; null where it is to be looked for. */
+    String library()
+    {
+        return value(OWN + "library");
     }
 
     /** Where lines go without the DLL; null for standard error. */
