@@ -22,6 +22,8 @@ struct Run
 class Bytes
 {
 public:
+    explicit Bytes(std::size_t size) { m_bytes.reserve(size); }
+
     void add16(std::uint32_t value)
     {
         m_bytes.push_back(static_cast<std::uint8_t>(value));
@@ -32,6 +34,17 @@ public:
     {
         add16(static_cast<std::uint32_t>(value & 0xFFFF));
         add16(static_cast<std::uint32_t>(value >> 16 & 0xFFFF));
+    }
+
+    void add(std::u16string_view text)
+    {
+        std::size_t at = m_bytes.size();
+        m_bytes.resize(at + 2 * text.size());
+        for (const char16_t unit : text)
+        {
+            m_bytes[at++] = static_cast<std::uint8_t>(unit);
+            m_bytes[at++] = static_cast<std::uint8_t>(unit >> 8);
+        }
     }
 
     std::vector<std::uint8_t> take() { return std::move(m_bytes); }
@@ -55,7 +68,8 @@ std::size_t entry_size(std::u16string_view text) noexcept
     return (ENTRY_HEADER_SIZE + 2 * (text.size() + 1) + 3) / 4 * 4;
 }
 
-std::vector<Run> runs_of(const MessageTexts& texts)
+/// size: of the whole table.
+std::vector<Run> runs_of(const MessageTexts& texts, std::size_t& size)
 {
     std::vector<Run> runs;
     std::size_t offset = 0;
@@ -66,8 +80,10 @@ std::vector<Run> runs_of(const MessageTexts& texts)
         runs.back().last = number;
         offset += entry_size(cut(text));
     }
+    const std::size_t front = BLOCK_COUNT_SIZE + runs.size() * BLOCK_SIZE;
     for (Run& run : runs)
-        run.offset += BLOCK_COUNT_SIZE + runs.size() * BLOCK_SIZE;
+        run.offset += front;
+    size = front + offset;
     return runs;
 }
 
@@ -76,8 +92,7 @@ void add_entry(Bytes& bytes, std::u16string_view text)
     const std::size_t size = entry_size(text);
     bytes.add16(static_cast<std::uint32_t>(size));
     bytes.add16(IS_UTF16);
-    for (const char16_t unit : text)
-        bytes.add16(unit);
+    bytes.add(text);
     for (std::size_t used = ENTRY_HEADER_SIZE + 2 * text.size(); used < size; used += 2)
         bytes.add16(0);
 }
@@ -86,6 +101,7 @@ void add_entry(Bytes& bytes, std::u16string_view text)
 std::u16string plain_message(std::u16string_view text)
 {
     std::u16string message;
+    message.reserve(text.size() + 2);
     for (const char16_t unit : text)
     {
         message += unit < 0x20 || unit == 0x7F ? u' ' : unit;
@@ -97,8 +113,9 @@ std::u16string plain_message(std::u16string_view text)
 
 std::vector<std::uint8_t> message_table(const MessageTexts& texts)
 {
-    const std::vector<Run> runs = runs_of(texts);
-    Bytes bytes;
+    std::size_t size = 0;
+    const std::vector<Run> runs = runs_of(texts, size);
+    Bytes bytes(size);
     bytes.add32(runs.size());
     for (const Run& run : runs)
     {

@@ -5,9 +5,11 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <map>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 class MessageTableReader
@@ -43,15 +45,16 @@ private:
         const std::size_t size = at(offset, 2);
         if (offset % 4 != 0 || size % 4 != 0 || size < 8 || offset + size > m_bytes.size() || at(offset + 2, 2) != 1)
             return false;
-        std::size_t from = offset + 4;
+        // All at once: unit by unit a fuzz target spends nearly all of its time here.
+        std::u16string units((size - 4) / 2, u'\0');
+        std::memcpy(units.data(), m_bytes.data() + offset + 4, size - 4);
         offset += size;
-        for (; from < offset && at(from, 2) != 0; from += 2)
-            text += static_cast<char16_t>(at(from, 2));
-        const bool is_ended = from < offset;
-        for (; from < offset; from += 2)
-            if (at(from, 2) != 0)
-                return false;
-        return is_ended;
+        const std::size_t end = units.find(u'\0');
+        if (end == std::u16string::npos || units.find_first_not_of(u'\0', end) != std::u16string::npos)
+            return false;
+        units.resize(end);
+        text = std::move(units);
+        return true;
     }
 
     std::uint32_t at(std::size_t offset, std::size_t size) const
