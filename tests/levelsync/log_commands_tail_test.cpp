@@ -9,6 +9,7 @@
 
 #include "level_sync.h"
 #include "log_commands.h"
+#include "times.h"
 
 using ::testing::HasSubstr;
 using ::testing::Not;
@@ -56,8 +57,20 @@ TEST(LevelSyncTail, ShowsTheLinesOfOneClientAndTakesTheLevelBackAtItsEnd)
     EXPECT_THAT(ran.err, HasSubstr("Ctrl-C takes it back now."));
     EXPECT_THAT(ran.err, HasSubstr("is taken back, as its time is over. Changed: Replay 7 to 6 for client 192.0.2.7."));
     EXPECT_THAT(ran.err, HasSubstr("\n1 line, the first "));
+    EXPECT_THAT(ran.err, HasSubstr("ms after the change.\n"));
     EXPECT_EQ(site.logger(), before);
     EXPECT_EQ(viewer->level(REPLAY), 6);
+}
+
+TEST(LevelSyncTail, SaysInWordsHowLongTheFirstLineTook)
+{
+    // A line of the same millisecond, or of one before, as the level counts a moment before the change is over.
+    EXPECT_EQ(levelsync::wait_text(-1), "less than 1 ms");
+    EXPECT_EQ(levelsync::wait_text(0), "less than 1 ms");
+    EXPECT_EQ(levelsync::wait_text(1), "1 ms");
+    EXPECT_EQ(levelsync::wait_text(999), "999 ms");
+    EXPECT_EQ(levelsync::wait_text(1'000), "1 s");
+    EXPECT_EQ(levelsync::wait_text(61'000), "1 min 1 s");
 }
 
 TEST(LevelSyncTail, TakesTheLevelBackOnCtrlC)

@@ -143,4 +143,11 @@ std::string duration_text(std::int64_t milliseconds)
     }
     return text.empty() ? "0 s" : text;
 }
+
+std::string wait_text(std::int64_t milliseconds)
+{
+    if (milliseconds >= 1'000)
+        return duration_text(milliseconds);
+    return milliseconds < 1 ? "less than 1 ms" : std::to_string(milliseconds) + " ms";
+}
 } // namespace levelsync

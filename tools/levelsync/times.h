@@ -31,6 +31,9 @@ std::optional<std::int64_t> read_duration(std::string_view text);
 
 /// "14 min 59 s", the two largest units.
 std::string duration_text(std::int64_t milliseconds);
+
+/// How long something took that is mostly over in an instant: "less than 1 ms", "350 ms", "14 s".
+std::string wait_text(std::int64_t milliseconds);
 } // namespace levelsync
 
 #endif // LEVELSYNC_TIMES_H

@@ -223,8 +223,7 @@ private:
             tool.console.error(taken_back, Style::STRONG);
         std::string text = counted(m_count, "line", "lines") + '.';
         if (m_count > 0)
-            text = counted(m_count, "line", "lines") + ", the first " +
-                   std::to_string(std::max<Time>(m_first_after, 0)) + " ms after the change.";
+            text = counted(m_count, "line", "lines") + ", the first " + wait_text(m_first_after) + " after the change.";
         tool.console.error(text);
     }
 
