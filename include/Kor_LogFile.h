@@ -443,6 +443,11 @@ public:
     /// process hangs in the middle, it may have parts of two.
     static int CopySharedMemory(Kor_LogConf& copy, const char** name = nullptr);
 
+    /// For a tool (KOR_TOOL_PROGRAM), whose log goes by a copy of what was shared when it was opened: takes what is shared
+    /// now in place of that, so that GetConf has it. name and result as for CopySharedMemory; -1 too, and nothing is done,
+    /// in a program that is no tool, and without memory.
+    int TakeSharedConf(const char** name = nullptr);
+
     /// The stamp of what the machine's processes share, 0 when there is nothing; a fraction of the cost of a copy, for
     /// who waits for a change.
     static unsigned long long GetSharedChangeCount();

@@ -499,6 +499,17 @@ int Kor_LogFile::CopySharedMemory(Kor_LogConf& copy, const char** name)
     return kor::ATTACH_EXISTED;
 }
 
+int Kor_LogFile::TakeSharedConf(const char** name)
+{
+    if (name != nullptr)
+        *name = nullptr;
+    Kor_LogConf* const conf = kor::is_tool_program() ? configuration() : nullptr;
+    if (conf == nullptr || CopySharedMemory(*conf, name) == kor::ATTACH_FAILED)
+        return kor::ATTACH_FAILED;
+    m_conf_initialised = true;
+    return kor::ATTACH_EXISTED;
+}
+
 unsigned long long Kor_LogFile::GetSharedChangeCount()
 {
     const kor::win::FoundView found =

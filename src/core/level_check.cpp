@@ -159,7 +159,8 @@ private:
     void check_rules();
     void check_around_rules(std::string_view rest, const std::vector<std::string_view>& rules);
     bool check_rule(std::string_view rule);
-    void check_rule_level(std::string_view rule, int level);
+    bool check_level_text(std::string_view rule, int level);
+    void check_reach(std::string_view rule, int level);
     void check_entries(std::string_view list, std::size_t which, bool is_only_list);
     void check_address(std::string_view entry, bool is_alone);
     void check_network(std::string_view entry, const AddressText& parts, const Octets& octets);
@@ -170,10 +171,11 @@ private:
     const LevelFile& m_file;
     const HostLookup& m_lookup;
     std::map<std::string, int> m_known_hosts;
-    /// Rules with nothing to find in them but their level: the same ones stand behind many packages.
+    /// Levels of rules with nothing to find in them: the same ones stand behind many packages.
     std::unordered_map<std::string_view, int> m_sound_rules;
     std::vector<Finding> m_findings;
     std::size_t m_index = 0;
+    const LevelPackage* m_package = nullptr; ///< of the line whose rules are looked at
 };
 
 void Checker::check_front()
@@ -468,6 +470,7 @@ void Checker::check_rules()
     }
     const std::vector<std::string_view> rules = split_rules(line().said.rules);
     check_around_rules(rest, rules);
+    m_package = &m_file.packages().at(line().said.number);
     std::size_t counting = 0;
     for (const std::string_view rule : rules)
     {
@@ -527,7 +530,7 @@ bool Checker::check_rule(std::string_view rule)
     const auto sound = m_sound_rules.find(rule);
     if (sound != m_sound_rules.end())
     {
-        check_rule_level(rule, sound->second);
+        check_reach(rule, sound->second);
         return true;
     }
     const std::size_t findings = m_findings.size();
@@ -563,24 +566,29 @@ bool Checker::check_rule(std::string_view rule)
             "Say whom it is for, as in (7;192.0.2.7); a level for everybody is the package's own.");
     if (!has_level || lists_with_entries == 0)
         return false;
-    if (m_findings.size() == findings)
+    if (check_level_text(rule, parts.level) && m_findings.size() == findings)
         m_sound_rules.emplace(rule, parts.level);
-    check_rule_level(rule, parts.level);
+    check_reach(rule, parts.level);
     return true;
 }
 
-void Checker::check_rule_level(std::string_view rule, int level)
+bool Checker::check_level_text(std::string_view rule, int level)
 {
     const std::string_view text = rule.substr(0, rule.find(';'));
-    if (!is_whole_number(trimmed(text)))
-        doubtful(
-            text, "Only the number at the front of " + quoted(text) + " counts.",
-            "Write " + std::to_string(level) + " alone.");
-    const LevelPackage& package = m_file.packages().at(line().said.number);
-    if (level <= package.level && package.rules_line == m_index)
+    if (is_whole_number(trimmed(text)))
+        return true;
+    doubtful(
+        text, "Only the number at the front of " + quoted(text) + " counts.",
+        "Write " + std::to_string(level) + " alone.");
+    return false;
+}
+
+void Checker::check_reach(std::string_view rule, int level)
+{
+    if (level <= m_package->level && m_package->rules_line == m_index)
         doubtful(
             rule,
-            "The package has level " + std::to_string(package.level) +
+            "The package has level " + std::to_string(m_package->level) +
                 " for everybody, and a rule never lowers it: this one changes nothing.",
             "Lower the package's own level, or take the rule out.");
 }

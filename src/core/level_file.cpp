@@ -572,6 +572,7 @@ void LevelFile::read()
 {
     LoggerFileParser parser(m_package_count);
     std::string_view rest = m_bytes;
+    m_lines.reserve(static_cast<std::size_t>(std::count(rest.begin(), rest.end(), '\n')) + 1);
     while (!rest.empty())
     {
         m_lines.push_back(take_line(rest));

@@ -36,6 +36,7 @@ std::vector<std::string_view> split_items(std::string_view field)
 std::vector<std::string_view> split_rules(std::string_view text)
 {
     std::vector<std::string_view> rules;
+    rules.reserve(static_cast<std::size_t>(std::count(text.begin(), text.end(), ')')));
     for (;;)
     {
         const std::size_t open = text.find('(');

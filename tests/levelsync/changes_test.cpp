@@ -377,6 +377,17 @@ TEST(LevelSyncPublish, GivesTheFileToEverybodyAndSaysWhatChangesForWhom)
     EXPECT_EQ(site.run("-u --json").at("/published"), "true");
 }
 
+TEST(LevelSyncPublish, LeavesItsLineByTheLevelsThatItPublishes)
+{
+    const Site site(Site::LOGGER + "Library 106 3\n");
+    const auto viewer = site.host("viewer");
+    ASSERT_EQ(site.run("-u").exit_code, 0);
+    EXPECT_EQ(site.file("LevelSync.log"), "");
+    site.configure(Site::LOGGER + "Library 106 4\n");
+    ASSERT_EQ(site.run("-u").exit_code, 0);
+    EXPECT_THAT(site.file("LevelSync.log"), HasSubstr("change 2, LevelSync -u: Library 3 to 4 for everybody"));
+}
+
 TEST(LevelSyncPublish, TakesAnotherFileAndLeavesTheLevelFileAlone)
 {
     const Site site;

@@ -12,6 +12,7 @@
 #include "level_sync.h"
 
 using ::testing::HasSubstr;
+using ::testing::Not;
 
 namespace
 {
@@ -103,6 +104,17 @@ TEST(LevelSyncOverride, IsTakenBackAtCtrlC)
         EXPECT_EQ(override.level(), 6);
         EXPECT_EQ(override.site().logger(), Site::LOGGER);
     }
+}
+
+TEST(LevelSyncOverride, LeavesItsLinesByTheLevelsThatAreInForceThen)
+{
+    Override override;
+    EXPECT_THAT(override.site().file("LevelSync.log"), HasSubstr("change 1, "));
+    ASSERT_EQ(override.site().run("set 106 error").exit_code, 0); // the library's package: no more warnings of it
+    ASSERT_TRUE(control(override.call(), CTRL_C_EVENT));
+    EXPECT_THAT(override.end().out, HasSubstr(TAKEN_BACK));
+    EXPECT_THAT(override.site().run("history").out, HasSubstr("taking back change 1 "));
+    EXPECT_THAT(override.site().file("LevelSync.log"), Not(HasSubstr("taking back change 1 ")));
 }
 
 TEST(LevelSyncOverride, IsTakenBackWhileTheSystemWaitsToCloseTheWindowOrToLogOff)

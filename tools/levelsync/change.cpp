@@ -127,6 +127,7 @@ void publish_wanted(const Kor_LogConf& file, const std::vector<int>& wanted)
 void leave_line(const Folder& folder, const Change& change)
 {
     ::SetEnvironmentVariableW(L"PRISMATE_LOG_DIR", folder.path.c_str());
+    KorGLog.TakeSharedConf(); // where that is not possible, opening finds what the line goes by
     KorGLog.Open("LevelSync.log", "LevelSync", false);
     KOR_LOG(
         KorGLog, AUDIT_LEVEL, KOR_PACKAGE_LIBRARY, "%s on %s, change %lld, %s: %s", change.user.c_str(),
@@ -336,12 +337,11 @@ Outcome publish_file(Tool& tool, Kor_LogConf& conf, const std::string& command, 
     History history(tool.folder);
     settle(tool.folder, history);
     Outcome outcome;
-    const Running running = read_running();
-    require_readable(running);
-    outcome.is_running = running.conf != nullptr;
-    if (!running.conf)
+    const Kor_LogConf* const running = take_running();
+    outcome.is_running = running != nullptr;
+    if (running == nullptr)
         return outcome;
-    outcome.effects = texts_of(differences(*running.conf, conf));
+    outcome.effects = texts_of(differences(*running, conf));
     Change noted;
     noted.command = command;
     noted.effects = outcome.effects;

@@ -80,14 +80,17 @@ bool has_same_filters(const Kor_LogLevelRule& a, const Kor_LogLevelRule& b)
     return is_same(a, other);
 }
 
+int rule_count(const Kor_LogConf& conf, int package) noexcept
+{
+    return usable(conf.ruleTables[package].ruleCount, Kor_LogLevelRuleTable::MAX_RULES);
+}
+
 bool is_same_package(const Kor_LogConf& a, const Kor_LogConf& b, int package)
 {
-    const auto left = rules_of(a, package);
-    const auto right = rules_of(b, package);
+    const Kor_LogLevelRule* const left = a.ruleTables[package].rules;
+    const Kor_LogLevelRule* const right = b.ruleTables[package].rules;
     return a.packageLevels[package] == b.packageLevels[package] &&
-           std::equal(
-               left.begin(), left.end(), right.begin(), right.end(),
-               [](const Kor_LogLevelRule* x, const Kor_LogLevelRule* y) { return is_same(*x, *y); });
+           std::equal(left, left + rule_count(a, package), right, right + rule_count(b, package), is_same);
 }
 
 /// What those get whom a rule is for, as far as the rule decides it.
@@ -161,6 +164,16 @@ Running read_running()
     running.block = name == nullptr ? "" : name;
     running.is_of_machine = running.block.compare(0, GLOBAL_PREFIX.size(), GLOBAL_PREFIX) == 0;
     return running;
+}
+
+const Kor_LogConf* take_running()
+{
+    if (KorGLog.TakeSharedConf() >= 0)
+        return KorGLog.GetConf();
+    Running nothing;
+    nothing.error = ::GetLastError();
+    require_readable(nothing);
+    return nullptr;
 }
 
 void require_readable(const Running& running)
@@ -288,9 +301,8 @@ std::string whom_text(const Kor_LogLevelRule& rule)
 std::vector<const Kor_LogLevelRule*> rules_of(const Kor_LogConf& conf, int package)
 {
     std::vector<const Kor_LogLevelRule*> rules;
-    const Kor_LogLevelRuleTable& table = conf.ruleTables[package];
-    for (int i = 0; i < usable(table.ruleCount, Kor_LogLevelRuleTable::MAX_RULES); ++i)
-        rules.push_back(&table.rules[i]);
+    for (int i = 0; i < rule_count(conf, package); ++i)
+        rules.push_back(&conf.ruleTables[package].rules[i]);
     return rules;
 }
 

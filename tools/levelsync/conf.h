@@ -26,6 +26,10 @@ struct Running
 
 Running read_running();
 
+/// The same as the configuration that this process's own log goes by, for who needs no second copy: until it is taken
+/// anew. Null when no process shares anything. Throws Failure when what they share cannot be read.
+const Kor_LogConf* take_running();
+
 /// Throws Failure when there is something that cannot be read, and so cannot be changed.
 void require_readable(const Running& running);
 

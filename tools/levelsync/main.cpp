@@ -89,9 +89,12 @@ int run(std::vector<std::string> words, Console& console)
         CLI::App* const sub = app.add_subcommand(entry->name, entry->summary == nullptr ? "" : entry->summary);
         if (entry->summary == nullptr)
             sub->group("");
+        commands.emplace_back(sub, entry->make());
+        // A command is called by its name: the options of all of them would take a millisecond of each call.
+        if (std::find(words.begin(), words.end(), entry->name) == words.end())
+            continue;
         sub->footer(std::string("Example:\n  ") + entry->example);
         add_shared_options(*sub, options);
-        commands.emplace_back(sub, entry->make());
         Options own(*sub);
         commands.back().second->declare(own);
     }
