@@ -287,6 +287,28 @@ public final class FallbackTest
     }
 
     @Test
+    public void aFileOfSettingsThatIsNoneIsToldOf() throws IOException
+    {
+        Path settings = Files.createTempFile("lumlog", ".properties");
+        settings.toFile().deleteOnExit();
+        Files.write(settings, "suite=\\u00zz\n".getBytes("UTF-8"));
+        System.setProperty("lumlog.properties", settings.toString());
+        Lines lines = Lines.begin();
+        KoralLog.open("archive");
+        lines.expect(
+            START, "<time> WARNING (106) archive (<pid>,<tid>)   -> lumlog.properties can't be read: "
+                + "Malformed \\uxxxx encoding.");
+    }
+
+    @Test
+    public void aSettingOfTheVirtualMachineCountsMoreThanTheFile()
+    {
+        System.setProperty("lumlog.package", "5");
+        assertEquals(5, KoralLogger.of("elsewhere").packageNumber());
+        assertEquals(330, KoralLogger.of("suite").packageNumber());
+    }
+
+    @Test
     public void linesOfEightThreadsAreAllThereAndInOrder() throws InterruptedException
     {
         int count = Integer.getInteger("lumlog.test.lines", 16_000) / 8;

@@ -67,10 +67,19 @@ final class NativeLibrary
 
     private NativeLibrary()
     {
+        Class<?> found = null;
         synchronized (LOCK)
         {
-            m_natives = find();
+            try
+            {
+                found = find();
+            }
+            catch (SecurityException forbidden)
+            {
+                m_tried.add(forbidden.getMessage());
+            }
         }
+        m_natives = found;
     }
 
     static NativeLibrary load()
