@@ -250,10 +250,28 @@ def print_table(rows):
                                  for column, width in enumerate(widths)) + "|")
 
 
+def scope_rows(runs):
+    """In a process whose threads work for clients of their own."""
+    rows = []
+    for macro in ("KOR_LOG", "LUM_LOG"):
+        for kind, what, most in (("nobody", "nobody wants", 1), ("another", "another client wants", 12)):
+            time = runs.time(f"{macro}/{kind}")
+            rows.append([f"{macro}, in a scope: {what} it", nanoseconds(time), nanoseconds(runs.time("spdlog/debug")), "",
+                         f"{runs.ratio(f'{macro}/{kind}', 'spdlog/debug'):.2f}"] + judged((time, most, " ns")))
+    ratio = runs.ratio("line/thread", "line/process")
+    rows.append(["line, in a scope", nanoseconds(runs.time("line/thread")), "", nanoseconds(runs.time("line/process")),
+                 f"{ratio:.2f} of without", "", ""])
+    for name, what in (("scope/address", "a scope"), ("scope/task", "a scope, for a task"),
+                       ("scope/new_client", "the same with a check, a new client each")):
+        rows.append([what, nanoseconds(runs.time(name)), "", "", "", "", ""])
+    return rows
+
+
 def main():
     directory = pathlib.Path(sys.argv[1])
     rows = [HEADER]
     rows += rejected_rows(Runs(directory, "rejected"))
+    rows += scope_rows(Runs(directory, "scopes"))
     rows += line_rows(Runs(directory, "lines"))
     rows += startup_rows(directory)
     rows += level_sync_rows(directory)

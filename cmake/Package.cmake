@@ -33,6 +33,7 @@ install(
     FILES_MATCHING
     PATTERN "*.md"
     PATTERN "*.png"
+    PATTERN "*.svg"
     PATTERN decisions EXCLUDE)
 install(EXPORT LUMlogTargets NAMESPACE LUMlog:: DESTINATION ${package_dir})
 

@@ -6,6 +6,7 @@
 #ifndef KOR_JLOGJNIINTERFACE_H
 #define KOR_JLOGJNIINTERFACE_H
 
+#include "Kor_LogLevel.h"
 #include "Kor_Package.h"
 
 #ifdef __cplusplus

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "Kor_LogConf.h"
+#include "Kor_LogLevel.h"
 #include "Kor_Package.h"
 #include "Mutex.h"
 #include "rw/threadlocal.h"
@@ -27,7 +28,10 @@
 
 namespace kor
 {
+class Client;
+class Clients;
 class OwnConf;
+struct Isolation;
 namespace win
 {
 class AppendFile;
@@ -153,6 +157,7 @@ private:
     long m_seen_session;
     std::int32_t m_seen_process;
     std::uint32_t m_seen_thread;
+    std::uint64_t m_seen_client; // the thread's own, 0: none
     bool m_has_client;
     char m_client[CONTEXT_SIZE];
     char m_origin[HEADLINE_SIZE]; // application, process and thread
@@ -362,6 +367,12 @@ public:
     /// The application name that the log was opened with; the shared text, null before that.
     char* GetApplicationName();
 
+    /// Tells people what this program calls a package, so that tools can name those that the `logger` file does not:
+    /// a line in `logger.packages` beside it, which is written once and when the name changes. name: one word of at most
+    /// 39 bytes. Returns 0, also when the file cannot be written, which holds up nobody; -1 for a package or a name that
+    /// is none. To be called when PRISMATE_LOG_DIR is set, at the start of main.
+    static int NamePackage(int package, const char* name);
+
     // Destinations.
 
     /// Adds a destination at the end of the list; one that is listed stays where it is. Null is not added.
@@ -462,6 +473,7 @@ public:
 private:
     friend struct Kor_LogFileForC;
     friend class Kor_PerfmonLogFile; // goes by this log's output
+    friend class kor::Clients;
 
     struct Line;
     struct Round;
@@ -491,7 +503,16 @@ private:
     int check_level(int package, int level);
     int current_level(int package) noexcept;
     int refresh_level(int package) noexcept;
+    int level_of_thread(int package) noexcept;
+    int find_level_of_thread(int package, std::uint64_t generation, kor::Client* client) noexcept;
     int effective_level(int package) noexcept;
+    int effective_level_for(int package, kor::Client* client) noexcept;
+    int highest_level(int package) noexcept;
+    bool isolate(const Kor_LogConf* contents) noexcept;
+    void keep_level(int package, std::uint64_t generation, int level) noexcept;
+    void forget_levels() noexcept;
+    static void ask_by_client() noexcept;
+    void leave_list() noexcept;
     void rebuild_cache(int package);
     void note_context_change() noexcept;
 
@@ -524,7 +545,9 @@ private:
     bool m_console_mode;
     std::atomic<bool> m_size_exceeded;
     std::atomic<std::int32_t> m_size_countdown;
-    std::atomic<std::uint16_t> m_level_cache[PACKAGE_COUNT]; // low byte: level, 0 unknown; high byte: generation
+    // Low byte: the level or, where threads have clients of their own, the highest that any has, 0 unknown; high byte:
+    // generation.
+    std::atomic<std::uint16_t> m_level_cache[PACKAGE_COUNT];
     std::vector<Kor_LogDestBase*> m_destinations;
     Kor_LogDestBase* m_debugger_destination; // owned
     std::atomic<std::uint64_t> m_destination_count;
@@ -536,6 +559,10 @@ private:
     kor::win::AppendFile* m_append_file;
     kor::OwnConf* m_own_conf;                                  // owned
     std::atomic<const volatile std::uint64_t*> m_shared_stamp; // of the shared configuration; null: there is none
+    std::atomic<std::uint64_t> m_generation;                   // of the levels: of no other log and never again
+    Kor_LogFile* m_older_log;                                  // of all that there are
+    kor::Isolation* m_isolation;                               // owned; null: there never was one
+    std::atomic<bool> m_is_isolated;
 };
 
 /// The log of the process, there from when the library is loaded until it goes.

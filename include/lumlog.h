@@ -68,7 +68,7 @@ extern "C"
 #endif
 
 /** Of this header: major << 16 | minor. A larger minor number has more functions or longer structures. */
-#define LUM_VERSION 0x00010000u
+#define LUM_VERSION 0x00010001u
 
 #define LUM_OK 0
 #define LUM_FAILED (-1)
@@ -146,6 +146,7 @@ extern "C"
     } lum_message;
 
     typedef struct lum_timer lum_timer;
+    typedef struct lum_client_ref lum_client_ref;
     typedef struct lum_destination lum_destination;
     typedef struct lum_conf lum_conf;
 
@@ -245,6 +246,26 @@ extern "C"
     /** The client; session may be null. */
     LUM_API size_t LUM_CALL lum_client(char* buffer, size_t size, int* session);
 
+    /** From now on the calling thread works for this client and session, instead of the process's: in its headlines, and
+     * in the rules of the levels. ip: as for lum_set_client; null: none. Entries nest. Returns what lum_client_leave
+     * wants, 0 when there is no memory, and then nothing changes. A thread that ends leaves what it has entered. Since
+     * 1.1. */
+    LUM_API lum_uint64 LUM_CALL lum_client_enter(const char* ip, int session);
+
+    /** Ends what an entry of this thread began, and what was entered since. 0, and what is no entry of this thread, are
+     * no harm. Since 1.1. */
+    LUM_API void LUM_CALL lum_client_leave(lum_uint64 entry);
+
+    /** Whom the calling thread works for, for a task to take along; null: for the process's client. To be freed. Any
+     * thread may use it, and several at once. Since 1.1. */
+    LUM_API lum_client_ref* LUM_CALL lum_client_current(void);
+
+    /** lum_client_enter for a client that was taken along; null: for the process's. Since 1.1. */
+    LUM_API lum_uint64 LUM_CALL lum_client_enter_ref(const lum_client_ref* client);
+
+    /** Null is no harm. Threads that have entered it are not disturbed. Since 1.1. */
+    LUM_API void LUM_CALL lum_client_ref_free(lum_client_ref* client);
+
     /** Names the calling thread; null: no name. */
     LUM_API void LUM_CALL lum_set_thread_name(const char* name);
     LUM_API size_t LUM_CALL lum_thread_name(char* buffer, size_t size);
@@ -297,6 +318,20 @@ extern "C"
     /** Lets the rules of a configuration raise levels of this process alone, from now until it is freed or another, or
      * null, takes its place. To be called again when it was changed. */
     LUM_API int LUM_CALL lum_conf_use_locally(lum_conf* conf);
+
+    /** Tells people what this program calls a package, so that tools can name those that the `logger` file does not: a line
+     * in `logger.packages` beside it, written once and when the name changes. name: one word of at most 39 bytes.
+     * LUM_FAILED for a package or a name that is none. Since 1.1. */
+    LUM_API int LUM_CALL lum_name_package(int package, const char* name);
+
+    /** For tests of programs that log; lumlog_capture.hpp makes use of it. From now on the process goes by this
+     * configuration alone, whatever all processes of the machine share: it reads no file and joins nothing when it opens its
+     * log, publishes nothing, and hands messages to destinations only. The configuration is copied; again for a change. null:
+     * as before. For one thread at a time. LUM_FAILED when there is no memory. Since 1.1. */
+    LUM_API int LUM_CALL lum_isolate(const lum_conf* conf);
+
+    /** The defaults: level 4 for all packages. Null when there is no memory; to be freed. Since 1.1. */
+    LUM_API lum_conf* LUM_CALL lum_conf_default(void);
 
     /* Destinations --------------------------------------------------------------------------------------------------- */
 
@@ -496,16 +531,17 @@ extern "C"
     (defined(__STDC_VERSION__) && __STDC_VERSION__ >= 199901L)
 
 /** Calls function(site, level, package, ...) when a message is wanted, and evaluates the rest only then. */
-#define LUM_LOG_WITH(function, level, package, ...)                                                    \
-    do                                                                                                 \
-    {                                                                                                  \
-        const int lum_level_ = (level);                                                                \
-        const int lum_package_ = (package);                                                            \
-        if (lum_level_ <= LUM_LOG_FLOOR && !lum_rejected(&lum_process_gate, lum_level_, lum_package_)) \
-        {                                                                                              \
-            static const lum_site lum_site_ = LUM_SITE;                                                \
-            function(&lum_site_, lum_level_, lum_package_, __VA_ARGS__);                               \
-        }                                                                                              \
+#define LUM_LOG_WITH(function, level, package, ...)                                                      \
+    do                                                                                                   \
+    {                                                                                                    \
+        const int lum_level_ = (level);                                                                  \
+        const int lum_package_ = (package);                                                              \
+        if (lum_level_ <= LUM_LOG_FLOOR && !lum_rejected(&lum_process_gate, lum_level_, lum_package_) && \
+            lum_wants(lum_level_, lum_package_) != 0)                                                    \
+        {                                                                                                \
+            static const lum_site lum_site_ = LUM_SITE;                                                  \
+            function(&lum_site_, lum_level_, lum_package_, __VA_ARGS__);                                 \
+        }                                                                                                \
     } while (0)
 
 /** Writes a line when it is wanted: LUM_LOG(LUM_WARNING, 310, "%d of %d", 12, 17). level, package: evaluated once. */

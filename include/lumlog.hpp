@@ -24,6 +24,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <exception>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <type_traits>
@@ -351,7 +352,7 @@ private:
 // Scopes -----------------------------------------------------------------------------------------------------------------
 
 /// Names the client that the process serves, and its session, until the end of the scope, and then those before. Client
-/// and session belong to the process: for one that serves one at a time.
+/// and session belong to the process: for one that serves one at a time. Else: ClientScope.
 class ProcessClient
 {
 public:
@@ -370,6 +371,50 @@ public:
 private:
     std::string m_client;
     int m_session = 0;
+};
+
+/// Whom a thread works for, for a task to take along; as constructed by default: the process's client. Copies share it.
+class Client
+{
+public:
+    Client() = default;
+    Client(const Client&) = default;
+    Client& operator=(const Client&) = default;
+
+    /// The calling thread's. May throw std::bad_alloc.
+    static Client current()
+    {
+        Client client;
+        if (lum_client_ref* const held = ::lum_client_current())
+            client.m_held.reset(held, &::lum_client_ref_free);
+        return client;
+    }
+
+    const lum_client_ref* get() const noexcept { return m_held.get(); }
+
+private:
+    std::shared_ptr<lum_client_ref> m_held;
+};
+
+/// The calling thread works for a client and session until the end of the scope, in its headlines and for the rules of the
+/// levels; scopes nest. A scope ends on the thread that made it.
+class ClientScope
+{
+public:
+    /// client: an address or a name; null: none, also where the process has one. Without memory the thread goes on for
+    /// whom it did.
+    explicit ClientScope(const char* client, int session = 0) noexcept : m_entry(::lum_client_enter(client, session)) {}
+    explicit ClientScope(const std::string& client, int session = 0) noexcept : ClientScope(client.c_str(), session) {}
+
+    /// For whom was taken along.
+    explicit ClientScope(const Client& client) noexcept : m_entry(::lum_client_enter_ref(client.get())) {}
+
+    ClientScope(const ClientScope&) = delete;
+    ClientScope& operator=(const ClientScope&) = delete;
+    ~ClientScope() { ::lum_client_leave(m_entry); }
+
+private:
+    lum_uint64 m_entry;
 };
 
 /// Names the thread until the end of the scope, and then as before. May throw std::bad_alloc.

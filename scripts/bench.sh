@@ -47,6 +47,8 @@ others others-before
 for number in 1 2 3 4 5; do
     measure "Messages that nobody wants, $number of 5" "rejected-$number.json" \
         "${run[@]}" "$tree/bin/rejected.exe" "${repeat[@]}" --benchmark_repetitions=41 --benchmark_min_time=0.002
+    measure "Threads with clients, $number of 5" "scopes-$number.json" \
+        "${run[@]}" "$tree/bin/scopes.exe" "${repeat[@]}" --benchmark_repetitions=41 --benchmark_min_time=0.002
     measure "Lines, $number of 5" "lines-$number.json" \
         "${run[@]}" "$tree/bin/lines.exe" "${repeat[@]}" --benchmark_repetitions=41
     measure "Errors and names, $number of 5" "lookups-$number.json" \

@@ -2,9 +2,10 @@
 # Shows LUMlog at work. Builds the library and the example programs first, and sets up what that needs.
 #
 #   scripts/demo.sh         two hosts that share one configuration, and LevelSync, which changes it while they run
+#   scripts/demo.sh pool    a server that works for twenty clients at once, of whom one is raised to debug
 #   scripts/demo.sh crash   a host that crashes, and what it leaves for those who look for the cause
 #
-# The exit status is 0 when the change reached the host it was meant for, and no other; or when the crash left all
+# The exit status is 0 when the change reached the host or client it was meant for, and no other; or when the crash left all
 # that it should.
 
 . "$(dirname "${BASH_SOURCE[0]}")/lib/setup.sh"
@@ -213,6 +214,51 @@ show_crash()
     say "    $logs"
 }
 
+start_pool()
+{
+    (in_wine example_pool 120) >"$demo_dir/pool.out" 2>&1 &
+    process[pool]=$!
+    wait_until 60 has_lines pool 20 || fail "The server does not write its log; it says:
+$(cat "$demo_dir/pool.out")"
+}
+
+# Client, then how many debug lines it has in the log.
+debug_lines_by_client()
+{
+    grep -E '^[0-9].{28} DEBUG' "$logs/pool.log" | sed 's/.*ClientIP(\([0-9.]*\)).*/\1/' | sort | uniq -c |
+        awk '{ printf "    %-14s %6d\n", $2, $1 }'
+}
+
+show_pool()
+{
+    local problem=192.0.2.7 others
+    title "1. A server works for twenty clients at once, on eight threads"
+    start_pool
+    say "    The first lines of pool.log: each names the client that its thread works for."
+    head -n 6 "$logs/pool.log" | show_lines
+
+    title "2. The client $problem has a problem: two packages are raised to debug, for it alone"
+    level_sync set reader debug --client "$problem"
+    level_sync set client debug --client "$problem"
+    wait_until 30 has_debug_lines pool 330 30 || fail "The change did not reach the server within 30 seconds."
+    say
+    say "    The first debug lines. A request begins on one thread and ends on another:"
+    grep -E '^[0-9].{28} DEBUG' "$logs/pool.log" | head -n 6 | show_lines || true
+    say
+    say "    And off again:"
+    level_sync undo
+    level_sync undo 1
+    stop_host pool
+
+    title "3. What came of it: debug lines by client"
+    debug_lines_by_client
+    others=$(grep -E '^[0-9].{28} DEBUG' "$logs/pool.log" | grep -vcF "ClientIP($problem) " || true)
+    [ "$others" -eq 0 ] || fail "$others debug lines are of other clients, or of none."
+    say
+    say "${green}As it should be:$plain of twenty clients at once, just the one that was raised has debug lines. The log is"
+    say "    $logs/pool.log"
+}
+
 finish()
 {
     local status=$? host
@@ -226,7 +272,7 @@ finish()
 
 part=${1:-}
 case $part in
-    '' | crash) ;;
+    '' | pool | crash) ;;
     -h | --help)
         sed -n '2,/^$/s/^# \{0,1\}//p' "${BASH_SOURCE[0]}"
         exit 0
@@ -246,8 +292,8 @@ rm -rf "$logs"
 mkdir -p "$logs"
 : >"$demo_dir/control.out"
 cp "$project_dir/examples/host/logger" "$logs/logger"
-if [ "$part" = crash ]; then
-    show_crash
+if [ -n "$part" ]; then
+    "show_$part"
     exit 0
 fi
 choose_text
@@ -336,5 +382,6 @@ for file in viewer.log archive.log control.log LevelSync.log logger logger.histo
     say "    $logs/$file"
 done
 say
+say "A server that works for many clients at once: scripts/demo.sh pool"
 say "What a host leaves that crashes: scripts/demo.sh crash"
 [ ${#wrong[@]} -eq 0 ] || exit 1

@@ -10,6 +10,8 @@
 #              the new one, and no change was lost (1000 times)
 #   java       eight threads of a Java program write lines, with the DLL and without; whether all are there and in order
 #              (1000000 lines)
+#   clients    32 threads work for 200 clients, five of them raised, while levels change; whether just theirs were
+#              written, under their names (10,000,000 messages)
 #   kit        the kit for real Windows as a whole, without its benchmarks, as somebody would use it (once)
 #   same       that two builds make the same packages, with everything compiled anew (once)
 # --times: how often instead, for each of them.
@@ -18,7 +20,7 @@
 
 . "$(dirname "${BASH_SOURCE[0]}")/lib/setup.sh"
 
-all_soaks=(ends publishes levelsync java kit same)
+all_soaks=(ends publishes levelsync clients java kit same)
 soaks=()
 times=
 preset=mingw-release
@@ -64,6 +66,12 @@ soak_java()
             -cp "$native/java/lumlog.jar:$native/tests/jar/classes:$slf4j:$junit" \
             OneCase suite.FallbackTest linesOfEightThreadsAreAllThereAndInOrder &&
         say "    $lines lines without it"
+}
+
+soak_clients()
+{
+    export LUMLOG_TEST_CLIENT_MESSAGES=${times:-10000000}
+    run_case library_tests ClientScope.OfManyClientsOnManyThreadsJustTheRaisedOnesAreWritten
 }
 
 soak_kit()

@@ -29,6 +29,14 @@ static void load(const char* path)
     lum_timer_end(timer);
 }
 
+/* This thread works for a client of its own, whomever the process serves. */
+static void serve(const char* address, int session)
+{
+    const lum_uint64 entry = lum_client_enter(address, session);
+    LUM_LOG(LUM_WARNING, PACKAGE_LOADER, "page 1 took long");
+    lum_client_leave(entry);
+}
+
 int main(void)
 {
     int errors = 0;
@@ -47,6 +55,7 @@ int main(void)
     lum_set_client("192.0.2.7", 3);
     load("100% of front.png");
     lum_set_client(NULL, 0);
+    serve("192.0.2.9", 4);
 
     lum_remove_destination(counter);
     lum_session_event("Load", "front.png", LUM_EVENT_COUNTED, 1, "with errors", LUM_ZT);

@@ -27,7 +27,7 @@ int publish(const char* path)
         std::fprintf(stderr, "The shared configuration cannot be reached; nothing was changed.\n");
         return 1;
     }
-    KOR_LOG(KorGLog, 5, PACKAGE_CONTROL, "published %s", path);
+    KOR_LOG(KorGLog, KOR_LEVEL_NOTICE, PACKAGE_CONTROL, "published %s", path);
     return 0;
 }
 
@@ -41,7 +41,7 @@ int stop(const char* name)
     }
     ::SetEvent(event);
     ::CloseHandle(event);
-    KOR_LOG(KorGLog, 5, PACKAGE_CONTROL, "told the host %s to stop", name);
+    KOR_LOG(KorGLog, KOR_LEVEL_NOTICE, PACKAGE_CONTROL, "told the host %s to stop", name);
     return 0;
 }
 } // namespace

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace
@@ -31,6 +32,20 @@ void poll()
     LUM_LOG_EVERY_N(1000, LUM_WARNING, PACKAGE_LOADER, "still waiting for the archive");
     LUM_LOG_EVERY_T(10s, LUM_WARNING, PACKAGE_LOADER, "waiting for the archive");
 }
+
+/// One of many clients, with a half of the work on another thread.
+void serve(const char* address, int session)
+{
+    const lum::ClientScope scope(address, session);
+    LUM_LOG(LUM_WARNING, PACKAGE_LOADER, "page 1 took long");
+    std::thread second(
+        [client = lum::Client::current()]
+        {
+            const lum::ClientScope same(client);
+            LUM_LOG(LUM_WARNING, PACKAGE_LOADER, "page 2 took long");
+        });
+    second.join();
+}
 } // namespace
 
 int main()
@@ -45,6 +60,7 @@ int main()
     load(L"f\u00fcr Seite 1.png", {0x89, 'P', 'N', 'G'});
     for (int i = 0; i < 3; ++i)
         poll();
+    serve("192.0.2.9", 4);
     LUM_LOG(LUM_ERROR, PACKAGE_LOADER, "no archive");
     std::printf("%d error\n", static_cast<int>(errors));
 }

@@ -254,7 +254,7 @@ int main(int argc, char** argv)
     open_session();
     Kor_SessionLog::bSuppressExceptions = silently;
     report_work();
-    KOR_LOG(KorGLog, 4, PACKAGE_HOST, "and now: %s", way->name);
+    KOR_LOG(KorGLog, KOR_LEVEL_WARNING, PACKAGE_HOST, "and now: %s", way->name);
     if (way->crash == nullptr)
         return end_session();
     way->crash();

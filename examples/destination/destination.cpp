@@ -25,7 +25,7 @@ public:
 
     int LogMessage(Kor_LogMTVarsPtr context, bool bare, const char* text, unsigned int) override
     {
-        if (!bare && context->m_level <= 3)
+        if (!bare && context->m_level <= KOR_LEVEL_ERROR)
             m_messages.push_back({context->m_level, context->m_package, context->AsStringFull(false), text});
         return 0;
     }
@@ -47,8 +47,8 @@ int main()
     KorGLog.RegisterLogDestination(&copy);
     KorGLog.RegisterLogDestination(&errors);
 
-    KOR_LOG(KorGLog, 3, PACKAGE_LOADER, "cannot read %s", "front.png");
-    KOR_LOG(KorGLog, 4, PACKAGE_LOADER, "trying the archive instead");
+    KOR_LOG(KorGLog, KOR_LEVEL_ERROR, PACKAGE_LOADER, "cannot read %s", "front.png");
+    KOR_LOG(KorGLog, KOR_LEVEL_WARNING, PACKAGE_LOADER, "trying the archive instead");
 
     KorGLog.UnregisterLogDestination(&errors);
     KorGLog.UnregisterLogDestination(&copy);

@@ -29,17 +29,17 @@ int main()
     {
         std::printf("error %lu of package %lu\n", KorGError.Get(), KorGError.GetPackage());
         // What was detected further down is logged, and stays.
-        if (KorGLog.StoreParams(KOR_FILE_NAME, __func__, __LINE__, 3, PACKAGE_LOADER) != 0)
+        if (KorGLog.StoreParams(KOR_FILE_NAME, __func__, __LINE__, KOR_LEVEL_ERROR, PACKAGE_LOADER) != 0)
             KorGError.Log(nullptr, 0);
 
         // An error with its name becomes this thread's; its text is used up.
-        if (KorGLog.StoreParams(KOR_FILE_NAME, __func__, __LINE__, 3, PACKAGE_LOADER) != 0)
+        if (KorGLog.StoreParams(KOR_FILE_NAME, __func__, __LINE__, KOR_LEVEL_ERROR, PACKAGE_LOADER) != 0)
             KorGError.Log("ERR_IMAGE_TRUNCATED", ERR_IMAGE_TRUNCATED);
     }
 
     // One that the C runtime has set is explained.
     if (std::fopen("no such folder\\front.png", "rb") == nullptr &&
-        KorGLog.StoreParams(KOR_FILE_NAME, __func__, __LINE__, 4, PACKAGE_LOADER) != 0)
+        KorGLog.StoreParams(KOR_FILE_NAME, __func__, __LINE__, KOR_LEVEL_WARNING, PACKAGE_LOADER) != 0)
         KorGError.Log("ENOENT", ENOENT);
     return 0;
 }

@@ -41,12 +41,13 @@ int level_of(std::string_view line)
         std::string_view text;
         int level;
     };
-    static constexpr Word words[] = {{" error", 3},    {" warning", 4}, {" install ", 5},
-                                     {" upgrade ", 5}, {" remove ", 5}, {" status ", 7}};
+    static constexpr Word words[] = {{" error", KOR_LEVEL_ERROR},     {" warning", KOR_LEVEL_WARNING},
+                                     {" install ", KOR_LEVEL_NOTICE}, {" upgrade ", KOR_LEVEL_NOTICE},
+                                     {" remove ", KOR_LEVEL_NOTICE},  {" status ", KOR_LEVEL_DEBUG}};
     const auto found = std::find_if(
         std::begin(words), std::end(words),
         [line](const Word& word) { return line.find(word.text) != std::string_view::npos; });
-    return found == std::end(words) ? 6 : found->level;
+    return found == std::end(words) ? KOR_LEVEL_INFO : found->level;
 }
 
 /// The text, handed out line by line to whoever asks, and over again when it ends. Each time through
@@ -69,7 +70,8 @@ public:
         {
             if (m_number == 0)
                 return 0;
-            KOR_LOG(KorGLog, 5, PACKAGE_READER, "the text ends after %ld lines and starts again", m_number);
+            KOR_LOG(
+                KorGLog, KOR_LEVEL_NOTICE, PACKAGE_READER, "the text ends after %ld lines and starts again", m_number);
             m_file.clear();
             m_file.seekg(0);
             m_number = 0;
@@ -79,7 +81,9 @@ public:
                 return 0;
         }
         ++m_number;
-        KOR_LOG(KorGLog, 7, PACKAGE_READER, "line %ld has %u characters", m_number, static_cast<unsigned>(line.size()));
+        KOR_LOG(
+            KorGLog, KOR_LEVEL_DEBUG, PACKAGE_READER, "line %ld has %u characters", m_number,
+            static_cast<unsigned>(line.size()));
         return m_number;
     }
 
@@ -88,8 +92,8 @@ private:
     {
         // From here on every line of this process shows them, and rules are asked about them.
         KorGLog.SetIPAndSID(m_client, m_session);
-        KOR_LOG(KorGLog, 5, PACKAGE_CLIENT, "session %ld begins", m_session);
-        KOR_LOG(KorGLog, 6, PACKAGE_CLIENT, "the client gets the lines of %s", m_path);
+        KOR_LOG(KorGLog, KOR_LEVEL_NOTICE, PACKAGE_CLIENT, "session %ld begins", m_session);
+        KOR_LOG(KorGLog, KOR_LEVEL_INFO, PACKAGE_CLIENT, "the client gets the lines of %s", m_path);
     }
 
     std::mutex m_mutex;
@@ -110,7 +114,7 @@ void replay(Text& text, DWORD worker, DWORD pace_ms)
         if (number == 0)
             return;
         const int level = level_of(line);
-        KOR_LOG(KorGLog, 7, PACKAGE_REPLAY, "line %ld is replayed at level %d", number, level);
+        KOR_LOG(KorGLog, KOR_LEVEL_DEBUG, PACKAGE_REPLAY, "line %ld is replayed at level %d", number, level);
         if (!line.empty())
             KOR_LOG(KorGLog, level, PACKAGE_REPLAY, "%s", line.c_str());
     }
@@ -152,7 +156,7 @@ int main(int argc, char** argv)
     if (::GetFileAttributesA(path) == INVALID_FILE_ATTRIBUTES)
     {
         const DWORD error = ::GetLastError();
-        if (KorGLog.StoreParams(KOR_FILE_NAME, __func__, __LINE__, 3, PACKAGE_READER) != 0)
+        if (KorGLog.StoreParams(KOR_FILE_NAME, __func__, __LINE__, KOR_LEVEL_ERROR, PACKAGE_READER) != 0)
             KorGLog.OSErrLog(error, "Cannot read the text %s:", path);
         return 1;
     }
@@ -164,6 +168,6 @@ int main(int argc, char** argv)
     ::SetEvent(stop_event);
     for (std::thread& worker : workers)
         worker.join();
-    KOR_LOG(KorGLog, 5, PACKAGE_CLIENT, "the host %s stops", name.c_str());
+    KOR_LOG(KorGLog, KOR_LEVEL_NOTICE, PACKAGE_CLIENT, "the host %s stops", name.c_str());
     return 0;
 }

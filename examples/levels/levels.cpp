@@ -18,7 +18,7 @@ int main()
     show("as the configuration says");
 
     // For every process of the machine: the last argument publishes the change.
-    KorGLog.SetCustomLogLevel(PACKAGE_LOADER, 5, true);
+    KorGLog.SetCustomLogLevel(PACKAGE_LOADER, KOR_LEVEL_NOTICE, true);
     show("set to 5 for all");
 
     // For this process alone: rules of a configuration of its own, which can raise a level but not

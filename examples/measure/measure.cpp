@@ -42,7 +42,7 @@ int main()
         KorPLog.Log("the first image took %lld ms\n", static_cast<long long>(time));
 
     // Which feature was used, in the general log.
-    if (KorGLog.StoreParams(KOR_FILE_NAME, __func__, __LINE__, 4, 310) != 0)
+    if (KorGLog.StoreParams(KOR_FILE_NAME, __func__, __LINE__, KOR_LEVEL_WARNING, 310) != 0)
         Kor_UIFeatureLog::GetInstance()->writeFeature(7, 2);
 
     std::printf("measuring is %s\n", KorPLog.IsPerfmonEnabled() != 0 ? "on" : "off");

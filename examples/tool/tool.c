@@ -5,6 +5,6 @@
 int main(void)
 {
     OpenLog("tool.log", "tool");
-    WriteLog(4, 3100012, __LINE__, KOR_FILE_NAME, __func__, "12 of 17 images fit into memory");
+    WriteLog(KOR_LEVEL_WARNING, 3100012, __LINE__, KOR_FILE_NAME, __func__, "12 of 17 images fit into memory");
     return 0;
 }

@@ -13,6 +13,7 @@
 #include "Kor/conf_parts.h"
 #include "Kor/diagnostics.h"
 #include "Kor/rule_check.h"
+#include "Kor/thread_client.h"
 #include "core/address.h"
 #include "core/bounded_text.h"
 #include "core/change_count.h"
@@ -207,7 +208,8 @@ bool complies_with(const Kor_LogLevelRule& rule, const kor::RuleSubject& subject
             return true;
     }
     // One question for each address, though always about the first: see DoesComply.
-    const kor::ClientAddress client = kor::client_address(subject.client);
+    const kor::ClientAddress client =
+        subject.of_thread == nullptr ? kor::client_address(subject.client) : subject.of_thread->looked_up();
     for (int record = 0; record < client.records; ++record)
         if (complies(client.first))
             return true;
@@ -220,6 +222,19 @@ int kor::level_granted(const Kor_LogLevelRuleTable& table, const RuleSubject& su
     return best_level(
         table, subject.client, subject.application, subject.process, subject.session,
         [&subject](const Kor_LogLevelRule& rule) { return complies_with(rule, subject); });
+}
+
+int kor::level_granted_at_most(const Kor_LogLevelRuleTable& table, const RWCString& application, unsigned long process)
+{
+    const int count = usable(snapshot(table.ruleCount), Kor_LogLevelRuleTable::MAX_RULES);
+    int most = 0;
+    for (int i = 0; i < count; ++i)
+    {
+        const Kor_LogLevelRule rule = snapshot(table.rules[i]);
+        if (rule.LogLevel() > most && fits_application(rule, application.data()) && fits_process(rule, process))
+            most = rule.LogLevel();
+    }
+    return most;
 }
 
 bool kor::is_tracing()

@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "Kor/identity.h"
+#include "Kor/thread_client.h"
 #include "Kor_LogFile.h"
 #include "core/bounded_text.h"
 #include "core/headline.h"
@@ -59,8 +60,8 @@ Kor_LogMTVars::Kor_LogMTVars()
                                                                    "WARNING", "NOTICE", "INFO",     "DEBUG"},
       m_references(0), m_time_text{}, m_time_parts{}, m_time_length(0), m_time_taken_at(0), m_uses(0),
       m_seen_changes(0), m_seen_name(nullptr), m_seen_ip(nullptr), m_seen_session(0), m_seen_process(0),
-      m_seen_thread(0), m_has_client(false), m_client{}, m_origin{}, m_client_length(0), m_origin_length(0),
-      m_location_length(0)
+      m_seen_thread(0), m_seen_client(0), m_has_client(false), m_client{}, m_origin{}, m_client_length(0),
+      m_origin_length(0), m_location_length(0)
 {
     const kor::core::Zone zone = kor::core::zone_of_bias(bias_of_season());
     m_zone_sign = zone.sign;
@@ -116,12 +117,14 @@ void Kor_LogMTVars::restore(const Message& message) noexcept
     m_time_taken_at = message.time_taken_at;
 }
 
-/// Takes the process's texts over when they are not those that this thread saw last.
+/// Takes the process's texts and the thread's client over when they are not those that this thread saw last.
 void Kor_LogMTVars::look_at_identity() noexcept
 {
-    if (m_seen_changes == kor::identity_changes.load(std::memory_order_acquire) && m_seen_name == m_app_name &&
-        m_seen_ip == m_str_ip_address && m_seen_session == m_session_id && m_seen_process == m_proc_id &&
-        m_seen_thread == m_thread_id)
+    const kor::Client* const client = kor::threads_have_clients ? kor::thread_client() : nullptr;
+    const std::uint64_t client_number = client == nullptr ? 0 : client->number();
+    if (m_seen_client == client_number && m_seen_changes == kor::identity_changes.load(std::memory_order_acquire) &&
+        m_seen_name == m_app_name && m_seen_ip == m_str_ip_address && m_seen_session == m_session_id &&
+        m_seen_process == m_proc_id && m_seen_thread == m_thread_id)
         return;
     const OwnerLockGuard guard(kor::identity_lock);
     const bool readable = guard.held(); // if not, look again next time
@@ -131,7 +134,10 @@ void Kor_LogMTVars::look_at_identity() noexcept
     m_seen_session = m_session_id;
     m_seen_process = m_proc_id;
     m_seen_thread = m_thread_id;
-    m_has_client = readable && kor::core::write_client({m_client, CONTEXT_SIZE}, m_seen_ip, m_seen_session);
+    m_seen_client = client_number;
+    const Buffer room{m_client, CONTEXT_SIZE};
+    m_has_client = client != nullptr ? kor::core::write_client(room, client->address(), client->session())
+                                     : readable && kor::core::write_client(room, m_seen_ip, m_seen_session);
     m_client_length = m_has_client ? static_cast<std::uint32_t>(std::strlen(m_client)) : 0;
     const char* const name = readable && m_seen_name != nullptr ? m_seen_name : "(null)";
     m_origin_length =

@@ -13,10 +13,12 @@
 #include "Kor/configuration_folder.h"
 #include "Kor/diagnostics.h"
 #include "Kor/identity.h"
+#include "Kor/isolation.h"
 #include "Kor/kept_texts.h"
 #include "Kor/log_lock.h"
 #include "Kor/own_conf.h"
 #include "Kor/shared_name.h"
+#include "Kor/thread_client.h"
 #include "core/size_limit.h"
 #include "win/account.h"
 #include "win/append_file.h"
@@ -35,6 +37,8 @@ namespace
 bool truncation_enabled = true;
 
 char default_directory[] = "log";
+
+Kor_LogFile* newest_log = nullptr; // with identity_lock held
 } // namespace
 
 Kor_LogFile::Kor_LogFile(int, bool banners)
@@ -48,8 +52,14 @@ Kor_LogFile::Kor_LogFile(int, bool banners)
       m_seen_local_count(0), m_console_mode(false), m_size_exceeded(false),
       m_size_countdown(kor::core::FIRST_SIZE_COUNTDOWN), m_level_cache{}, m_debugger_destination(nullptr),
       m_destination_count(0), m_lock(nullptr), m_cache_generation(0),
-      m_append_file(new (std::nothrow) kor::win::AppendFile(m_file)), m_own_conf(nullptr), m_shared_stamp(nullptr)
+      m_append_file(new (std::nothrow) kor::win::AppendFile(m_file)), m_own_conf(nullptr), m_shared_stamp(nullptr),
+      m_generation(0), m_older_log(nullptr), m_isolation(nullptr), m_is_isolated(false)
 {
+    {
+        const OwnerLockGuard guard(kor::identity_lock);
+        m_older_log = std::exchange(newest_log, this);
+    }
+    forget_levels();
     if (kor::win::is_set("PRISMATE_TRUNC_SZT"))
         truncation_enabled = false;
     m_console_mode = kor::win::environment("PRISMATE_LOG_CONSOLE") == "1";
@@ -71,6 +81,8 @@ Kor_LogFile::Kor_LogFile(int, bool banners)
 
 Kor_LogFile::~Kor_LogFile()
 {
+    leave_list();
+    isolate(nullptr);
     if (m_banners)
         write_end_banner();
     close();
@@ -83,10 +95,31 @@ Kor_LogFile::~Kor_LogFile()
     m_shared_conf = nullptr;
     delete m_own_conf;
     m_own_conf = nullptr;
+    delete m_isolation;
+    m_isolation = nullptr;
     delete m_append_file;
     m_append_file = nullptr;
     delete m_lock;
     m_lock = nullptr;
+}
+
+void Kor_LogFile::leave_list() noexcept
+{
+    const OwnerLockGuard guard(kor::identity_lock);
+    Kor_LogFile** place = &newest_log;
+    while (*place != nullptr && *place != this)
+        place = &(*place)->m_older_log;
+    if (*place == this)
+        *place = m_older_log;
+}
+
+/// From now on all logs go by whom a thread works for.
+void Kor_LogFile::ask_by_client() noexcept
+{
+    kor::threads_have_clients = true;
+    const OwnerLockGuard guard(kor::identity_lock);
+    for (Kor_LogFile* log = newest_log; log != nullptr; log = log->m_older_log)
+        log->forget_levels();
 }
 
 /// Null when there is no memory for this thread's context: it stays silent, its host goes on.

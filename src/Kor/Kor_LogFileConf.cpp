@@ -16,12 +16,16 @@
 #include "Kor/configuration_folder.h"
 #include "Kor/diagnostics.h"
 #include "Kor/identity.h"
+#include "Kor/isolation.h"
 #include "Kor/own_conf.h"
+#include "Kor/package_names_file.h"
 #include "Kor/rule_check.h"
 #include "Kor/shared_conf.h"
 #include "Kor/shared_name.h"
+#include "Kor/thread_client.h"
 #include "Kor_LogFile.h"
 #include "core/logger_file.h"
+#include "core/package_names.h"
 #include "core/snapshot.h"
 #include "core/stream_source.h"
 #include "win/console.h"
@@ -188,17 +192,50 @@ RWCString copy_identity(char* const& text)
     return RWCString(guard.held() ? text : nullptr);
 }
 
-/// What a configuration's rules grant this process for a package.
-int level_of_rules(const Kor_LogConf& conf, int package)
+/// What a configuration's rules grant this process for a package and a client, null for the process's.
+int level_of_rules(const Kor_LogConf& conf, int package, kor::Client* client)
 {
     const Kor_LogLevelRuleTable& table = conf.ruleTables[package];
     if (!table.HasRules())
         return 0;
     return kor::level_granted(
-        table, {copy_identity(Kor_LogMTVars::m_str_ip_address), copy_identity(Kor_LogMTVars::m_app_name),
-                static_cast<unsigned long>(Kor_LogMTVars::m_proc_id),
-                static_cast<unsigned long>(Kor_LogMTVars::m_session_id)});
+        table,
+        {client == nullptr ? copy_identity(Kor_LogMTVars::m_str_ip_address) : RWCString(client->address()),
+         copy_identity(Kor_LogMTVars::m_app_name), static_cast<unsigned long>(Kor_LogMTVars::m_proc_id),
+         static_cast<unsigned long>(client == nullptr ? Kor_LogMTVars::m_session_id : client->session()), client});
 }
+
+/// The most that they grant it for any client.
+int highest_level_of_rules(const Kor_LogConf& conf, int package)
+{
+    const Kor_LogLevelRuleTable& table = conf.ruleTables[package];
+    if (!table.HasRules())
+        return 0;
+    return kor::level_granted_at_most(
+        table, copy_identity(Kor_LogMTVars::m_app_name), static_cast<unsigned long>(Kor_LogMTVars::m_proc_id));
+}
+
+/// The largest of a package's level and what level_of_rules tells of a log's configurations, null for none.
+template <class LevelOfRules>
+int largest_level(
+    const Kor_LogConf* used, const Kor_LogConf* local, int package, const LevelOfRules& level_of_rules) noexcept
+{
+    int level = used == nullptr ? Kor_LogConf::DEFAULT_LEVEL : used->GetPackageDefaultLogLevel(package);
+    try
+    {
+        if (used != nullptr)
+            level = std::max(level, level_of_rules(*used));
+        if (local != nullptr)
+            level = std::max(level, level_of_rules(*local));
+    }
+    catch (const std::bad_alloc&) // then without the rules, until the next change
+    {
+    }
+    return std::min(level, MAX_CACHED_LEVEL);
+}
+
+kor::win::OwnerLock level_lock;                // of a log's generation and what is kept for it
+std::atomic<std::uint64_t> last_generation{0}; // of any log
 } // namespace
 
 // Reading and writing the file ------------------------------------------------------------------------
@@ -227,6 +264,21 @@ int Kor_LogFile::ReadFile()
     const std::wstring path = kor::configuration_folder() + L"\\logger";
     Kor_LogConf* const conf = configuration();
     return conf == nullptr ? -1 : read_file(path.c_str(), *conf);
+}
+
+int Kor_LogFile::NamePackage(int package, const char* name)
+{
+    const KeptErrors kept;
+    if (!Kor_LogConf::IsPackageNoLegal(package) || name == nullptr || !kor::core::is_package_name(name))
+        return -1;
+    try
+    {
+        kor::keep_package_name(package, name);
+    }
+    catch (const std::bad_alloc&) // then it is not kept this time
+    {
+    }
+    return 0;
 }
 
 char** Kor_LogFile::ReadCommentsFromFile(const char* path)
@@ -439,7 +491,7 @@ int Kor_LogFile::WriteToSharedMemory()
 void Kor_LogFile::write_block()
 {
     Kor_LogConf* const used = configuration();
-    auto* const block = static_cast<Kor_LogConf*>(m_shared_view);
+    auto* const block = m_is_isolated ? nullptr : static_cast<Kor_LogConf*>(m_shared_view);
     if (used == nullptr)
         return;
     if (used != block)
@@ -518,6 +570,41 @@ unsigned long long Kor_LogFile::GetSharedChangeCount()
     return block == nullptr ? 0 : block->GetChangeCount();
 }
 
+// Isolation -------------------------------------------------------------------------------------------
+/// From now on the log goes by these contents alone, reads no file and joins no block when it is opened, and hands
+/// messages to its destinations only; null: as before. For one thread at a time. False when there is no memory.
+bool Kor_LogFile::isolate(const Kor_LogConf* contents) noexcept
+{
+    if (contents == nullptr)
+    {
+        if (!m_is_isolated)
+            return true;
+        m_conf = m_isolation->used;
+        m_shared_conf = m_isolation->shared;
+        m_shared_stamp = m_isolation->stamp;
+        m_conf_initialised = m_isolation->was_initialised;
+        m_is_isolated = false;
+        note_context_change();
+        return true;
+    }
+    if (m_isolation == nullptr)
+        m_isolation = new (std::nothrow) kor::Isolation;
+    if (m_isolation == nullptr)
+        return false;
+    Kor_LogConf& conf = m_isolation->conf;
+    kor::copy_all_but_stamp(conf, *contents);
+    conf.GenerateChangeCount();
+    if (!m_is_isolated.exchange(true))
+    {
+        m_isolation->was_initialised = m_conf_initialised.exchange(true);
+        m_isolation->stamp = m_shared_stamp.exchange(&conf.changeCount);
+        m_isolation->shared = m_shared_conf.exchange(&conf);
+        m_isolation->used = m_conf.exchange(&conf);
+    }
+    note_context_change();
+    return true;
+}
+
 // Levels ----------------------------------------------------------------------------------------------
 const Kor_LogConf* Kor_LogFile::GetConf() { return configuration(); }
 
@@ -551,7 +638,7 @@ Kor_LogConf* Kor_LogFile::GetLocalConf() { return m_local_conf; }
 void Kor_LogFile::SetLocalConf(Kor_LogConf* conf)
 {
     m_local_conf = conf;
-    m_cache_generation.fetch_add(0x100);
+    forget_levels();
 }
 
 int Kor_LogFile::SetCustomLogLevel(Kor_LogConf::Output output, int package, int level, bool publish_it)
@@ -585,9 +672,34 @@ bool Kor_LogFile::IsCacheTableUpToDate()
 
 void Kor_LogFile::ClearCacheTable()
 {
-    m_cache_generation.fetch_add(0x100);
+    forget_levels();
     for (auto& entry : m_level_cache)
         entry.store(0, std::memory_order_relaxed);
+}
+
+/// No level that was found before counts any more.
+void Kor_LogFile::forget_levels() noexcept
+{
+    constexpr unsigned int ONE = 0x100; // the low byte is a level's
+    const OwnerLockGuard guard(level_lock);
+    const auto next = static_cast<std::uint16_t>(m_cache_generation + ONE);
+    if (next == 0) // which entries from long ago have as well
+        for (auto& entry : m_level_cache)
+            entry.store(0, std::memory_order_relaxed);
+    m_generation = ++last_generation;
+    m_cache_generation = next;
+}
+
+/// For the checks that come, unless it is out of date: the generation in the entry alone comes back after 256 changes,
+/// which a thread that is held up between looking and storing can miss.
+void Kor_LogFile::keep_level(int package, std::uint64_t generation, int level) noexcept
+{
+    const kor::win::ThreadMark thread = kor::win::current_thread_mark();
+    if (!level_lock.try_lock(thread)) // then the next check finds it
+        return;
+    if (m_generation == generation)
+        m_level_cache[package].store(static_cast<std::uint16_t>(m_cache_generation | level), std::memory_order_relaxed);
+    level_lock.unlock(thread);
 }
 
 void Kor_LogFile::UpdateCacheFromSharedMem(int package) { current_level(package); }
@@ -599,6 +711,8 @@ int Kor_LogFile::current_level(int package) noexcept
         return Kor_LogConf::DEFAULT_LEVEL;
     if (!IsCacheTableUpToDate())
         return refresh_level(package);
+    if (kor::threads_have_clients.load(std::memory_order_relaxed))
+        return level_of_thread(package);
     // Only now, or the entry might be older than the stamp that was just found to be the latest.
     const unsigned int generation = m_cache_generation.load(std::memory_order_relaxed);
     const unsigned int level = m_level_cache[package].load(std::memory_order_relaxed) ^ generation;
@@ -613,10 +727,38 @@ int Kor_LogFile::refresh_level(int package) noexcept
         return Kor_LogConf::DEFAULT_LEVEL;
     if (!IsCacheTableUpToDate())
         rebuild_cache(package);
-    const std::uint16_t generation = m_cache_generation;
+    // Before the question by whom the levels go: when that changes, so does this.
+    const std::uint64_t generation = m_generation;
+    if (kor::threads_have_clients)
+        return find_level_of_thread(package, generation, kor::thread_client());
     const int level = effective_level(package);
     KOR_TRACE("Package %d Log level set to %d\n", package, level);
-    m_level_cache[package].store(static_cast<std::uint16_t>(generation | level), std::memory_order_relaxed);
+    keep_level(package, generation, level);
+    return level;
+}
+
+/// The level in force for whom the calling thread works for.
+int Kor_LogFile::level_of_thread(int package) noexcept
+{
+    const std::uint64_t generation = m_generation;
+    kor::Client* const client = kor::thread_client();
+    const kor::KnownLevels& levels = client == nullptr ? kor::process_levels : client->levels();
+    const int level = levels.find(package, generation);
+    const unsigned int highest =
+        m_level_cache[package].load(std::memory_order_relaxed) ^ m_cache_generation.load(std::memory_order_relaxed);
+    if (level != kor::KnownLevels::UNKNOWN && highest - 1 < 255)
+        return level;
+    const KeptErrors kept;
+    return find_level_of_thread(package, generation, client);
+}
+
+int Kor_LogFile::find_level_of_thread(int package, std::uint64_t generation, kor::Client* client) noexcept
+{
+    keep_level(package, generation, highest_level(package));
+    const int level = effective_level_for(package, client);
+    KOR_TRACE("Package %d Log level set to %d\n", package, level);
+    kor::KnownLevels& levels = client == nullptr ? kor::process_levels : client->levels();
+    levels.keep(package, generation, level);
     return level;
 }
 
@@ -637,21 +779,20 @@ void Kor_LogFile::rebuild_cache(int package)
 }
 
 /// The largest of the package's level and those of the rules that fit this process as it is now.
-int Kor_LogFile::effective_level(int package) noexcept
+int Kor_LogFile::effective_level(int package) noexcept { return effective_level_for(package, nullptr); }
+
+/// The same for a client or, if null, the process's own.
+int Kor_LogFile::effective_level_for(int package, kor::Client* client) noexcept
 {
-    const Kor_LogConf* const used = m_conf;
-    int level = used == nullptr ? Kor_LogConf::DEFAULT_LEVEL : used->GetPackageDefaultLogLevel(package);
-    try
-    {
-        if (used != nullptr)
-            level = std::max(level, level_of_rules(*used, package));
-        if (const Kor_LogConf* const local = m_local_conf)
-            level = std::max(level, level_of_rules(*local, package));
-    }
-    catch (const std::bad_alloc&) // then without the rules, until the next change
-    {
-    }
-    return std::min(level, MAX_CACHED_LEVEL);
+    return largest_level(
+        m_conf, m_local_conf, package, [=](const Kor_LogConf& conf) { return level_of_rules(conf, package, client); });
+}
+
+/// The largest that effective_level_for can have for any client.
+int Kor_LogFile::highest_level(int package) noexcept
+{
+    return largest_level(
+        m_conf, m_local_conf, package, [=](const Kor_LogConf& conf) { return highest_level_of_rules(conf, package); });
 }
 
 int Kor_LogFile::CheckMsgLevel(long code, int level)

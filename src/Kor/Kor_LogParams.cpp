@@ -99,5 +99,5 @@ void Kor_LogFile::SetThreadName(const char* name)
 void Kor_LogFile::note_context_change() noexcept
 {
     m_context_changed = true;
-    m_cache_generation.fetch_add(0x100);
+    forget_levels();
 }

@@ -268,6 +268,8 @@ void Kor_LogFile::send_text(Kor_LogMTVarsPtr vars, const Line& line)
 
 void Kor_LogFile::write_output(Kor_LogMTVars& vars, const Line& line)
 {
+    if (m_is_isolated.load(std::memory_order_relaxed))
+        return;
     const Kor_LogConf* const conf = m_conf;
     int output = conf == nullptr ? static_cast<int>(Kor_LogConf::OUTPUT_STDERR) : conf->GetOutput();
     if (output == Kor_LogConf::OUTPUT_PRIVATE_FILE)

@@ -14,7 +14,9 @@
 #include <string_view>
 #include <utility>
 
+#include "Kor/thread_client.h"
 #include "core/bounded_text.h"
+#include "core/headline.h"
 #include "core/message.h"
 #include "core/monitor_line.h"
 #include "general_log.h"
@@ -513,6 +515,8 @@ int Kor_PerfmonLogFile::output() const noexcept
 
 int Kor_PerfmonLogFile::SendLog(int noHeadline, const char* format, char* args)
 {
+    if (KorGLog.m_is_isolated)
+        return 0;
     const KeptErrors kept;
     const Kor_PerfmonLogMTVars* const params = find_params();
     if (params == nullptr)
@@ -554,6 +558,34 @@ void set_colour_of_level(int level) noexcept
         kor::win::set_console_colour(kor::win::BRIGHT_GREEN);
 }
 
+/// What stands in the place of the context: the text that was set and, behind it, whom the thread works for.
+class Context
+{
+public:
+    explicit Context(const char* text) noexcept
+    {
+        const std::string_view set(text == nullptr ? "" : text);
+        const kor::Client* const client = kor::threads_have_clients ? kor::thread_client() : nullptr;
+        char own[Kor_LogMTVars::CONTEXT_SIZE];
+        if (client == nullptr || !kor::core::write_client({own, sizeof own}, client->address(), client->session()))
+        {
+            m_text = set;
+            return;
+        }
+        BoundedText both(m_both, sizeof m_both);
+        both.add(set).add(' ').add(std::string_view(own)).finish();
+        m_text = m_both;
+    }
+    Context(const Context&) = delete;
+    Context& operator=(const Context&) = delete;
+
+    std::string_view text() const noexcept { return m_text; }
+
+private:
+    char m_both[LINE_SIZE];
+    std::string_view m_text;
+};
+
 kor::core::LocalTime local_time() noexcept
 {
     const SYSTEMTIME now = kor::win::local_system_time();
@@ -576,7 +608,7 @@ void Kor_PerfmonLogFile::write_line(
         const OptionalGuard guard(m_lock); // of the application's name and the context
         kor::core::add_monitor_headline(
             text, {time, params.m_level, m_app_name == nullptr ? "" : m_app_name, m_process_id, ::GetCurrentThreadId(),
-                   m_context == nullptr ? "" : m_context});
+                   Context(m_context).text()});
     }
     const int length = text.add(std::string_view(message.text())).finish();
     const std::string_view whole(line, length < 0 ? LINE_SIZE - 1 : static_cast<std::size_t>(length));
@@ -610,7 +642,7 @@ int Kor_PerfmonLogFile::PrintToSyslog(int noHeadline, const char* format, char* 
     BoundedText text(line, sizeof line);
     {
         const OptionalGuard guard(m_lock);
-        text.add(std::string_view(m_context == nullptr ? "" : m_context));
+        text.add(Context(m_context).text());
     }
     text.add(": =").add(std::string_view(message.text())).finish();
     report(line, params->m_level, params->m_package);

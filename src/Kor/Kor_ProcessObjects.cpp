@@ -14,6 +14,7 @@
 #include "Kor/identity.h"
 #include "Kor/kept_texts.h"
 #include "Kor/shared_name.h"
+#include "Kor/thread_client.h"
 #include "Kor_Error.h"
 #include "Kor_LogFile.h"
 #include "Kor_PerfmonLogFile.h"
@@ -76,6 +77,9 @@ kor::win::OwnerLock kor::identity_lock;
 std::atomic<std::uint32_t> kor::identity_changes{1};
 std::atomic<std::uint32_t> kor::client_changes{1};
 kor::KnownClient kor::known_client;
+std::atomic<bool> kor::threads_have_clients{false};
+kor::KnownLevels kor::process_levels;
+kor::Clients kor::clients;
 const char* kor::shared_block_name = nullptr;
 
 char* Kor_LogMTVars::m_app_name = nullptr;

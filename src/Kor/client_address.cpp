@@ -7,11 +7,9 @@
 
 using kor::win::OwnerLockGuard;
 
-namespace
+kor::ClientAddress kor::look_up_client(const RWCString& text)
 {
-kor::ClientAddress look_up(const RWCString& text)
-{
-    kor::ClientAddress found;
+    ClientAddress found;
     addrinfo* const list = Kor_LogLevelRule().get_address_information(text);
     const kor::win::AddressList owner(list);
     if (list != nullptr)
@@ -20,7 +18,6 @@ kor::ClientAddress look_up(const RWCString& text)
         ++found.records;
     return found;
 }
-} // namespace
 
 kor::ClientAddress kor::client_address(const RWCString& text)
 {
@@ -31,7 +28,7 @@ kor::ClientAddress kor::client_address(const RWCString& text)
         if (guard.held() && known_client.changes == changes && known_client.text == text)
             return known_client.address;
     }
-    const ClientAddress address = look_up(text);
+    const ClientAddress address = look_up_client(text);
     KnownClient known{changes, text, address};
     const OwnerLockGuard guard(identity_lock);
     if (guard.held() && client_changes == changes) // else the client is another by now

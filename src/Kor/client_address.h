@@ -22,6 +22,9 @@ struct ClientAddress
 /// Threads that ask at the same moment may each look it up. Throws std::bad_alloc.
 ClientAddress client_address(const RWCString& text);
 
+/// What a name or an address as text stands for. Throws std::bad_alloc.
+ClientAddress look_up_client(const RWCString& text);
+
 /// Grows, with identity_lock held, with each SetIP.
 extern std::atomic<std::uint32_t> client_changes;
 

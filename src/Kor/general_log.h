@@ -4,13 +4,14 @@
 #define KOR_GENERAL_LOG_H
 
 #include "Kor_LogFile.h"
+#include "Kor_LogLevel.h"
 
 namespace kor
 {
 // Levels of those lines.
-constexpr int LEVEL_ERROR = 3;
-constexpr int LEVEL_WARNING = 4;
-constexpr int LEVEL_DEBUG = 7;
+constexpr int LEVEL_ERROR = KOR_LEVEL_ERROR;
+constexpr int LEVEL_WARNING = KOR_LEVEL_WARNING;
+constexpr int LEVEL_DEBUG = KOR_LEVEL_DEBUG;
 } // namespace kor
 
 /// Writes a line, if its level is wanted, as one of the function `function` in the source `file`. A macro, so that

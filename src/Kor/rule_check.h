@@ -7,6 +7,8 @@
 
 namespace kor
 {
+class Client;
+
 /// Whom rules are asked about.
 struct RuleSubject
 {
@@ -14,6 +16,7 @@ struct RuleSubject
     RWCString application;
     unsigned long process;
     unsigned long session;
+    Client* of_thread = nullptr; ///< whose name client is; null: the process's
 };
 
 /// The largest level of the rules that comply, 0 when none does: what Kor_LogLevelRuleTable::GetLogLevel gives, with
@@ -21,6 +24,9 @@ struct RuleSubject
 /// where it cannot change the answer: for a rule that something else rules out, and for one without addresses when the
 /// client is given by an address.
 int level_granted(const Kor_LogLevelRuleTable& table, const RuleSubject& subject);
+
+/// The largest level that level_granted can have for any client and session, 0 when no rule is left.
+int level_granted_at_most(const Kor_LogLevelRuleTable& table, const RWCString& application, unsigned long process);
 } // namespace kor
 
 #endif // KOR_RULE_CHECK_H

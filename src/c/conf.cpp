@@ -8,6 +8,7 @@
 
 #include "Kor_LogFile.h"
 #include "c/c_texts.h"
+#include "c/log_access.h"
 
 using kor::c::contained;
 using kor::c::give;
@@ -126,6 +127,23 @@ lum_conf* lum_conf_current(void)
                 conf->conf = *used;
             return conf.release();
         });
+}
+
+int lum_name_package(int package, const char* name)
+{
+    return contained(LUM_FAILED, [=] { return Kor_LogFile::NamePackage(package, name); });
+}
+
+lum_conf* lum_conf_default(void)
+{
+    return contained(static_cast<lum_conf*>(nullptr), [] { return new lum_conf; });
+}
+
+int lum_isolate(const lum_conf* conf)
+{
+    return contained(
+        LUM_FAILED, [=]
+        { return Kor_LogFileForC::isolate(KorGLog, conf == nullptr ? nullptr : &conf->conf) ? LUM_OK : LUM_FAILED; });
 }
 
 void lum_conf_free(lum_conf* conf)

@@ -2,13 +2,14 @@
 
 #include <windows.h>
 
-#include <atomic>
 #include <cstddef>
 #include <string>
 
 #include "Kor/identity.h"
+#include "Kor/thread_client.h"
 #include "Kor_LogFile.h"
 #include "c/c_texts.h"
+#include "c/log_access.h"
 #include "win/owned.h"
 
 using kor::c::contained;
@@ -17,36 +18,6 @@ using kor::c::give;
 using kor::c::name_of;
 using kor::c::NarrowName;
 using kor::c::text_of;
-
-/// What the functions here need of a log's inside.
-struct Kor_LogFileForC
-{
-    template <class Value, class Member>
-    static const volatile Value* place(const Member& member) noexcept
-    {
-        static_assert(sizeof(Value) == sizeof(Member) && std::atomic<Value>::is_always_lock_free);
-        return reinterpret_cast<const volatile Value*>(&member);
-    }
-
-    /// Where a log keeps what decides that a message is not wanted.
-    static lum_gate of(const Kor_LogFile& log) noexcept
-    {
-        return {
-            sizeof(lum_gate),
-            PACKAGE_COUNT,
-            reinterpret_cast<const char* const volatile*>(&log.m_shared_conf),
-            place<lum_uint64>(log.m_seen_count),
-            reinterpret_cast<const void* const volatile*>(&log.m_local_conf),
-            place<unsigned short>(log.m_cache_generation),
-            place<unsigned short>(log.m_level_cache[0])};
-    }
-
-    static int open_without_file(Kor_LogFile& log, const char* app_name, bool banners)
-    {
-        log.m_banners = banners;
-        return log.Open(app_name);
-    }
-};
 
 const lum_gate lum_process_gate = Kor_LogFileForC::of(KorGLog);
 
@@ -132,7 +103,7 @@ const lum_gate* lum_get_gate(void) { return &lum_process_gate; }
 
 int lum_wants(int level, int package)
 {
-    return KorGLog.IsRejected(level, package) || level > lum_level(package) ? 0 : 1;
+    return !KorGLog.IsRejected(level, package) && KorGLog.IsWanted(level, package) ? 1 : 0;
 }
 
 int lum_level(int package)
@@ -220,6 +191,30 @@ size_t lum_client(char* buffer, size_t size, int* session)
             return give(guard.held() ? name_of(Kor_LogMTVars::m_str_ip_address) : "", buffer, size);
         });
 }
+
+namespace
+{
+/// The two names of one thing: what a reference holds is a client of the library.
+kor::Client* client_of(const lum_client_ref* client) noexcept
+{
+    return reinterpret_cast<kor::Client*>(const_cast<lum_client_ref*>(client));
+}
+} // namespace
+
+lum_uint64 lum_client_enter(const char* ip, int session) { return kor::enter_client(ip, session); }
+
+void lum_client_leave(lum_uint64 entry) { kor::leave_client(entry); }
+
+lum_client_ref* lum_client_current(void)
+{
+    kor::Client* const client = kor::thread_client();
+    kor::hold(client);
+    return reinterpret_cast<lum_client_ref*>(client);
+}
+
+lum_uint64 lum_client_enter_ref(const lum_client_ref* client) { return kor::enter_client(client_of(client)); }
+
+void lum_client_ref_free(lum_client_ref* client) { kor::release(client_of(client)); }
 
 void lum_set_thread_name(const char* name)
 {

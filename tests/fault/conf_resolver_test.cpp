@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "Kor_ClientScope.h"
 #include "Kor_LogFile.h"
 #include "bounded.h"
 #include "captured_stream.h"
@@ -26,6 +27,7 @@
 
 KOR_IMPORT(getaddrinfo);
 KOR_IMPORT(freeaddrinfo);
+KOR_IMPORT(GetTickCount64);
 KOR_IMPORT(getnameinfo);
 KOR_IMPORT(inet_ntoa);
 
@@ -490,6 +492,95 @@ TEST(ConfClient, TheTraceOfACheckIsTheSameWithAKnownAddress)
                                                "SetIP: Log Context changed to [(null) [0]]\n");
 }
 
+// A thread's client ---------------------------------------------------------------------------------
+
+namespace
+{
+constexpr ULONGLONG MINUTE_MS = 60'000;
+
+/// The level of package 3 for a client, in a scope of its own.
+int level_for(LogOfAClient& host, const char* client)
+{
+    const Kor_ClientScope scope(client);
+    return host.level(3);
+}
+} // namespace
+
+TEST(ConfThreadClient, ANameIsLookedUpOnceForAllScopesOfAMinute)
+{
+    LogOfAClient host("Album 3 4 " + ten_rules(7) + "\n");
+    ULONGLONG now = 1'000'000;
+    const Hook<GetTickCount64Import> clock([&now]() -> ULONGLONG { return now; });
+    Resolver resolver(THREE);
+    ASSERT_TRUE(clock.installed() && resolver.installed());
+    EXPECT_EQ(level_for(host, "reader.example"), 7);
+    now += MINUTE_MS;
+    host.log().ClearCacheTable();
+    EXPECT_EQ(level_for(host, "reader.example"), 7);
+    EXPECT_EQ(resolver.nodes, (std::vector<std::string>{"reader.example"}));
+    now += 1;
+    {
+        const Kor_ClientScope scope("reader.example"); // nobody was in one: it may have another address by now
+        EXPECT_EQ(level_for(host, "reader.example"), 7);
+        EXPECT_EQ(resolver.lookups(), 2);
+        now += MINUTE_MS + 1;
+        EXPECT_EQ(level_for(host, "reader.example"), 7);
+        EXPECT_EQ(resolver.lookups(), 2);
+    }
+    EXPECT_EQ(resolver.unreleased(), 0);
+}
+
+TEST(ConfThreadClient, AnotherAddressOfANameCountsWhenItIsLookedUpAgain)
+{
+    LogOfAClient host("Album 3 4 [(7;10.1.2.3)]\n");
+    ULONGLONG now = 1'000'000;
+    const Hook<GetTickCount64Import> clock([&now]() -> ULONGLONG { return now; });
+    {
+        const Resolver resolver(THREE);
+        EXPECT_EQ(level_for(host, "reader.example"), 7);
+    }
+    const Resolver resolver({{10, 1, 2, 4}});
+    EXPECT_EQ(level_for(host, "reader.example"), 7);
+    now += MINUTE_MS + 1;
+    EXPECT_EQ(level_for(host, "reader.example"), 4);
+}
+
+TEST(ConfThreadClient, ANameThatDoesNotResolveIsNotAskedForAgainAtEachScope)
+{
+    LogOfAClient host("Album 3 4 " + ten_rules(7) + "\n");
+    Resolver resolver({}, 11001);
+    EXPECT_EQ(
+        printed_by(
+            [&]
+            {
+                for (int i = 0; i < 100; ++i)
+                    EXPECT_EQ(level_for(host, "nohost"), 4);
+            }),
+        "getaddrinfo for ip nohost, failed with error: 11001\n");
+    EXPECT_EQ(resolver.lookups(), 1);
+}
+
+TEST(ConfThreadClient, AnAddressIsLookedUpOnceForGood)
+{
+    LogOfAClient host("Album 3 4 " + ten_rules(7) + "\n");
+    ULONGLONG now = 1'000'000;
+    const Hook<GetTickCount64Import> clock([&now]() -> ULONGLONG { return now; });
+    Resolver resolver(THREE);
+    EXPECT_EQ(level_for(host, "10.1.2.3"), 7);
+    now += 100 * MINUTE_MS;
+    EXPECT_EQ(level_for(host, "10.1.2.3"), 7);
+    EXPECT_EQ(resolver.lookups(), 1);
+}
+
+TEST(ConfThreadClient, NothingIsLookedUpForARuleWithoutAddresses)
+{
+    LogOfAClient host("Album 3 4 [(7;;;" + std::to_string(::GetCurrentProcessId()) + ")]\n");
+    Resolver resolver({}, 11001);
+    EXPECT_EQ(level_for(host, "192.0.2.7"), 7);
+    EXPECT_EQ(level_for(host, nullptr), 7);
+    EXPECT_EQ(resolver.lookups(), 0);
+}
+
 // A change while a level is being computed ----------------------------------------------------------
 
 namespace
@@ -606,6 +697,25 @@ TEST(ConfCacheRace, ALevelFromBeforeTheCacheWasClearedIsNotKept)
     check.log().ClearCacheTable();
     check.finish();
     EXPECT_EQ(check.log().GetLogLevel(30000), 2);
+}
+
+// The generation that stands in a cached level comes back after 256 changes.
+TEST(ConfCacheRace, ALevelFromBefore256ChangesIsNotKept)
+{
+    InterruptedCheck check("Net 3 7 [(1;10.0.0.0)]\n");
+    check.conf().packageLevels[3] = 2; // without a stamp
+    for (int changes = 0; changes < 256; ++changes)
+        check.log().ClearCacheTable();
+    check.finish();
+    EXPECT_EQ(check.log().GetLogLevel(30000), 2);
+}
+
+TEST(ConfCacheRace, ALevelFromBeforeTheFirstScopeIsNotKept)
+{
+    InterruptedCheck check("Net 3 4 [(7;192.0.2.7)]\n");
+    const Kor_ClientScope scope(nullptr); // from here on levels are the client's
+    check.finish();
+    EXPECT_FALSE(check.log().IsRejected(7, 3)); // as there is one who wants it
 }
 
 TEST(ConfCacheRace, ALevelRaisedByALocalConfigurationThatIsGoneIsNotKept)

@@ -5,6 +5,7 @@
 
 #include <string>
 
+#include "child.h"
 #include "level_sync.h"
 
 using ::testing::HasSubstr;
@@ -115,6 +116,24 @@ TEST(LevelSyncStatus, ListsPackagesByNumberNameAndComment)
     const Ran none = site.run("list nothing");
     EXPECT_EQ(none.exit_code, 1);
     EXPECT_THAT(none.out, HasSubstr("LevelSync list shows all that have a name."));
+}
+
+TEST(LevelSyncStatus, PackagesThatOnlyProgramsNameAreListedAndCanBeSetByThatName)
+{
+    const Site site;
+    write_file(
+        site.path("logger.packages"), "310 Pages viewer.exe\n350 Printer archive.exe\n350 Printer viewer.exe\n"
+                                      "351 Scanner viewer.exe\n351 Camera zoom.exe\nno line\n");
+    EXPECT_EQ(
+        site.run("list 310 350 351").out, "310  Reader   5 notice   // reads the text\n"
+                                          "350  Printer  4 warning  so called by archive.exe and viewer.exe\n"
+                                          "351  Scanner  4 warning  so called by viewer.exe\n");
+    EXPECT_THAT(site.run("list").out, HasSubstr("350  Printer"));
+    const Ran set = site.run("set printer debug");
+    EXPECT_EQ(set.exit_code, 0) << set;
+    EXPECT_THAT(site.logger(), HasSubstr("Printer"));
+    EXPECT_THAT(site.run("list printer").out, HasSubstr("350  Printer  7 debug"));
+    EXPECT_EQ(site.run("list camera").exit_code, 1);
 }
 
 TEST(LevelSyncStatus, WatchTellsEachChangeAsItComes)

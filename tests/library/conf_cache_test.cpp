@@ -292,6 +292,24 @@ TEST(ConfCache, ACustomLevelMaySetTheOutputToo)
     EXPECT_EQ(log.level(3), 5);
 }
 
+// The generation that stands in a cached level comes back after 256 changes.
+TEST(ConfCache, ALevelFromLongAgoDoesNotComeBackWithItsGeneration)
+{
+    const FileLog log("Net 3 4 [(7;10.0.0.0)]\n");
+    for (int changes = 250; changes <= 260; ++changes)
+    {
+        log->SetIP(nullptr);
+        EXPECT_EQ(log.level(3), 4);
+        EXPECT_TRUE(log->IsRejected(7, 3));
+        for (int i = 0; i < changes; ++i)
+        {
+            log->SetIP("10.1.2.3");
+            ASSERT_FALSE(log->IsRejected(7, 3)) << changes << ' ' << i;
+        }
+    }
+    log->SetIP(nullptr);
+}
+
 // Several threads -----------------------------------------------------------------------------------
 
 namespace

@@ -199,7 +199,7 @@ public:
             require_readable(running);
         const LevelFile file(bytes);
         require_readable(file);
-        Editor editor(bytes, running.conf.get());
+        Editor editor(m_tool.folder, bytes, running.conf.get());
         editing(editor, history);
         Outcome outcome;
         outcome.lines = editor.lines();
@@ -300,7 +300,10 @@ void add_change_options(Options& options, ChangeOptions& change)
     options.add_flag("!--no-publish", change.is_published, "Change the file alone");
 }
 
-Editor::Editor(std::string bytes, const Kor_LogConf* running) : m_file(std::move(bytes)), m_names(&m_file, running) {}
+Editor::Editor(const Folder& folder, std::string bytes, const Kor_LogConf* running)
+    : m_file(std::move(bytes)), m_names(folder, &m_file, running)
+{
+}
 
 void Editor::apply(const LevelEdit& edit, int what)
 {

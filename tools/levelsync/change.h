@@ -22,7 +22,7 @@ namespace levelsync
 class Editor
 {
 public:
-    Editor(std::string bytes, const Kor_LogConf* running);
+    Editor(const Folder& folder, std::string bytes, const Kor_LogConf* running);
 
     const kor::core::LevelFile& file() const noexcept { return m_file; }
     const PackageNames& names() const noexcept { return m_names; }

@@ -134,7 +134,7 @@ std::vector<int> packages_of(const Tool& tool, const std::vector<std::string>& w
     if (std::optional<std::string> bytes = read_whole(tool.folder.file))
         file.emplace(std::move(*bytes));
     const Running running = read_running();
-    const PackageNames names(file ? &*file : nullptr, running.conf.get());
+    const PackageNames names(tool.folder, file ? &*file : nullptr, running.conf.get());
     for (const std::string& word : words)
         for (const int package : names.find(word))
             packages.push_back(package);

@@ -2,9 +2,12 @@
 
 #include <algorithm>
 
+#include "Kor/package_names_file.h"
 #include "core/fixed_text.h"
 #include "core/numbers.h"
+#include "core/package_names.h"
 #include "failure.h"
+#include "file.h"
 #include "text.h"
 
 namespace levelsync
@@ -21,18 +24,46 @@ bool is_number(const std::string& word)
 std::string with_number(const std::string& name, int package) { return name + " (" + std::to_string(package) + ")"; }
 } // namespace
 
-PackageNames::PackageNames(const kor::core::LevelFile* file, const Kor_LogConf* running)
+PackageNames::PackageNames(const Folder& folder, const kor::core::LevelFile* file, const Kor_LogConf* running)
 {
+    add_from_programs(folder.name(kor::PACKAGE_NAMES_FILE));
     for (int package = 0; running != nullptr && package < PACKAGE_COUNT; ++package)
     {
         const std::string_view name = kor::core::bounded(running->packageNames[package]);
-        if (!name.empty())
-            m_names[package] = shown(name);
+        if (name.empty())
+            continue;
+        m_names[package] = shown(name);
+        m_programs.erase(package);
     }
     if (file == nullptr)
         return;
     for (const auto& [number, package] : file->packages())
+    {
         m_names[number] = shown(package.name.substr(0, Kor_LogConf::PACKAGE_NAME_SIZE - 1));
+        m_programs.erase(number);
+    }
+}
+
+void PackageNames::add_from_programs(const std::wstring& path)
+{
+    const auto bytes = read_whole(path);
+    if (!bytes)
+        return;
+    const kor::core::NamedPackages named(*bytes, PACKAGE_COUNT);
+    for (const auto& [key, name] : named.all())
+    {
+        std::string& known = m_names[key.first];
+        if (known.empty())
+            known = shown(name);
+        if (known == shown(name)) // of two that call it different things, the first
+            m_programs[key.first].push_back(shown(key.second));
+    }
+}
+
+std::string PackageNames::programs(int package) const
+{
+    const auto found = m_programs.find(package);
+    return found == m_programs.end() ? std::string() : joined(found->second);
 }
 
 const std::string& PackageNames::of(int package) const

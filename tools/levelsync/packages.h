@@ -9,17 +9,22 @@
 
 #include "conf.h"
 #include "core/level_file.h"
+#include "tool.h"
 
 namespace levelsync
 {
-/// What packages are called: by the file, and by what runs where the file has no name for one. As they can be shown.
+/// What packages are called: by the file, by what runs where the file has no name for one, and by programs where that has
+/// none either. As they can be shown.
 class PackageNames
 {
 public:
-    PackageNames(const kor::core::LevelFile* file, const Kor_LogConf* running);
+    PackageNames(const Folder& folder, const kor::core::LevelFile* file, const Kor_LogConf* running);
 
     /// Empty for a package without one.
     const std::string& of(int package) const;
+
+    /// The programs that call a package as of() does, where only programs do; empty for others. "viewer.exe and archive.exe"
+    std::string programs(int package) const;
 
     /// "Replay", or "package 320".
     std::string text(int package) const;
@@ -31,7 +36,10 @@ public:
     std::vector<int> find(const std::string& word) const;
 
 private:
+    void add_from_programs(const std::wstring& path);
+
     std::map<int, std::string> m_names;
+    std::map<int, std::vector<std::string>> m_programs;
 };
 } // namespace levelsync
 

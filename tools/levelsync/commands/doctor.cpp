@@ -111,7 +111,7 @@ public:
         if (!m_sight.running.conf)
             return;
         const Kor_LogConf& conf = *m_sight.running.conf;
-        const PackageNames names(m_sight.file ? &*m_sight.file : nullptr, &conf);
+        const PackageNames names(m_sight.folder, m_sight.file ? &*m_sight.file : nullptr, &conf);
         bool works_for_them = m_sight.hosts.hosts.empty();
         for (const int package : names.find(word))
             for (const Host& host : m_sight.hosts.hosts)

@@ -130,7 +130,7 @@ public:
         const Conf from_file = running.conf ? nullptr : read_conf(tool.folder.file);
         const Kor_LogConf& conf = running.conf ? *running.conf : *from_file;
         const kor::core::LevelFile file(bytes.value_or(std::string()));
-        const PackageNames names(&file, running.conf.get());
+        const PackageNames names(tool.folder, &file, running.conf.get());
         const Subject subject = find_subject(tool);
         Json answers = Json::array();
         for (const int package : packages(names))

@@ -52,6 +52,9 @@ Row row_of(const Kor_LogConf& conf, const PackageNames& names, const kor::core::
     Row row{package, names.of(package), conf.packageLevels[package], {}, comment_of(file, package)};
     for (const Kor_LogLevelRule* const rule : rules_of(conf, package))
         row.rules.push_back(std::to_string(rule->logLevel) + " for " + whom_text(*rule));
+    const std::string programs = names.programs(package);
+    if (row.comment.empty() && !programs.empty())
+        row.comment = "so called by " + programs;
     return row;
 }
 
@@ -79,7 +82,7 @@ public:
         const kor::core::LevelFile file(bytes.value_or(std::string()));
         const Conf from_file = running.conf ? nullptr : read_conf(tool.folder.file);
         const Kor_LogConf& conf = running.conf ? *running.conf : *from_file;
-        const PackageNames names(&file, running.conf.get());
+        const PackageNames names(tool.folder, &file, running.conf.get());
         std::vector<Row> rows;
         for (int package = 0; package < PACKAGE_COUNT; ++package)
         {
