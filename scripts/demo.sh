@@ -242,7 +242,7 @@ show_pool()
     level_sync set client debug --client "$problem"
     wait_until 30 has_debug_lines pool 330 30 || fail "The change did not reach the server within 30 seconds."
     say
-    say "    The first debug lines. A request begins on one thread and ends on another:"
+    say "    The first debug lines. A request may begin on one thread and end on another:"
     grep -E '^[0-9].{28} DEBUG' "$logs/pool.log" | head -n 6 | show_lines || true
     say
     say "    And off again:"
