@@ -407,15 +407,19 @@ TEST_F(ClientScope, AnOuterScopeThatEndsFirstEndsTheInnerOnesToo)
 
 TEST_F(ClientScope, AScopeThatEndsOnAnotherThreadDoesNothingThere)
 {
-    auto scope = std::make_unique<Kor_ClientScope>("192.0.2.1");
     on_a_thread(
-        [&]
+        []
         {
-            const Kor_ClientScope own("192.0.2.2");
-            scope.reset();
-            EXPECT_STREQ(Kor_ClientScope::Current().Address(), "192.0.2.2");
+            auto scope = std::make_unique<Kor_ClientScope>("192.0.2.1");
+            on_a_thread(
+                [&scope]
+                {
+                    const Kor_ClientScope own("192.0.2.2");
+                    scope.reset();
+                    EXPECT_STREQ(Kor_ClientScope::Current().Address(), "192.0.2.2");
+                });
+            EXPECT_STREQ(Kor_ClientScope::Current().Address(), "192.0.2.1");
         });
-    EXPECT_STREQ(Kor_ClientScope::Current().Address(), "192.0.2.1");
 }
 
 TEST_F(ClientScope, AThreadThatEndsWithinScopesEndsThem)
@@ -454,16 +458,21 @@ TEST_F(ClientScope, TheLastErrorStaysAsItWas)
 // Many ------------------------------------------------------------------------------------------------
 namespace
 {
+/// Of all heaps: the C runtime has one of its own.
 SIZE_T heap_in_use()
 {
-    PROCESS_HEAP_ENTRY entry{};
+    HANDLE heaps[64];
+    const DWORD count = std::min<DWORD>(::GetProcessHeaps(64, heaps), 64);
     SIZE_T used = 0;
-    const HANDLE heap = ::GetProcessHeap();
-    ::HeapLock(heap);
-    while (::HeapWalk(heap, &entry) != FALSE)
-        if ((entry.wFlags & PROCESS_HEAP_ENTRY_BUSY) != 0)
-            used += entry.cbData;
-    ::HeapUnlock(heap);
+    for (DWORD i = 0; i < count; ++i)
+    {
+        PROCESS_HEAP_ENTRY entry{};
+        ::HeapLock(heaps[i]);
+        while (::HeapWalk(heaps[i], &entry) != FALSE)
+            if ((entry.wFlags & PROCESS_HEAP_ENTRY_BUSY) != 0)
+                used += entry.cbData;
+        ::HeapUnlock(heaps[i]);
+    }
     return used;
 }
 } // namespace
@@ -481,7 +490,8 @@ TEST_F(ClientScope, NothingGrowsWithTheClientsThatComeAndGo)
             const Kor_ClientScope again(client);
             EXPECT_EQ(level(), 4);
         }
-        on_a_thread([] { std::make_unique<Kor_ClientScope>("192.0.2.7").release(); }); // NOLINT: ends within it
+        for (int i = 0; i < 20; ++i) // threads that end within scopes
+            on_a_thread([=] { lum_client_enter("192.0.2.7", from + i + 1); });
     };
     for (int round = 0; round < 3; ++round)
         work(round * 2000);
