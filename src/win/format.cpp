@@ -19,6 +19,11 @@
 #include "win/guarded_call.h"
 #include "win/owned.h"
 
+#if defined(_UCRT) && defined(__MINGW32__) // whose headers may lack it
+extern "C" _CRTIMP
+    _invalid_parameter_handler __cdecl _set_thread_local_invalid_parameter_handler(_invalid_parameter_handler handler);
+#endif
+
 namespace kor::win
 {
 using core::Conversion;
@@ -29,6 +34,26 @@ using core::MESSAGE_SIZE;
 namespace
 {
 constexpr int TOO_LONG = -1;
+
+/// While it is there, a runtime that takes a format amiss says so by its result. The universal one would otherwise call a
+/// handler, which ends the process; msvcrt has none.
+class QuietRuntime
+{
+public:
+    QuietRuntime(const QuietRuntime&) = delete;
+    QuietRuntime& operator=(const QuietRuntime&) = delete;
+#if defined(_UCRT) || defined(_MSC_VER)
+    QuietRuntime() noexcept : m_before(::_set_thread_local_invalid_parameter_handler(&go_on)) {}
+    ~QuietRuntime() { ::_set_thread_local_invalid_parameter_handler(m_before); }
+
+private:
+    static void go_on(const wchar_t*, const wchar_t*, const wchar_t*, unsigned int, std::uintptr_t) {}
+
+    _invalid_parameter_handler m_before;
+#else
+    QuietRuntime() noexcept = default;
+#endif
+};
 
 struct FormatJob
 {
@@ -151,16 +176,24 @@ bool is_lost_character(const Conversion& conversion, va_list args) noexcept
     return character != L'\0' && std::wctomb(bytes, character) < 0;
 }
 
-bool has_wide_character(const char* format) noexcept
+/// What a format has that is not for the runtime alone.
+struct Special
 {
+    bool wide_character = false;
+    bool count = false; ///< %n, which writes into the program's memory; Windows refuses it, others do it
+};
+
+Special special_in(const char* format) noexcept
+{
+    Special special;
     for (const char* at = format; (at = std::strchr(at, '%')) != nullptr;)
     {
         const Conversion conversion = core::read_conversion(at);
-        if (conversion.kind == Conversion::WIDE_CHARACTER)
-            return true;
+        special.wide_character |= conversion.kind == Conversion::WIDE_CHARACTER;
         at += conversion.size;
+        special.count |= at[-1] == 'n';
     }
-    return false;
+    return special;
 }
 
 /// Leaves args behind the arguments of a conversion: 8 bytes for each, whatever it is.
@@ -210,9 +243,10 @@ bool format_pieces(FormatJob& job)
 void format_unguarded(FormatJob& job)
 {
     job.length = core::format_plain(job.buffer, job.size, job.format, job.args, &decimal_point);
-    if (job.length == core::NOT_PLAIN && has_wide_character(job.format))
+    const Special special = job.length == core::NOT_PLAIN ? special_in(job.format) : Special();
+    if (special.count || special.wide_character)
     {
-        job.failed = !format_pieces(job);
+        job.failed = special.count || !format_pieces(job);
         return;
     }
     if (job.length == core::NOT_PLAIN)
@@ -242,6 +276,7 @@ void run_format(void* argument)
 /// Formats into the job's buffer and terminates the text.
 FormatResult format_into(FormatJob& job) noexcept
 {
+    [[maybe_unused]] const QuietRuntime quiet;
     if (job.format == nullptr || kor_guarded_call(&run_format, &job) != 0 || job.failed)
         return FormatResult::MISFIT;
     job.buffer[job.size] = '\0'; // the formatter sets no end to a text that fills its room
@@ -317,6 +352,7 @@ FormatResult format_text(char* buffer, std::size_t size, const char* format, cha
 std::size_t format_wide_text(wchar_t* buffer, std::size_t size, const wchar_t* format, char* args) noexcept
 {
     WideFormatJob job{buffer, size, format, args, 0, 0};
+    [[maybe_unused]] const QuietRuntime quiet;
     const bool converted = kor_guarded_call(&run_wide_format, &job) == 0;
     if (converted && job.length >= 0)
         return static_cast<std::size_t>(job.length);

@@ -159,6 +159,33 @@ TEST_F(CLog, AFinishedTextIsNoFormat)
     EXPECT_EQ(lines(), Lines{line_of("100% of %s and %n")});
 }
 
+TEST_F(CLog, AFormatThatCannotBeMeantBecomesALineAndNothingElse)
+{
+    const std::string error = "!!! ERROR !!! Caught exception while formatting log message - Check log line for format "
+                              "discrepancy and null values. !!! ERROR !!!";
+    // As from a language that checks none of them.
+    void(LUM_CALL* const write)(const lum_site*, int, int, const char*, ...) = &lum_writef;
+    const std::vector<const char*> formats = {nullptr, "a%nb", "%d %hhn", "%5n", "%lc%n"};
+    for (const char* const format : formats)
+    {
+        std::int64_t untouched[2] = {42, 42};
+        write(&m_site, LUM_WARNING, 310, format, &untouched[0], &untouched[1]);
+        EXPECT_EQ(untouched[0], 42) << format;
+        EXPECT_EQ(untouched[1], 42) << format;
+    }
+    EXPECT_EQ(lines(), Lines(formats.size(), line_of(error)));
+}
+
+TEST_F(CLog, AFormatThatEndsInTheMiddleIsWrittenAsTheRuntimeTakesIt)
+{
+    void(LUM_CALL* const write)(const lum_site*, int, int, const char*, ...) = &lum_writef;
+    for (const char* const format : {"%", "%5", "%-", "%.", "%l", "100%"})
+        write(&m_site, LUM_WARNING, 310, format, 1);
+    EXPECT_EQ(lines().size(), 6u);
+    lum_writef(&m_site, LUM_WARNING, 310, "%s", "still there");
+    EXPECT_EQ(lines().back(), line_of("still there"));
+}
+
 TEST_F(CLog, ATextHasTheLengthThatIsGiven)
 {
     lum_write(&m_site, LUM_WARNING, 310, "front.png and more", 9);
