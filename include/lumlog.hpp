@@ -270,20 +270,21 @@ decltype(auto) formattable(const Argument& argument)
         return (argument);
 }
 
+/// A reference, also to what was made for the call: as such it is formatted, and the format is checked for the same type.
 template <class Argument>
-using Formattable = decltype(formattable(std::declval<const Argument&>()));
+using Formattable = const std::remove_reference_t<decltype(formattable(std::declval<const Argument&>()))>&;
 
 template <class... Arguments>
 void format_converted(
     const lum_site* site, int level, int package, LUM_FORMAT_NAMESPACE::format_string<Arguments...> format,
-    Arguments&&... arguments)
+    Arguments... arguments)
 {
     char small[1024];
     const auto result = LUM_FORMAT_NAMESPACE::format_to_n(small, sizeof small, format, arguments...);
     const auto size = static_cast<std::size_t>(result.size);
     if (size <= sizeof small)
         return ::lum_write(site, level, package, small, size);
-    const std::string large = LUM_FORMAT_NAMESPACE::format(format, std::forward<Arguments>(arguments)...);
+    const std::string large = LUM_FORMAT_NAMESPACE::format(format, arguments...);
     ::lum_write(site, level, package, large.data(), large.size());
 }
 

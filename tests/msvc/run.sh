@@ -22,8 +22,13 @@ def ntdll __C_specific_handler
 flags=(--target=x86_64-pc-windows-msvc -fms-extensions -fms-compatibility -ffreestanding -O1
     -Wall -Wextra -Wpedantic -Wno-language-extension-token -Wno-microsoft-cast -Werror "-I$source_dir/include")
 # The header for C of each age, and for C++.
-for standard in c89 c99 c17; do
-    printf '#include "lumlog.h"\n#include "lumlog.h"\n' | clang-14 "${flags[@]}" -std=$standard -fsyntax-only -x c -
+twice='#include "lumlog.h"
+#include "lumlog.h"'
+for standard in c89 c99 c11 c17 c2x; do
+    clang-14 "${flags[@]}" -std=$standard -fsyntax-only -x c - <<<"$twice"
+done
+for standard in c++17 c++20 c++2b; do
+    clang++-14 "${flags[@]}" -std=$standard -fsyntax-only -x c++ - <<<"$twice"
 done
 clang++-14 "${flags[@]}" -std=c++17 -fno-exceptions -fno-rtti -c "$here/program.cpp" -o program.obj
 lld-link-14 /nologo /nodefaultlib /subsystem:console /entry:start /out:program.exe program.obj \
