@@ -14,6 +14,7 @@
 #include <string_view>
 
 #include "Kor/jni_types.h"
+#include "Kor_ClientScope.h"
 #include "Kor_LogFile.h"
 #include "core/location_prefix.h"
 #include "win/console.h"
@@ -114,6 +115,18 @@ long code_of_package(jint package)
     constexpr std::int64_t highest = std::numeric_limits<std::int32_t>::max();
     return static_cast<long>(std::clamp(static_cast<std::int64_t>(package) * PACKAGE_RANGE, lowest, highest));
 }
+
+jboolean is_wanted(jint package, jint level)
+{
+    return KorGLog.CheckMsgLevel(code_of_package(package), static_cast<int>(level)) != 0 ? 1 : 0;
+}
+
+void write_java_text(jint package, jint level, const JavaText& message)
+{
+    const std::string_view body = message.text() == nullptr ? std::string_view("(null)") // as printf shows one
+                                                            : std::string_view(message.text(), message.length());
+    contained([&] { return write_located(static_cast<int>(package), static_cast<int>(level), body); }, 0);
+}
 } // namespace
 
 int OpenLog(const char* file_name, const char* app_name)
@@ -155,7 +168,17 @@ extern "C"
 
     JNIEXPORT jboolean JNICALL Java_lumaris_infra_log_KoralLog_checkMsgLevel(JNIEnv*, jclass, jint package, jint level)
     {
-        return KorGLog.CheckMsgLevel(code_of_package(package), static_cast<int>(level)) != 0 ? 1 : 0;
+        return is_wanted(package, level);
+    }
+
+    JNIEXPORT jboolean JNICALL Java_lumaris_infra_log_KoralLog_checkMsgLevelFor(
+        JNIEnv* env, jclass, jstring client, jint session, jint package, jint level)
+    {
+        const JavaText address(env, client);
+        if (!address.is_known())
+            return 0;
+        const Kor_ClientScope scope(address.text(), session);
+        return is_wanted(package, level);
     }
 
     JNIEXPORT jint JNICALL Java_lumaris_infra_log_KoralLog_tlog(JNIEnv* env, jclass, jint, jstring text)
@@ -179,11 +202,23 @@ extern "C"
     Java_lumaris_infra_log_KoralLog_tlogln(JNIEnv* env, jclass, jint package, jint level, jstring text)
     {
         const JavaText message(env, text);
+        if (message.is_known())
+            write_java_text(package, level, message);
+        return 0;
+    }
+
+    JNIEXPORT jint JNICALL Java_lumaris_infra_log_KoralLog_tloglnFor(
+        JNIEnv* env, jclass, jstring client, jint session, jint package, jint level, jstring text)
+    {
+        const JavaText address(env, client);
+        if (!address.is_known()) // Java has an error pending, and nothing more may be asked of it
+            return 0;
+        const JavaText message(env, text);
         if (!message.is_known())
             return 0;
-        const std::string_view body = message.text() == nullptr ? std::string_view("(null)") // as printf shows one
-                                                                : std::string_view(message.text(), message.length());
-        const auto write = [&] { return write_located(static_cast<int>(package), static_cast<int>(level), body); };
-        return contained(write, 0);
+        // For this line alone: a thread of Java may go on, after it, on another thread of the system.
+        const Kor_ClientScope scope(address.text(), session);
+        write_java_text(package, level, message);
+        return 0;
     }
 }

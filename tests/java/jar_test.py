@@ -123,8 +123,8 @@ def the_example_writes_what_its_page_shows(run):
         line("WARNING", 320, "main", "", '"only {} of {}', "main", "only 12 of 17 images fit into memory"),
         line("WARNING", 330, "main", "", '"page {0} has', "main", "page 3 has no number"),
         line("WARNING", 330, "main", "", '"page 4', "main", "page 4 has none either"),
-        line("INFO", 310, "Server", CLIENTS[0], '"asks for', "serve", "asks for the first album"),
-        line("INFO", 320, "Server", CLIENTS[1], "is asked for,", "serveWithSlf4j",
+        line("INFO", 310, "Server", "ClientIP(192.0.2.7) SessionId(3)", '"asks for', "serve", "asks for the first album"),
+        line("INFO", 320, "Server", "ClientIP(192.0.2.8) SessionId(4)", "is asked for,", "serveWithSlf4j",
              "second album is asked for, 17 pages"),
         line("SEVERE", 310, "main", "", "throw new IllegalStateException(", "main",
              'An exception ends the thread "main".'),
@@ -133,8 +133,27 @@ def the_example_writes_what_its_page_shows(run):
         END.replace("koral", "archive")])
 
 
-# What the DLL's headlines say of the example's two clients.
-CLIENTS = ["", ""]
+def lines_name_their_clients_and_levels_are_those_of_the_client(run):
+    outcome = run.program("Clients", logger=TO_FILE + "Albums 320 4 [(7;192.0.2.7)]\n")
+    expect_said(outcome, "192.0.2.7 true", "192.0.2.8 false")
+
+    def line(level, client, place, text, thread="main"):
+        return f"<time> {level:8}(320) koral (<pid>,<tid>|{thread}) {client} {place} -> {text}"
+
+    def at(text, method):
+        return f"Clients({line_of(PROGRAMS / 'Clients.java', text)}) {method}"
+
+    first, second = "ClientIP(192.0.2.7) SessionId(3)", "ClientIP(192.0.2.8) SessionId(3)"
+    expect("log", [re.sub(r"lambda\$(\w+)\$\d+", r"lambda$\1", text) for text in outcome.lines], [
+        START,
+        line("DEBUG", first, at('"by a logger"', "serve"), "by a logger"),
+        line("WARNING", first, at('"a warning"', "serve"), "a warning"),
+        line("DEBUG", first, "Clients(5) serve", "by hand"),
+        line("WARNING", second, at('"a warning"', "serve"), "a warning"),
+        line("DEBUG", "ClientIP(192.0.2.7)", at('"by SLF4J"', "main"), "by SLF4J"),
+        line("WARNING", "", at('''"nobody's"''', "main"), "nobody's"),
+        line("WARNING", "", at('''"nobody's either"''', "lambda$main"), "nobody's either", "other"),
+        END])
 
 
 def lines_of_eight_threads_are_all_there_and_in_order(run):

@@ -15,6 +15,8 @@ EXPECTED = {
     PREFIX + "checkMsgLevel": "jboolean (JNIEnv *, jclass, jint, jint)",
     PREFIX + "tlog": "jint (JNIEnv *, jclass, jint, jstring)",
     PREFIX + "tlogln": "jint (JNIEnv *, jclass, jint, jint, jstring)",
+    PREFIX + "checkMsgLevelFor": "jboolean (JNIEnv *, jclass, jstring, jint, jint, jint)",
+    PREFIX + "tloglnFor": "jint (JNIEnv *, jclass, jstring, jint, jint, jint, jstring)",
 }
 
 

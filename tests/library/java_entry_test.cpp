@@ -74,6 +74,20 @@ public:
         JavaString string{text};
         return tlogln(package, level, &string);
     }
+    bool check_for(JavaString* client, int session, int package, int level)
+    {
+        java.return_to_java();
+        const jboolean result = native<jboolean(JNIEnv*, jclass, jstring, jint, jint, jint)>("checkMsgLevelFor")(
+            java.env(), nullptr, client, session, package, level);
+        EXPECT_LE(result, 1);
+        return result == 1;
+    }
+    int tlogln_for(JavaString* client, int session, int package, int level, JavaString* text)
+    {
+        java.return_to_java();
+        return native<jint(JNIEnv*, jclass, jstring, jint, jint, jint, jstring)>("tloglnFor")(
+            java.env(), nullptr, client, session, package, level, text);
+    }
 
     JavaMachine java;
 };
@@ -465,6 +479,65 @@ TEST_F(JavaEntry, CheckMsgLevelTakesANumberThatIsNoPackageForOneThatIsNotNamed)
         EXPECT_TRUE(check(package, 4)) << package;
         EXPECT_FALSE(check(package, 5)) << package;
     }
+}
+
+// Of a client --------------------------------------------------------------------
+TEST_F(JavaEntry, ALineOfAClientNamesItAndTheNextDoesNot)
+{
+    JavaString client{"192.0.2.7"};
+    JavaString text{"<one,C.m:1>text"};
+    KorGLog.SetIP("192.0.2.1");
+    EXPECT_EQ(tlogln_for(&client, 3, 3, 4, &text), 0);
+    EXPECT_EQ(tlogln_for(&client, 0, 3, 4, &text), 0);
+    EXPECT_EQ(tlogln_for(nullptr, 4, 3, 4, &text), 0);
+    EXPECT_EQ(tlogln_for(nullptr, 0, 3, 4, nullptr), 0);
+    EXPECT_EQ(tlogln(3, 4, &text), 0);
+    const std::string head = "<time> WARNING (003) koral (<pid>,<tid>|one) ";
+    EXPECT_EQ(
+        lines(),
+        (Lines{
+            head + "ClientIP(192.0.2.7) SessionId(3) C(1) m -> text", head + "ClientIP(192.0.2.7) C(1) m -> text",
+            head + "SessionId(4) C(1) m -> text", head + "  -> (null)", head + "ClientIP(192.0.2.1) C(1) m -> text"}));
+}
+
+TEST_F(JavaEntry, AClientThatJavaHasNoMemoryForWritesNothing)
+{
+    JavaString client{"192.0.2.7"};
+    JavaString text{"text"};
+    java.refuse = &client;
+    EXPECT_EQ(tlogln_for(&client, 3, 3, 4, &text), 0);
+    EXPECT_FALSE(check_for(&client, 3, 3, 4));
+    java.refuse = &text;
+    EXPECT_EQ(tlogln_for(&client, 3, 3, 4, &text), 0);
+    EXPECT_EQ(java.refused, 3);
+    EXPECT_EQ(lines(), Lines());
+}
+
+/// Package 3 writes up to level 4, and to 7 for one client and for one session.
+class JavaEntryOfClients : public ::testing::Test, protected JavaClass
+{
+protected:
+    JavaEntryOfClients() { EXPECT_EQ(KorGLog.Open("test.log", "koral", false), 0); }
+
+    const LogDirectory m_directory{TO_FILE + "Pages 3 4 [(7;192.0.2.7)(7;;;;9)]\n"};
+};
+
+TEST_F(JavaEntryOfClients, RulesAreAskedAboutTheClientThatIsNamed)
+{
+    JavaString client{"192.0.2.7"};
+    JavaString other{"192.0.2.8"};
+    JavaString text{"text"};
+    EXPECT_TRUE(check_for(&client, 0, 3, 7));
+    EXPECT_FALSE(check_for(&other, 0, 3, 7));
+    EXPECT_TRUE(check_for(&other, 9, 3, 7));
+    EXPECT_TRUE(check_for(nullptr, 9, 3, 7));
+    EXPECT_FALSE(check_for(nullptr, 0, 3, 7));
+    EXPECT_TRUE(check_for(nullptr, 0, 3, 4));
+    EXPECT_FALSE(check(3, 7));
+    EXPECT_EQ(tlogln_for(&client, 0, 3, 7, &text), 0);
+    EXPECT_EQ(tlogln_for(&other, 0, 3, 7, &text), 0);
+    EXPECT_EQ(m_directory.lines(), Lines{"<time> DEBUG   (003) koral (<pid>,<tid>) ClientIP(192.0.2.7)  -> text"});
+    EXPECT_TRUE(java.all_released());
 }
 
 TEST_F(JavaEntry, CloseDoesNothing)

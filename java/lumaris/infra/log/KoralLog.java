@@ -72,6 +72,17 @@ public final class KoralLog
     public static native boolean checkMsgLevel(int packageNumber, int level);
 
     /**
+     * Tells whether a message of a client would be written: levels may be raised for some clients alone.
+     *
+     * @param client the client's address or name; null for none
+     * @param session the client's session; below 1 for none
+     * @param packageNumber 0 to 749
+     * @param level 1 to 7
+     * @return whether messages of that level are wanted for that package and client at this moment
+     */
+    public static native boolean checkMsgLevelFor(String client, int session, int packageNumber, int level);
+
+    /**
      * Writes a line without a headline, whatever the levels say: it is silent only where somebody has set the library's
      * own package, 106, to level 0.
      *
@@ -94,6 +105,19 @@ public final class KoralLog
      * @return 0
      */
     public static native int tlogln(int packageNumber, int level, String text);
+
+    /**
+     * Writes a line with a headline that names a client, if a message of that level is wanted for that package and
+     * client. Nothing else has to do with that client: what the thread writes by other calls names the process's.
+     *
+     * @param client the client's address or name; null for none
+     * @param session the client's session; below 1 for none
+     * @param packageNumber 0 to 749
+     * @param level 1 to 7, or 0 for what is written whatever the package's level; with any other nothing is written
+     * @param text as for {@link #tlogln}
+     * @return 0
+     */
+    public static native int tloglnFor(String client, int session, int packageNumber, int level, String text);
 
     /**
      * Writes a line with a headline that names the caller of this method, if a message of that level is wanted for that

@@ -14,16 +14,32 @@ final class NativeBackend extends Backend
     private static final MethodHandle TLOG = find("tlog", int.class, int.class, String.class);
     private static final MethodHandle TLOGLN = find("tlogln", int.class, int.class, int.class, String.class);
 
+    // Null where the class is an older one, which the program has compiled in.
+    private static final MethodHandle CHECK_MSG_LEVEL_FOR =
+        findOrNull("checkMsgLevelFor", boolean.class, String.class, int.class, int.class, int.class);
+    private static final MethodHandle TLOGLN_FOR =
+        findOrNull("tloglnFor", int.class, String.class, int.class, int.class, int.class, String.class);
+
+    private volatile boolean m_hasClients = CHECK_MSG_LEVEL_FOR != null && TLOGLN_FOR != null;
+
     private static MethodHandle find(String name, Class<?> result, Class<?>... parameters)
+    {
+        MethodHandle found = findOrNull(name, result, parameters);
+        if (found == null)
+            throw new LinkageError("the class with the native methods has no " + name);
+        return found;
+    }
+
+    private static MethodHandle findOrNull(String name, Class<?> result, Class<?>... parameters)
     {
         try
         {
             return MethodHandles.publicLookup().findStatic(
                 NativeLibrary.load().natives(), name, MethodType.methodType(result, parameters));
         }
-        catch (ReflectiveOperationException impossible)
+        catch (ReflectiveOperationException missing)
         {
-            throw new LinkageError("lumlog.jar has another class of native methods than it was made with", impossible);
+            return null;
         }
     }
 
@@ -64,6 +80,21 @@ final class NativeBackend extends Backend
     @Override
     boolean isWanted(int packageNumber, int level)
     {
+        KoralClient client = m_hasClients ? KoralClient.current() : null;
+        try
+        {
+            if (client != null)
+                return (boolean)CHECK_MSG_LEVEL_FOR.invokeExact(
+                    client.address(), client.session(), packageNumber, level);
+        }
+        catch (UnsatisfiedLinkError older) // a DLL without that
+        {
+            m_hasClients = false;
+        }
+        catch (Throwable thrown)
+        {
+            throw passedOn(thrown);
+        }
         try
         {
             return (boolean)CHECK_MSG_LEVEL.invokeExact(packageNumber, level);
@@ -90,6 +121,21 @@ final class NativeBackend extends Backend
     @Override
     int write(int packageNumber, int level, String text)
     {
+        KoralClient client = m_hasClients ? KoralClient.current() : null;
+        try
+        {
+            if (client != null)
+                return (int)TLOGLN_FOR.invokeExact(
+                    client.address(), client.session(), packageNumber, level, text);
+        }
+        catch (UnsatisfiedLinkError older)
+        {
+            m_hasClients = false;
+        }
+        catch (Throwable thrown)
+        {
+            throw passedOn(thrown);
+        }
         try
         {
             return (int)TLOGLN.invokeExact(packageNumber, level, text);
