@@ -7,6 +7,7 @@
 #include <unordered_map>
 #include <utility>
 
+#include "core/address.h"
 #include "core/numbers.h"
 #include "core/rule_text.h"
 
@@ -57,6 +58,20 @@ std::optional<Octets> read_ipv4(std::string_view text)
     }
     return octets;
 }
+
+/// True for what is written of digits and points, and is no IPv4 address as it looks: resolvers fill up one with fewer
+/// numbers (192.0.2 is 192.0.0.2 to them), and read a number with a zero in front to the base of 8.
+bool is_misread_ipv4(std::string_view text)
+{
+    const bool is_numeric =
+        !text.empty() &&
+        std::all_of(text.begin(), text.end(), [](char c) { return c == '.' || (c >= '0' && c <= '9'); });
+    return is_numeric && !is_ipv4_text(text);
+}
+
+constexpr char MISREAD[] = " looks like an IPv4 address and is read as another one, if it is read at all.";
+constexpr char FOUR_NUMBERS[] =
+    "Write four numbers from 0 to 255, as in 192.0.2.7; a network has zeros at its end, as in 192.0.2.0.";
 
 std::string write_ipv4(const Octets& octets)
 {
@@ -629,6 +644,8 @@ void Checker::check_entries(std::string_view list, std::size_t which, bool is_on
 void Checker::check_address(std::string_view entry, bool is_alone)
 {
     const AddressText parts = split_address(entry);
+    if (is_misread_ipv4(parts.address))
+        return wrong(entry, quoted(parts.address) + MISREAD, FOUR_NUMBERS);
     if (const auto octets = read_ipv4(parts.address))
     {
         if (entry.size() != parts.address.size())
@@ -726,6 +743,8 @@ std::vector<Finding> check_level_file(const LevelFile& file, const HostLookup& l
 ClientText client_entry(std::string_view text)
 {
     const AddressText parts = split_address(text);
+    if (is_misread_ipv4(parts.address))
+        return {{}, quoted(parts.address) + MISREAD + " " + FOUR_NUMBERS};
     const auto octets = read_ipv4(parts.address);
     if (!octets || parts.address.size() == text.size())
         return {std::string(text), {}};

@@ -41,6 +41,26 @@ TEST(LevelSyncCalls, HelpListsTheCommandsAndNotWhatNobodyTypes)
     EXPECT_THAT(site.run("--version").out, StartsWith("LevelSync "));
 }
 
+TEST(LevelSyncCalls, HelpComesForWhateverPeopleTypeForIt)
+{
+    const Site site;
+    const std::string all = site.run("--help").out;
+    for (const char* const call : {"help", "/?", "-?", "-h"})
+        EXPECT_EQ(site.run(call).out, all) << call;
+    const std::string of_set = site.run("set --help").out;
+    for (const char* const call : {"help set", "set /?"})
+        EXPECT_EQ(site.run(call).out, of_set) << call;
+}
+
+TEST(LevelSyncCalls, WhatIsAlmostRightGetsAHint)
+{
+    const Site site;
+    EXPECT_THAT(
+        site.run("set replay 7 -client 192.0.2.7").err,
+        HasSubstr("Names of more than a letter have two dashes: --client?"));
+    EXPECT_THAT(site.run("set 192.0.2.7 7").err, HasSubstr("A client is named with --client 192.0.2.7."));
+}
+
 TEST(LevelSyncCalls, AWrongCallEndsWithTwoAndSaysWhereHelpIs)
 {
     const Site site;
@@ -65,6 +85,7 @@ TEST(LevelSyncCalls, AWrongCallEndsWithTwoAndSaysWhereHelpIs)
           "set replay 0 --client 192.0.2.7",
           "set 750 7",
           "set replay 7 --client no.such.host.invalid",
+          "set replay 7 --client 192.0.2",
           "set replay 7 --client 192.0.2.0/28",
           "set replay 7 --app a_name_longer_than_19_chars",
           "explain replay --client 192.0.2.0/24"})

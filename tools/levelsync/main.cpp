@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
+#include <cctype>
 #include <string>
 #include <utility>
 #include <vector>
@@ -68,13 +69,33 @@ int report(Console& console, const Failure& failure, bool json)
 /// What the log's own text and the fingers of who knows it say.
 void translate_short_forms(std::vector<std::string>& words)
 {
-    if (!words.empty() && words.front() == "-u")
+    if (words.empty())
+        return;
+    if (words.front() == "-u")
         words.front() = "publish";
+    if (words.front() == "help") // help set: set --help
+    {
+        words.erase(words.begin());
+        words.push_back("--help");
+    }
+    for (std::string& word : words)
+        if (word == "/?" || word == "-?")
+            word = "--help";
+}
+
+/// What somebody may have meant who wrote one dash in front of a long name.
+std::string meant(const std::vector<std::string>& words)
+{
+    for (const std::string& word : words)
+        if (word.size() > 2 && word[0] == '-' && std::isalpha(static_cast<unsigned char>(word[1])) != 0)
+            return "Names of more than a letter have two dashes: -" + word + "? ";
+    return {};
 }
 
 int run(std::vector<std::string> words, Console& console)
 {
     const std::string typed = command_line(words);
+    const std::string hint = meant(words);
     translate_short_forms(words);
 
     CLI::App app(PURPOSE, "LevelSync");
@@ -120,7 +141,7 @@ int run(std::vector<std::string> words, Console& console)
         const auto chosen = app.get_subcommands();
         const std::string name = chosen.empty() ? std::string() : ' ' + chosen.front()->get_name();
         throw Failure(
-            error.what(), "LevelSync" + name + " --help shows how it is called, with an example.", WRONG_CALL);
+            error.what(), hint + "LevelSync" + name + " --help shows how it is called, with an example.", WRONG_CALL);
     }
 
     Tool tool{console, options.json, find_folder(options.folder), typed, LUMLOG_VERSION};

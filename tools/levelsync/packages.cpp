@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "Kor/package_names_file.h"
+#include "core/address.h"
 #include "core/fixed_text.h"
 #include "core/numbers.h"
 #include "core/package_names.h"
@@ -109,7 +110,9 @@ std::vector<int> PackageNames::find(const std::string& word) const
     if (found.empty())
         throw Failure(
             "No package is called \"" + word + "\".",
-            (hints.empty() ? std::string() : "Did you mean " + joined(hints, " or ") + "? ") +
+            (kor::core::is_ipv4_text(word) ? "A client is named with --client " + word + ". "
+             : hints.empty()               ? std::string()
+                                           : "Did you mean " + joined(hints, " or ") + "? ") +
                 "LevelSync list shows the packages, with their numbers.",
             NOT_DONE);
     if (found.size() > 1 && !is_pattern(word))
