@@ -59,7 +59,7 @@ def case_the_zip_has_what_is_installed_and_no_more(run):
     wanted |= {f"share/lumlog/java/lumaris/{name}" for name in below(run.tree / "java/lumaris", "*.java")}
     wanted.add("share/lumlog/java/lumlog.jar")
     wanted |= {DOCUMENTS + name for name in ["README.md", "CHANGELOG.md", "SECURITY.md", "lumlog.spdx.json"]}
-    wanted |= {DOCUMENTS + "docs/" + name for pattern in ["*.md", "*.png"] for name in below(docs, pattern)
+    wanted |= {DOCUMENTS + "docs/" + name for pattern in ["*.md", "*.png", "*.svg"] for name in below(docs, pattern)
                if not name.startswith("decisions/")}
     # What other parts of the tree install of their own stands in their build files.
     rest = {name for name in run.files if name not in wanted}
