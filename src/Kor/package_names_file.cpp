@@ -49,7 +49,7 @@ bool read_small_file(const std::wstring& path, std::string& text)
 
 void kor::keep_package_name(int package, std::string_view name)
 {
-    const std::wstring path = configuration_folder() + L"\\" + PACKAGE_NAMES_FILE;
+    const std::wstring path = configuration_folder() + L"\\" + core::PACKAGE_NAMES_FILE;
     const std::string program = own_program();
     std::string text;
     if (!read_small_file(path, text) || core::NamedPackages(text, PACKAGE_COUNT).name(package, program) == name)

@@ -7,10 +7,7 @@
 
 namespace kor
 {
-/// Beside the `logger` file. Lines are only added to it, each in one piece, so programs need not wait for each other.
-constexpr wchar_t PACKAGE_NAMES_FILE[] = L"logger.packages";
-
-/// Adds a line when this program did not call the package that already. What cannot be read or written is left as it is:
+/// Adds a line to the file when this program did not call the package that already. What cannot be read or written is left as it is:
 /// names are a help for people, and nothing to hold up a program for.
 void keep_package_name(int package, std::string_view name);
 } // namespace kor

@@ -11,6 +11,9 @@
 
 namespace kor::core
 {
+/// The file. Lines are only added to it, each in one piece, so programs need not wait for each other.
+constexpr wchar_t PACKAGE_NAMES_FILE[] = L"logger.packages";
+
 constexpr std::size_t MAX_PACKAGE_NAME = 39; // as in a `logger` file
 
 /// True for a name that a `logger` file could have: one word without control characters, not too long.

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 
-#include "Kor/package_names_file.h"
 #include "core/address.h"
 #include "core/fixed_text.h"
 #include "core/numbers.h"
@@ -27,7 +26,7 @@ std::string with_number(const std::string& name, int package) { return name + " 
 
 PackageNames::PackageNames(const Folder& folder, const kor::core::LevelFile* file, const Kor_LogConf* running)
 {
-    add_from_programs(folder.name(kor::PACKAGE_NAMES_FILE));
+    add_from_programs(folder.name(kor::core::PACKAGE_NAMES_FILE));
     for (int package = 0; running != nullptr && package < PACKAGE_COUNT; ++package)
     {
         const std::string_view name = kor::core::bounded(running->packageNames[package]);
