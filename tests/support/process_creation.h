@@ -13,8 +13,9 @@
 template <typename Create>
 bool created_at_last(const Create& create)
 {
-    constexpr int MOST_TRIES = 3;
-    for (int tries = 1;; ++tries)
+    constexpr int MOST_TRIES = 5;
+    constexpr DWORD PAUSE_MS = 200; // nothing tells when Wine's server is well again
+    for (int tries = 1;; ++tries, ::Sleep(PAUSE_MS))
     {
         if (create() != FALSE)
             return true;
