@@ -1,31 +1,16 @@
 // What a message costs that nobody wants: the common case. One program for all contenders, so that
 // their ratios are taken in one run.
 
-#include <spdlog/sinks/null_sink.h>
-#include <spdlog/spdlog.h>
-
-#include <memory>
-
 #include "Kor_LogFile.h"
 #include "bench_log.h"
 #include "floor/floor.h"
+#include "rejecting_peer.h"
 
 namespace
 {
 /// The log that uses the block of the machine is KorGLog, as in every host; this one has a
 /// configuration of its own, as with KORAL_LOG_DEVELOP=1.
 Kor_LogFile* private_log = nullptr;
-
-const std::shared_ptr<spdlog::logger>& peer()
-{
-    static const auto logger = []
-    {
-        auto made = std::make_shared<spdlog::logger>("bench", std::make_shared<spdlog::sinks::null_sink_mt>());
-        made->set_level(spdlog::level::warn);
-        return made;
-    }();
-    return logger;
-}
 
 void store_params(benchmark::State& state, Kor_LogFile& log)
 {
@@ -63,14 +48,6 @@ void macro_private(benchmark::State& state)
         KOR_LOG(log, REJECTED_LEVEL, BENCH_PACKAGE, "request %d of %s took %d us", ++number, "client", 250);
     if (number != 0)
         fail("KOR_LOG accepted a message");
-}
-
-void spdlog_debug(benchmark::State& state)
-{
-    spdlog::logger* const logger = peer().get();
-    int number = 0;
-    for (auto _ : state)
-        logger->debug("request {} of {} took {} us", ++number, "client", 250);
 }
 
 // Of a call whose one argument is a finished text the compiler leaves nothing but the comparison of the levels.

@@ -1,31 +1,17 @@
 // What it costs that threads work for clients of their own, in a process where they do.
 
-#include <spdlog/sinks/null_sink.h>
-#include <spdlog/spdlog.h>
-
-#include <memory>
 #include <string>
 
 #include "Kor_ClientScope.h"
 #include "Kor_LogFile.h"
 #include "bench_log.h"
 #include "lumlog.hpp"
+#include "rejecting_peer.h"
 
 namespace
 {
 constexpr int RAISED_PACKAGE = 18; // for one client, whom no thread here works for
 constexpr int RAISED_LEVEL = 7;
-
-const std::shared_ptr<spdlog::logger>& peer()
-{
-    static const auto logger = []
-    {
-        auto made = std::make_shared<spdlog::logger>("bench", std::make_shared<spdlog::sinks::null_sink_mt>());
-        made->set_level(spdlog::level::warn);
-        return made;
-    }();
-    return logger;
-}
 
 void macro(benchmark::State& state, int package)
 {
@@ -45,14 +31,6 @@ void modern_macro(benchmark::State& state, int package)
         LUM_LOG(REJECTED_LEVEL, package, "request %d of %s took %d us", ++number, "client", 250);
     if (number != 0)
         fail("LUM_LOG accepted a message");
-}
-
-void spdlog_debug(benchmark::State& state)
-{
-    spdlog::logger* const logger = peer().get();
-    int number = 0;
-    for (auto _ : state)
-        logger->debug("request {} of {} took {} us", ++number, "client", 250);
 }
 
 void enter(benchmark::State& state)

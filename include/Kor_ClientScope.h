@@ -25,7 +25,7 @@ class Client;
 /// thread that runs it.
 ///
 /// Threads: a scope ends on the thread that made it; one that is ended on another does nothing there. A thread that ends
-/// within scopes ends them. Lives in no process-wide object. Cost: a process that never made a scope has none; making
+/// within scopes ends them. Not for static objects. Cost: a process that never made a scope has none; making
 /// one takes a short lock, and no memory when the same client was worked for lately.
 class KOR_API Kor_ClientScope
 {
