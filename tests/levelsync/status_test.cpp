@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <windows.h>
 
 #include <string>
 
@@ -134,6 +135,17 @@ TEST(LevelSyncStatus, PackagesThatOnlyProgramsNameAreListedAndCanBeSetByThatName
     EXPECT_THAT(site.logger(), HasSubstr("Printer"));
     EXPECT_THAT(site.run("list printer").out, HasSubstr("350  Printer  7 debug"));
     EXPECT_EQ(site.run("list camera").exit_code, 1);
+}
+
+TEST(LevelSyncStatus, NamesThatCannotBeReadAreInNobodysWay)
+{
+    const Site site;
+    const std::string without = site.run("list").out;
+    ASSERT_NE(::CreateDirectoryA(site.path("logger.packages").c_str(), nullptr), FALSE); // which no file can be read of
+    const Ran list = site.run("list");
+    EXPECT_EQ(list.exit_code, 0) << list;
+    EXPECT_EQ(list.out, without);
+    EXPECT_EQ(site.run("set replay 7").exit_code, 0);
 }
 
 TEST(LevelSyncStatus, WatchTellsEachChangeAsItComes)

@@ -1,6 +1,7 @@
 #include "packages.h"
 
 #include <algorithm>
+#include <optional>
 
 #include "core/address.h"
 #include "core/fixed_text.h"
@@ -46,10 +47,15 @@ PackageNames::PackageNames(const Folder& folder, const kor::core::LevelFile* fil
 
 void PackageNames::add_from_programs(const std::wstring& path)
 {
-    const auto bytes = read_whole(path);
-    if (!bytes)
-        return;
-    const kor::core::NamedPackages named(*bytes, PACKAGE_COUNT);
+    std::optional<std::string> bytes;
+    try
+    {
+        bytes = read_whole(path);
+    }
+    catch (const Failure&) // the names are a help: without them everything can be done by number
+    {
+    }
+    const kor::core::NamedPackages named(bytes.value_or(std::string()), PACKAGE_COUNT);
     for (const auto& [key, name] : named.all())
     {
         std::string& known = m_names[key.first];
