@@ -174,6 +174,19 @@ void lumlog_line(benchmark::State& state)
     measure_lines(state, &Form::lumlog);
 }
 
+// What somebody can ask for. The file has no limit that it reaches.
+void begin_rotating(const benchmark::State& state)
+{
+    KorGLog.SetRotation(5);
+    begin_lumlog(state);
+}
+
+void end_rotating(const benchmark::State& state)
+{
+    KorGLog.SetRotation(0);
+    end_lumlog<Plain>(state);
+}
+
 // spdlog ----------------------------------------------------------------------------------------------
 std::shared_ptr<spdlog::logger> peer;
 
@@ -372,6 +385,7 @@ int main(int argc, char** argv)
     for (const int threads : {1, 2, 4, 8, 16})
         add_forms<Plain>("line", threads);
     add("line/bare", 1, &bare_line, &begin_bare, &end_bare);
+    add("line/rotating", 1, &lumlog_line<Plain>, &begin_rotating, &end_rotating);
     add_forms<Float>("line/float", 1);
     add_forms<Hexadecimal>("line/hexadecimal", 1);
     add_forms<Padded>("line/padded", 1);

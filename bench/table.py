@@ -104,6 +104,9 @@ def line_rows(runs):
         rows.append([f"line with {title}", nanoseconds(runs.time(name)),
                      nanoseconds(runs.time(f"line/{form}/spdlog threads:1")), "", f"{ratio:.2f} of a line"]
                     + judged((ratio, 1.15, " of a line")))
+    rotating = "line/rotating threads:1"
+    rows.append(["line, files rotate", nanoseconds(runs.time(rotating)), "", "",
+                 f"{runs.ratio(rotating, one):.2f} of a line", "", ""])
     allocations = float(runs.context("allocations_lumlog"))
     rows.append(["allocations of a line", f"{allocations:g}", f"{float(runs.context('allocations_spdlog')):g}", "", ""]
                 + judged((allocations, 0, "")))

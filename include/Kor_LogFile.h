@@ -274,6 +274,13 @@ public:
     /// Does nothing and returns 0: the log closes when it is destroyed.
     int Close();
 
+    /// Instead of falling silent at the size limit of the configuration, the private file, say viewer.log, is renamed to
+    /// viewer.1.log, and writing goes on in a new one. files: how many renamed ones are kept, up to 999; older ones
+    /// have larger numbers, and the oldest is deleted. 0, which is the default: no file is renamed. Where the environment
+    /// variable PRISMATE_LOG_FILES has a number, that counts instead of every call. Holds for files that are opened
+    /// later, too; a stream of the caller's is never renamed. Any thread, at any time.
+    void SetRotation(int files);
+
     // Filtering.
 
     /// Notes the parameters of the calling thread's next message and returns 1, or returns 0 when
@@ -477,6 +484,7 @@ private:
 
     struct Line;
     struct Round;
+    struct Seam;
 
     int Init(const char* app_name);
     int close();
@@ -523,6 +531,7 @@ private:
     void write_output(Kor_LogMTVars& context, const Line& line);
     void write_console(Kor_LogMTVars& context, const Line& line);
     bool write_private_file(Kor_LogMTVars& context, const Line& line);
+    bool write_rotating_file(Kor_LogMTVars& context, const Line& line);
     void write_event(Kor_LogMTVars& context, const Line& line);
     void write_destinations(const Kor_LogMTVarsPtr& context, const Line& line);
     void report_failed_destination(Kor_LogMTVars& context, const char* what) noexcept;

@@ -270,6 +270,14 @@ extern "C"
     LUM_API void LUM_CALL lum_set_thread_name(const char* name);
     LUM_API size_t LUM_CALL lum_thread_name(char* buffer, size_t size);
 
+    /* Files that rotate ---------------------------------------------------------------------------------------------- */
+
+    /** Instead of falling silent at the size limit of the configuration, the log's file, say viewer.log, is renamed to
+     * viewer.1.log, and writing goes on in a new one. files: how many renamed ones are kept, 0 to 999; 0, the default: none
+     * is renamed. LUM_FAILED for another number. The environment variable PRISMATE_LOG_FILES counts instead, where it has a
+     * number. */
+    LUM_API int LUM_CALL lum_set_rotation(int files);
+
     /* Levels ---------------------------------------------------------------------------------------------------- */
 
     /** Sets a package's level. publish: 1: for every process of the machine, from its next message on. LUM_FAILED for a

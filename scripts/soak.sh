@@ -12,6 +12,8 @@
 #              (1000000 lines)
 #   clients    32 threads work for 200 clients, five of them raised, while levels change; whether just theirs were
 #              written, under their names (10,000,000 messages)
+#   rotation   a host whose eight threads write to files that rotate is killed and begun again; which lines were lost, twice
+#              there or broken (200 kills, 1,000 rotations and more)
 #   kit        the kit for real Windows as a whole, without its benchmarks, as somebody would use it (once)
 #   same       that two builds make the same packages, with everything compiled anew (once)
 # --times: how often instead, for each of them.
@@ -20,7 +22,7 @@
 
 . "$(dirname "${BASH_SOURCE[0]}")/lib/setup.sh"
 
-all_soaks=(ends publishes levelsync clients java kit same)
+all_soaks=(ends publishes levelsync rotation clients java kit same)
 soaks=()
 times=
 preset=mingw-release
@@ -72,6 +74,12 @@ soak_clients()
 {
     export LUMLOG_TEST_CLIENT_MESSAGES=${times:-10000000}
     run_case library_tests ClientScope.OfManyClientsOnManyThreadsJustTheRaisedOnesAreWritten
+}
+
+soak_rotation()
+{
+    export LUMLOG_TEST_ROTATION_KILLS=${times:-200}
+    run_case process_tests LogRotationKills.AHostThatIsKilledWhileItsFilesRotateHasSaidNoLineInVain
 }
 
 soak_kit()

@@ -6,6 +6,7 @@
 
 #include <cstdlib>
 #include <new>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -17,6 +18,7 @@
 #include "Kor/kept_texts.h"
 #include "Kor/log_lock.h"
 #include "Kor/own_conf.h"
+#include "Kor/private_file.h"
 #include "Kor/shared_name.h"
 #include "Kor/thread_client.h"
 #include "core/size_limit.h"
@@ -24,11 +26,13 @@
 #include "win/append_file.h"
 #include "win/console.h"
 #include "win/environment.h"
+#include "win/kept_errors.h"
 #include "win/path.h"
 #include "win/text.h"
 
 using kor::LogLock;
 using kor::win::duplicate;
+using kor::win::KeptErrors;
 using kor::win::OwnerLockGuard;
 
 namespace
@@ -202,13 +206,25 @@ std::wstring kor::configuration_folder()
 void Kor_LogFile::open_private_file(const char* file_name)
 {
     const std::wstring folder = kor::configuration_folder();
-    const char* const name = file_name == nullptr ? "" : file_name;
-    const std::wstring path = kor::win::system_path(folder + L"/" + kor::win::wide_file_name(name));
+    const std::wstring name = kor::private_file_name(file_name == nullptr ? "" : file_name);
+    const std::wstring path = kor::win::system_path(folder + L"/" + name);
+    const std::optional<int> files = kor::configured_file_count();
+    if (m_append_file != nullptr && files)
+        m_append_file->set_rotation(*files);
     if (m_append_file == nullptr || !m_append_file->open(path))
     {
-        kor::win::print_line(stderr, "Failed to open log file [%s/%s]", kor::win::path_text(folder).c_str(), name);
+        kor::win::print_line(
+            stderr, "Failed to open log file [%s/%s]", kor::win::path_text(folder).c_str(),
+            kor::win::path_text(name).c_str());
         kor::win::leave_line_open();
     }
+}
+
+void Kor_LogFile::SetRotation(int files)
+{
+    const KeptErrors kept;
+    if (m_append_file != nullptr)
+        m_append_file->set_rotation(kor::configured_file_count().value_or(files));
 }
 
 int Kor_LogFile::Init(const char* app_name)

@@ -12,9 +12,11 @@
 #include <string_view>
 
 #include "Kor/general_log.h"
+#include "Kor/identity.h"
 #include "Kor/log_lock.h"
 #include "Kor_LogFile.h"
 #include "core/bounded_text.h"
+#include "core/file_rotation.h"
 #include "core/message.h"
 #include "core/size_limit.h"
 #include "win/append_file.h"
@@ -305,7 +307,50 @@ bool Kor_LogFile::write_private_file(Kor_LogMTVars& vars, const Line& line)
 {
     if (m_file == nullptr)
         return false;
+    if (m_append_file->rotates())
+        return write_rotating_file(vars, line);
     return !ValidateFileMaxSizeInaccurately() || m_append_file->write(line.parts(vars, "\n"));
+}
+
+/// Banners of this log where it goes on in another file, unless it has none.
+struct Kor_LogFile::Seam final : kor::win::FileSeam
+{
+    Seam(const Kor_LogFile& its_log, Kor_LogMTVars& its_vars) noexcept : log(its_log), vars(its_vars) {}
+
+    std::size_t write_end(kor::core::Buffer to) const noexcept override { return write(to, kor::core::SEAM_AT_END); }
+    std::size_t write_begin(kor::core::Buffer to) const noexcept override
+    {
+        return write(to, kor::core::SEAM_AT_BEGIN);
+    }
+
+    std::size_t write(kor::core::Buffer to, std::string_view marker) const noexcept
+    {
+        if (!log.m_banners)
+            return 0;
+        const Kor_LogMTVars::Message message = vars.message();
+        vars.UpdateTime();
+        const std::string_view time = vars.time_text();
+        vars.restore(message);
+        const kor::win::OwnerLockGuard guard(kor::identity_lock);
+        const char* const name = guard.held() ? Kor_LogMTVars::m_app_name : nullptr;
+        const int length = kor::core::write_seam_banner(
+            to, marker,
+            {name == nullptr ? "(null)" : name, Kor_LogMTVars::m_proc_id, time, log.m_user_name, log.m_computer_name});
+        return length < 0 ? 0 : static_cast<std::size_t>(length);
+    }
+
+    const Kor_LogFile& log;
+    Kor_LogMTVars& vars;
+};
+
+bool Kor_LogFile::write_rotating_file(Kor_LogMTVars& vars, const Line& line)
+{
+    constexpr std::int64_t MEGABYTE = 1024 * 1024;
+    const Kor_LogConf* const conf = m_conf;
+    const auto limit = conf == nullptr ? 0 : static_cast<std::uint32_t>(conf->GetSizeLimitInMb());
+    const Seam seam(*this, vars);
+    const kor::win::FileBounds bounds{static_cast<std::int64_t>(limit) * MEGABYTE, seam};
+    return m_append_file->write(line.parts(vars, "\n"), &bounds);
 }
 
 void Kor_LogFile::write_event(Kor_LogMTVars& vars, const Line& line)

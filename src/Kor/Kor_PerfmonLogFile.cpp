@@ -20,6 +20,7 @@
 #include "core/message.h"
 #include "core/monitor_line.h"
 #include "general_log.h"
+#include "private_file.h"
 #include "win/append_file.h"
 #include "win/clock.h"
 #include "win/console.h"
@@ -345,7 +346,7 @@ void Kor_PerfmonLogFile::open_file(const char* name)
         folder = L"log";
     }
     if (m_append_file != nullptr)
-        m_append_file->open(kor::win::system_path(*folder + L"\\" + kor::win::wide_file_name(name)));
+        m_append_file->open(kor::win::system_path(*folder + L"\\" + kor::private_file_name(name)));
 }
 
 int Kor_PerfmonLogFile::Init(const char* appName)

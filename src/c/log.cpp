@@ -10,6 +10,7 @@
 #include "Kor_LogFile.h"
 #include "c/c_texts.h"
 #include "c/log_access.h"
+#include "core/file_rotation.h"
 #include "win/owned.h"
 
 using kor::c::contained;
@@ -171,6 +172,20 @@ void lum_write_bare(int level, int package, unsigned int code, const char* text,
 {
     if (!KorGLog.IsRejected(level, package))
         send_finished(nullptr, level, package, code == 0 ? KOR_MSG_NO_HEADLINE : code, text_of(text, length));
+}
+
+// Files that rotate ------------------------------------------------------------------------------------
+int lum_set_rotation(int files)
+{
+    if (files < 0 || files > kor::core::MOST_OLDER_FILES)
+        return LUM_FAILED;
+    return contained(
+        LUM_FAILED,
+        [=]
+        {
+            KorGLog.SetRotation(files);
+            return LUM_OK;
+        });
 }
 
 // Whom the lines are about ----------------------------------------------------------------------------

@@ -59,6 +59,7 @@ bool LogSelection::fits(const LogRecord& record, const Process& process)
     case LogLine::BARE: // in front of all others of a file
         return !asks_for_lines() && m_filter.level >= LogFilter::ANY_LEVEL;
     case LogLine::FULL_NOTICE:
+    case LogLine::ROTATION_NOTICE:
         return !asks_for_lines() || m_wanted_sources[record.source];
     case LogLine::MESSAGE:
         return line.level <= m_filter.level && is_wanted(m_filter.packages, line.package) &&
@@ -77,7 +78,8 @@ bool LogSelection::fits_identity(const LogLine& line, const Process& process) co
         return false;
     // A crash names the program's file, and the banners of a monitor log name nothing.
     const bool has_name = line.kind == LogLine::MESSAGE || line.kind == LogLine::MEASUREMENT ||
-                          line.kind == LogLine::START_BANNER || line.kind == LogLine::END_BANNER;
+                          line.kind == LogLine::START_BANNER || line.kind == LogLine::END_BANNER ||
+                          line.kind == LogLine::GOES_ON_ELSEWHERE || line.kind == LogLine::GOES_ON_HERE;
     return is_wanted(m_filter.applications, has_name ? line.application : std::string_view(process.application));
 }
 

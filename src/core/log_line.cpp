@@ -4,6 +4,7 @@
 #include <iterator>
 
 #include "core/calendar.h"
+#include "core/file_rotation.h"
 
 namespace kor::core
 {
@@ -342,6 +343,8 @@ bool read_banner(std::string_view line, LogLine& result) noexcept
     result.text = line;
     return read_session_banner(rest, ") Start Session at ", LogLine::START_BANNER, result) ||
            read_session_banner(rest, ") End Session at ", LogLine::END_BANNER, result) ||
+           read_session_banner(rest, SEAM_AT_END, LogLine::GOES_ON_ELSEWHERE, result) ||
+           read_session_banner(rest, SEAM_AT_BEGIN, LogLine::GOES_ON_HERE, result) ||
            read_monitor_banner(rest, ") start session =====", LogLine::MONITOR_START, result) ||
            read_monitor_banner(rest, ") end session =====", LogLine::MONITOR_END, result);
 }
@@ -399,6 +402,16 @@ bool read_short_line(std::string_view line, LogLine& result) noexcept
     return read_crash(rest, result) || read_measurement(rest, result);
 }
 
+bool read_rotation_notice(std::string_view line, LogLine& result) noexcept
+{
+    if (!begins_with(line, ROTATION_NOTICE_BEGIN) ||
+        (line.find(NOT_RENAMED) == std::string_view::npos && line.find(NOT_REOPENED) == std::string_view::npos))
+        return false;
+    result.kind = LogLine::ROTATION_NOTICE;
+    result.text = line;
+    return true;
+}
+
 bool read_notice(std::string_view line, LogLine& result) noexcept
 {
     if (!begins_with(line, "*** Log file size (ESTIMATED around ") ||
@@ -417,7 +430,7 @@ std::string_view level_name(int level) noexcept
 
 LogLine read_log_line(std::string_view line) noexcept
 {
-    for (const auto read : {&read_message, &read_banner, &read_short_line, &read_notice})
+    for (const auto read : {&read_message, &read_banner, &read_short_line, &read_notice, &read_rotation_notice})
     {
         LogLine result;
         if (read(line, result))

@@ -32,7 +32,10 @@ struct LogLine
         MEASUREMENT,   ///< of a monitor log
         MONITOR_START, ///< banners of a monitor log, which have no time
         MONITOR_END,
-        CRASH ///< of the log of crashes
+        CRASH,             ///< of the log of crashes
+        GOES_ON_ELSEWHERE, ///< the end of a file that was renamed because of its size
+        GOES_ON_HERE,      ///< the beginning of the next one
+        ROTATION_NOTICE    ///< the file should be renamed and cannot be
     };
 
     static constexpr int NONE = -1;

@@ -26,6 +26,7 @@ NamedMutexGuard::NamedMutexGuard(const char* name, DWORD max_wait_ms) noexcept :
         return;
     const DWORD result = ::WaitForSingleObject(m_mutex.get(), max_wait_ms);
     m_held = result == WAIT_OBJECT_0 || result == WAIT_ABANDONED;
+    m_in_use = result == WAIT_TIMEOUT;
 }
 
 NamedMutexGuard::~NamedMutexGuard()

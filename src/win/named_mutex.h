@@ -21,9 +21,13 @@ public:
 
     bool held() const noexcept { return m_held; }
 
+    /// True when somebody else holds it, or held it until the end of the wait.
+    bool in_use() const noexcept { return m_in_use; }
+
 private:
     OwnedHandle m_mutex;
     bool m_held;
+    bool m_in_use = false;
 };
 } // namespace kor::win
 

@@ -22,11 +22,15 @@ HANDLE board_mapping(const std::string& channel)
         INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, BOARD_SIZE, (channel + "-board").c_str());
 }
 
-ChildOptions host_options(const std::string& folder, const std::string& name, const std::string& channel)
+ChildOptions host_options(
+    const std::string& folder, const std::string& name, const std::string& channel,
+    std::vector<std::pair<std::string, std::string>> environment)
 {
     ChildOptions options;
     options.arguments = {channel, name};
-    options.environment = {{"KORAL_LOG_DEVELOP", ""}, {"PRISMATE_LOG_DIR", folder}};
+    options.environment = std::move(environment);
+    options.environment.emplace_back("KORAL_LOG_DEVELOP", "");
+    options.environment.emplace_back("PRISMATE_LOG_DIR", folder);
     return options;
 }
 
@@ -71,11 +75,12 @@ int Ran::size(const std::string& pointer) const
     return found == nullptr || !found->is_structured() ? -1 : static_cast<int>(found->size());
 }
 
-Host::Host(const std::string& folder, const std::string& name)
+Host::Host(
+    const std::string& folder, const std::string& name, std::vector<std::pair<std::string, std::string>> environment)
     : m_name(name), m_channel(unique_name("level-sync-host")), m_request(m_channel + "-request"),
       m_done(m_channel + "-done"), m_mapping(board_mapping(m_channel)),
       m_board(static_cast<char*>(::MapViewOfFile(m_mapping, FILE_MAP_ALL_ACCESS, 0, 0, 0))),
-      m_child("level_sync_host", host_options(folder, name, m_channel))
+      m_child("level_sync_host", host_options(folder, name, m_channel, std::move(environment)))
 {
     m_child.ensure_begun();
     ask("ready");

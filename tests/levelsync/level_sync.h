@@ -45,7 +45,9 @@ public:
     static constexpr int LOST = -1000; ///< the host did not answer
 
     /// Joins the block while it loads the library. The application's name is that of its log, NAME.log in the folder.
-    Host(const std::string& folder, const std::string& name);
+    Host(
+        const std::string& folder, const std::string& name,
+        std::vector<std::pair<std::string, std::string>> environment = {});
     Host(const Host&) = delete;
     Host& operator=(const Host&) = delete;
     ~Host();
@@ -125,7 +127,11 @@ public:
     ChildOptions options(const std::vector<std::string>& words) const;
 
     /// A host of this folder. It lives as long as the returned object.
-    std::unique_ptr<Host> host(const std::string& name) const { return std::make_unique<Host>(path(), name); }
+    std::unique_ptr<Host>
+    host(const std::string& name, std::vector<std::pair<std::string, std::string>> environment = {}) const
+    {
+        return std::make_unique<Host>(path(), name, std::move(environment));
+    }
 
 private:
     TempDirectory m_folder;

@@ -175,6 +175,76 @@ TEST(LevelSyncDoctor, FindsAFileThatIsFull)
     EXPECT_EQ(found.kind, "wrong") << ran;
     EXPECT_THAT(found.next, HasSubstr("Save it and clear it, or allow more, as in LevelSync limit 2"));
     EXPECT_THAT(found.next, HasSubstr("LevelSync -u"));
+    EXPECT_THAT(found.next, HasSubstr("PRISMATE_LOG_FILES=5"));
+}
+
+namespace
+{
+/// Writes more than a megabyte.
+void fill_a_file(Host& host)
+{
+    for (int i = 0; i < 1200; ++i)
+        host.write(320, 4, std::string(900, 'x'));
+}
+} // namespace
+
+TEST(LevelSyncDoctor, TakesAFileThatItsProcessRenamesForNothingOdd)
+{
+    const Site site("2\nfile_size_limit_in_mb=1\n");
+    const auto viewer = site.host("viewer", {{"PRISMATE_LOG_FILES", "3"}});
+    fill_a_file(*viewer);
+    ASSERT_NE(site.file("viewer.1.log"), "");
+    const nlohmann::json report = report_of(site, "doctor");
+    EXPECT_TRUE(is_fine(report, name_of(*viewer) + " wrote to viewer.log at ")) << report.dump(2);
+    EXPECT_EQ(find(report, "viewer.log").what, "");
+    std::filesystem::remove(site.path("viewer.log"));
+    EXPECT_EQ(find(report_of(site, "doctor"), "was renamed while it ran").what, "");
+}
+
+TEST(LevelSyncDoctor, FindsAFileThatItsProcessCannotRename)
+{
+    const Site site("2\nfile_size_limit_in_mb=1\n");
+    const auto viewer = site.host("viewer", {{"PRISMATE_LOG_FILES", "3"}});
+    const HANDLE editor = ::CreateFileA(
+        site.path("viewer.log").c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING, 0,
+        nullptr);
+    ASSERT_NE(editor, INVALID_HANDLE_VALUE);
+    fill_a_file(*viewer);
+    ::Sleep(1100); // until it is tried again
+    fill_a_file(*viewer);
+    viewer->write(320, 4, "last");
+    ASSERT_TRUE(write_file(site.path("viewer.1.log"), "older\r\n"));
+    const Found found = find(report_of(site, "doctor"), "viewer.log has 2 MB, the limit is 1 MB: ");
+    ::CloseHandle(editor);
+    EXPECT_EQ(found.kind, "doubtful");
+    EXPECT_THAT(found.what, HasSubstr("somebody has it open who does not allow that"));
+    EXPECT_THAT(found.next, HasSubstr("Close what has it open"));
+}
+
+TEST(LevelSyncDoctor, FindsThatFilesAreToBeRenamedAtNoSize)
+{
+    const Site site;
+    const auto viewer = site.host("viewer", {{"PRISMATE_LOG_FILES", "3"}});
+    const auto archive = site.host("archive", {{"PRISMATE_LOG_FILES", "many"}});
+    const nlohmann::json report = report_of(site, "doctor");
+    const Found found = find(report, "PRISMATE_LOG_FILES=3, and there is no size limit");
+    EXPECT_EQ(found.kind, "doubtful");
+    EXPECT_THAT(found.next, HasSubstr("LevelSync limit 10"));
+    EXPECT_EQ(find(report, "PRISMATE_LOG_FILES=many, which is no number from 0 to 999").kind, "doubtful");
+}
+
+TEST(LevelSyncLines, FilesThatWereRenamedAreReadInOrder)
+{
+    const Site site("2\nfile_size_limit_in_mb=1\n");
+    const auto viewer = site.host("viewer", {{"PRISMATE_LOG_FILES", "3"}});
+    viewer->write(320, 4, "the first of all");
+    fill_a_file(*viewer);
+    viewer->write(320, 4, "the last of all");
+    const Ran ran = site.run("lines all");
+    EXPECT_LT(ran.out.find("the first of all"), ran.out.find("the last of all")) << ran;
+    EXPECT_NE(ran.out.find("the last of all"), std::string::npos) << ran;
+    const Ran banners = site.run("lines goes");
+    EXPECT_TRUE(banners.says("Log goes on in the next file at ") && banners.says("Log goes on here at ")) << banners;
 }
 
 TEST(LevelSyncDoctor, FindsAFileThatWasRenamed)

@@ -171,6 +171,22 @@ TEST(LevelSyncTail, FollowsFilesThatAreRenamedClearedNewAndIdle)
     EXPECT_FALSE(has_line(ran, "years ago"));
 }
 
+TEST(LevelSyncTail, FollowsAFileThatItsProcessRenames)
+{
+    const Site site("2\nfile_size_limit_in_mb=1\nReplay 320 6\n");
+    const auto viewer = site.host("viewer", {{"PRISMATE_LOG_FILES", "5"}});
+    const auto tail = site.start("tail replay");
+    ASSERT_TRUE(is_raised(*viewer));
+    for (int i = 0; i < 2500; ++i)
+        ASSERT_TRUE(viewer->write(REPLAY, 7, "line " + std::to_string(i) + ' ' + std::string(900, 'x')));
+    ASSERT_NE(site.file("viewer.2.log"), "");
+    ASSERT_TRUE(viewer->write(REPLAY, 7, "the last of all"));
+    EXPECT_TRUE(comes_true([&] { return has_line(ran(*tail, 0), "the last of all"); }));
+    const Ran whole = stopped(*tail);
+    for (int i = 0; i < 2500; ++i)
+        EXPECT_TRUE(whole.says("line " + std::to_string(i) + " xxx")) << i;
+}
+
 TEST(LevelSyncTail, FollowsAHostThatLogsToAnotherFolder)
 {
     const Site site;

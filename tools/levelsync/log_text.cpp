@@ -19,10 +19,13 @@ Style style_of(const LogLine& line)
     {
     case LogLine::START_BANNER:
     case LogLine::END_BANNER:
+    case LogLine::GOES_ON_ELSEWHERE:
+    case LogLine::GOES_ON_HERE:
     case LogLine::MONITOR_START:
     case LogLine::MONITOR_END:
         return Style::STRONG;
     case LogLine::FULL_NOTICE:
+    case LogLine::ROTATION_NOTICE:
         return Style::CAREFUL;
     default:
         break;
@@ -52,6 +55,12 @@ const char* kind_name(LogLine::Kind kind)
         return "monitor end";
     case LogLine::CRASH:
         return "crash";
+    case LogLine::GOES_ON_ELSEWHERE:
+        return "goes on elsewhere";
+    case LogLine::GOES_ON_HERE:
+        return "goes on here";
+    case LogLine::ROTATION_NOTICE:
+        return "not renamed";
     case LogLine::BARE:
         break;
     }

@@ -10,6 +10,7 @@
 
 #include "command.h"
 #include "conf.h"
+#include "core/file_rotation.h"
 #include "core/level_check.h"
 #include "core/log_line.h"
 #include "core/size_limit.h"
@@ -35,6 +36,7 @@ constexpr int FULL_DETAIL = 7;
 constexpr wchar_t SESSION_BLOCK[] = L"Local\\SM_LOG_OBJ_NAME_12_0";
 
 constexpr std::string_view ENDING = ".log";
+constexpr char FILES_VARIABLE[] = "PRISMATE_LOG_FILES";
 
 /// Something that was found. Whole sentences.
 struct Ailment
@@ -223,6 +225,17 @@ private:
                 who(host) + " was started with KORAL_LOG_OUTPUT=" + output +
                     ", which changes the output of all processes.",
                 "Take the variable away; LevelSync -u puts into force again what the file says.");
+        const std::string files = value_of(FILES_VARIABLE);
+        int count = 0;
+        if (!files.empty() && !kor::core::read_file_count(files, count))
+            doubtful(
+                who(host) + " was started with PRISMATE_LOG_FILES=" + files + ", which is no number from 0 to 999.",
+                "Set it to how many renamed files are to be kept, as in PRISMATE_LOG_FILES=5, and start it again.");
+        else if (count > 0 && size_limit() == 0)
+            doubtful(
+                who(host) + " was started with PRISMATE_LOG_FILES=" + files +
+                    ", and there is no size limit: its file grows and is never renamed.",
+                "LevelSync limit 10 has it renamed at 10 MB.");
     }
 
     void look_at_lines_of(const Host& host)
@@ -245,6 +258,17 @@ private:
         return shown(utf8(path.substr(path.find_last_of(L"\\/") + 1)));
     }
 
+    /// True for a file that its processes rename themselves.
+    static bool rotates(const Host& host, const LastLine& last)
+    {
+        int count = 0;
+        const auto files = host.variables.find(FILES_VARIABLE);
+        if (files != host.variables.end() && kor::core::read_file_count(files->second, count) && count > 0)
+            return true;
+        LogFile file(last.file);
+        return end_of(file).find(kor::core::SEAM_AT_END) != std::string::npos;
+    }
+
     /// A process goes on writing to its file when that is renamed. Programs call their file as they call themselves.
     void look_for_renamed(const Host& host, const LastLine& last)
     {
@@ -256,6 +280,8 @@ private:
                                 std::string_view("._-").find(name[application.size()]) != std::string_view::npos;
         const bool is_a_log =
             name.size() > ENDING.size() && name.compare(name.size() - ENDING.size(), ENDING.size(), ENDING) == 0;
+        if (rotates(host, last))
+            return; // its next line is in the new file
         const std::wstring folder = last.file.substr(0, last.file.find_last_of(L"\\/") + 1);
         if (!is_like_it || (is_a_log && !exists(folder + wide(usual))))
             return; // it may have given its file that name
@@ -368,7 +394,17 @@ private:
                     log->name() + " is full: it has " + std::to_string(log->size() / 1024 / 1024) +
                         " MB, the limit is " + std::to_string(limit) + " MB. Nothing is written to it any more.",
                     "Save it and clear it, or allow more, as in LevelSync limit " + std::to_string(2 * limit) +
-                        "; then LevelSync -u, so that processes look at once.");
+                        "; then LevelSync -u, so that processes look at once. For good: start the program with "
+                        "PRISMATE_LOG_FILES=5, and it renames a full file and begins a new one.");
+            else if (could_not_be_renamed(*log, limit))
+                doubtful(
+                    log->name() + " has " + std::to_string(log->size() / 1024 / 1024) + " MB, the limit is " +
+                        std::to_string(limit) +
+                        " MB: it should have been renamed, and somebody has it open who does "
+                        "not allow that, or its folder cannot be written to. No line is lost.",
+                    "Close what has it open, such as an editor; a notice in it has the error. Then it is renamed "
+                    "within "
+                    "a second of the next line.");
     }
 
     /// In megabytes, 0: none.
@@ -382,12 +418,24 @@ private:
     /// Past the limit, and the process that writes there has said so.
     static bool is_full(LogFile& log, unsigned limit)
     {
+        return kor::core::judge_size(static_cast<std::int64_t>(log.size()), limit).exceeded &&
+               end_of(log).find("exceed limit defined in logger file.") != std::string::npos;
+    }
+
+    /// Past the limit all the same, beside files that were renamed, or with a notice that it cannot be.
+    static bool could_not_be_renamed(LogFile& log, unsigned limit)
+    {
+        return kor::core::judge_size(static_cast<std::int64_t>(log.size()), limit).exceeded &&
+               (exists(kor::core::numbered_path(log.path(), 1)) ||
+                end_of(log).find(kor::core::NOT_RENAMED) != std::string::npos);
+    }
+
+    static std::string end_of(LogFile& log)
+    {
         const std::uint64_t size = log.size();
-        if (!kor::core::judge_size(static_cast<std::int64_t>(size), limit).exceeded)
-            return false;
         std::string end(LOOKED_AT, '\0');
         end.resize(log.read(size - std::min<std::uint64_t>(size, LOOKED_AT), end.data(), end.size()));
-        return end.find("exceed limit defined in logger file.") != std::string::npos;
+        return end;
     }
 
     void look_at_disk()
