@@ -174,7 +174,19 @@ void lumlog_line(benchmark::State& state)
     measure_lines(state, &Form::lumlog);
 }
 
-// What somebody can ask for. The file has no limit that it reaches.
+// What somebody can ask for. The text has nothing to escape, and the file no limit that it reaches.
+void begin_safe(const benchmark::State& state)
+{
+    KorGLog.SetSafeLines(true);
+    begin_lumlog(state);
+}
+
+void end_safe(const benchmark::State& state)
+{
+    KorGLog.SetSafeLines(false);
+    end_lumlog<Plain>(state);
+}
+
 void begin_rotating(const benchmark::State& state)
 {
     KorGLog.SetRotation(5);
@@ -385,6 +397,7 @@ int main(int argc, char** argv)
     for (const int threads : {1, 2, 4, 8, 16})
         add_forms<Plain>("line", threads);
     add("line/bare", 1, &bare_line, &begin_bare, &end_bare);
+    add("line/safe", 1, &lumlog_line<Plain>, &begin_safe, &end_safe);
     add("line/rotating", 1, &lumlog_line<Plain>, &begin_rotating, &end_rotating);
     add_forms<Float>("line/float", 1);
     add_forms<Hexadecimal>("line/hexadecimal", 1);

@@ -104,7 +104,10 @@ def line_rows(runs):
         rows.append([f"line with {title}", nanoseconds(runs.time(name)),
                      nanoseconds(runs.time(f"line/{form}/spdlog threads:1")), "", f"{ratio:.2f} of a line"]
                     + judged((ratio, 1.15, " of a line")))
-    rotating = "line/rotating threads:1"
+    safe, rotating = "line/safe threads:1", "line/rotating threads:1"
+    ratio = runs.ratio(safe, one)
+    rows.append(["line, safe", nanoseconds(runs.time(safe)), "", "", f"{ratio:.2f} of a line"]
+                + judged((ratio, 1.03, " of a line")))
     rows.append(["line, files rotate", nanoseconds(runs.time(rotating)), "", "",
                  f"{runs.ratio(rotating, one):.2f} of a line", "", ""])
     allocations = float(runs.context("allocations_lumlog"))

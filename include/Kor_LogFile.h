@@ -281,6 +281,13 @@ public:
     /// later, too; a stream of the caller's is never renamed. Any thread, at any time.
     void SetRotation(int files);
 
+    /// Keeps what is logged from passing for what it is not: control characters in texts and names are written as
+    /// "\x1b" and the like, each further line of a message, and each line without a headline, begins with blanks, and a
+    /// message that was cut says how much is missing. For servers, whose texts come from others. Off by default. Holds for
+    /// the whole process. Where the environment variable PRISMATE_LOG_SAFE is 1 or 0, that counts instead of every
+    /// call. Any thread, at any time.
+    void SetSafeLines(bool safe);
+
     // Filtering.
 
     /// Notes the parameters of the calling thread's next message and returns 1, or returns 0 when
@@ -527,6 +534,8 @@ private:
     Kor_LogMTVarsPtr* find_context() noexcept;
     Kor_LogMTVarsPtr* find_accepted_context() noexcept;
     void send(const Kor_LogMTVarsPtr& vars, unsigned long code, const char* format, char* args, bool add_newline);
+    void send_finished(const Kor_LogMTVarsPtr& vars, const Line& line);
+    void log_banner(const char* format, ...) KOR_PRINTF(2, 3);
     void send_text(Kor_LogMTVarsPtr vars, const Line& line);
     void write_output(Kor_LogMTVars& context, const Line& line);
     void write_console(Kor_LogMTVars& context, const Line& line);

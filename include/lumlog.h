@@ -270,13 +270,18 @@ extern "C"
     LUM_API void LUM_CALL lum_set_thread_name(const char* name);
     LUM_API size_t LUM_CALL lum_thread_name(char* buffer, size_t size);
 
-    /* Files that rotate ---------------------------------------------------------------------------------------------- */
+    /* Files that rotate, lines that cannot lie ------------------------------------------------------------------------ */
 
     /** Instead of falling silent at the size limit of the configuration, the log's file, say viewer.log, is renamed to
      * viewer.1.log, and writing goes on in a new one. files: how many renamed ones are kept, 0 to 999; 0, the default: none
      * is renamed. LUM_FAILED for another number. The environment variable PRISMATE_LOG_FILES counts instead, where it has a
      * number. */
     LUM_API int LUM_CALL lum_set_rotation(int files);
+
+    /** 1: control characters in texts and names are written as "\x1b" and the like, further lines of a message begin with
+     * blanks, and a message that was cut says how much is missing. 0, the default: texts go out as they are. The environment
+     * variable PRISMATE_LOG_SAFE counts instead, where it is 0 or 1. */
+    LUM_API void LUM_CALL lum_set_safe_lines(int safe);
 
     /* Levels ---------------------------------------------------------------------------------------------------- */
 

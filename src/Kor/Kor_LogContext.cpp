@@ -9,10 +9,12 @@
 #include <utility>
 
 #include "Kor/identity.h"
+#include "Kor/safe_lines.h"
 #include "Kor/thread_client.h"
 #include "Kor_LogFile.h"
 #include "core/bounded_text.h"
 #include "core/headline.h"
+#include "core/safe_text.h"
 #include "win/clock.h"
 #include "win/process_end.h"
 
@@ -212,6 +214,8 @@ char* Kor_LogMTVars::headline(int kind, bool force, Write write) noexcept
         m_has_location,
         m_time.milliseconds};
     m_headline_length = write(Buffer{m_headline, HEADLINE_SIZE}, parts);
+    if (kor::has_safe_lines())
+        m_headline_length = kor::core::make_name_safe({m_headline, HEADLINE_SIZE}, m_headline_length);
     return m_headline;
 }
 

@@ -19,6 +19,7 @@
 #include "Kor/log_lock.h"
 #include "Kor/own_conf.h"
 #include "Kor/private_file.h"
+#include "Kor/safe_lines.h"
 #include "Kor/shared_name.h"
 #include "Kor/thread_client.h"
 #include "core/size_limit.h"
@@ -67,6 +68,7 @@ Kor_LogFile::Kor_LogFile(int, bool banners)
     if (kor::win::is_set("PRISMATE_TRUNC_SZT"))
         truncation_enabled = false;
     m_console_mode = kor::win::environment("PRISMATE_LOG_CONSOLE") == "1";
+    kor::read_safe_lines();
     m_own_conf = new (std::nothrow) kor::OwnConf;
     if (m_own_conf != nullptr && m_own_conf->exists())
         m_shared_stamp = &m_own_conf->stamp();
@@ -227,8 +229,15 @@ void Kor_LogFile::SetRotation(int files)
         m_append_file->set_rotation(kor::configured_file_count().value_or(files));
 }
 
+void Kor_LogFile::SetSafeLines(bool safe)
+{
+    const KeptErrors kept;
+    kor::set_safe_lines(safe);
+}
+
 int Kor_LogFile::Init(const char* app_name)
 {
+    kor::read_safe_lines();
     InitConf();
     const std::string_view name(app_name == nullptr ? "" : app_name);
     char* old_name = nullptr;
@@ -261,26 +270,26 @@ void Kor_LogFile::write_start_banner()
         return;
     vars->m_accepted = 1;
     vars->UpdateTime();
-    const char* const name = Kor_LogMTVars::m_app_name;
+    const kor::BannerName safe_name(Kor_LogMTVars::m_app_name);
+    const char* const name = safe_name.get();
     const int process = Kor_LogMTVars::m_proc_id;
     const Kor_LogConf* const conf = m_conf;
     if (conf != nullptr && conf->GetOutput() == Kor_LogConf::OUTPUT_SYSLOG_FILE)
     {
         vars->m_level = 1;
-        LogNoHeadline(
-            "===== %s (%d) Start Session at %s, User %s =====\n", name, process, vars->TimeText(), m_user_name);
+        log_banner("===== %s (%d) Start Session at %s, User %s =====\n", name, process, vars->TimeText(), m_user_name);
         return;
     }
     vars->m_level = 4;
     if (!kor::win::is_set("PRISMATE_LOG_INFO"))
     {
-        LogNoHeadline(
+        log_banner(
             "===== %s (%d) Start Session at %s, User %s on %s =====\n", name, process, vars->TimeText(), m_user_name,
             m_computer_name);
         return;
     }
     // "empty" for a mapping that has a name, and nothing for one that has none: the banner stays as it was.
-    LogNoHeadline(
+    log_banner(
         "===== %s (%d) Start Session at %s, User %s on %s =====\n"
         " params: file mapping name is %s size %d\n",
         name, process, vars->TimeText(), m_user_name, m_computer_name,
@@ -295,19 +304,20 @@ void Kor_LogFile::write_end_banner()
         return;
     vars->m_accepted = 1;
     vars->UpdateTime();
+    const kor::BannerName name(Kor_LogMTVars::m_app_name);
     const Kor_LogConf* const conf = m_conf;
     // The levels are the start banner's the other way round, and stay so.
     if (conf != nullptr && conf->GetOutput() == Kor_LogConf::OUTPUT_SYSLOG_FILE)
     {
         vars->m_level = 4;
-        LogNoHeadline(
-            "===== %s (%d) End Session at %s, User %s =====\n", Kor_LogMTVars::m_app_name, Kor_LogMTVars::m_proc_id,
-            vars->TimeText(), m_user_name);
+        log_banner(
+            "===== %s (%d) End Session at %s, User %s =====\n", name.get(), Kor_LogMTVars::m_proc_id, vars->TimeText(),
+            m_user_name);
         return;
     }
     vars->m_level = 1;
-    LogNoHeadline(
-        "===== %s (%d) End Session at %s, User %s on %s =====\n", Kor_LogMTVars::m_app_name, Kor_LogMTVars::m_proc_id,
+    log_banner(
+        "===== %s (%d) End Session at %s, User %s on %s =====\n", name.get(), Kor_LogMTVars::m_proc_id,
         vars->TimeText(), m_user_name, m_computer_name);
 }
 

@@ -14,10 +14,12 @@
 #include "Kor/general_log.h"
 #include "Kor/identity.h"
 #include "Kor/log_lock.h"
+#include "Kor/safe_lines.h"
 #include "Kor_LogFile.h"
 #include "core/bounded_text.h"
 #include "core/file_rotation.h"
 #include "core/message.h"
+#include "core/safe_text.h"
 #include "core/size_limit.h"
 #include "win/append_file.h"
 #include "win/console.h"
@@ -118,7 +120,7 @@ int Kor_LogFile::LogTextAt(
     const Kor_LogMTVarsPtr* const vars = begin_message(file, function, line, level, package);
     if (vars == nullptr)
         return 0;
-    send_text(*vars, {KOR_MSG_HEADLINE, text == nullptr ? "" : text, length});
+    send_finished(*vars, {KOR_MSG_HEADLINE, text == nullptr ? "" : text, length});
     return 1;
 }
 
@@ -133,6 +135,21 @@ int Kor_LogFile::LogNoHeadline(unsigned long code, const char* format, ...)
     send(*vars, code, format, args, true);
     va_end(args);
     return 0;
+}
+
+/// LogNoHeadline for lines of the log itself, which go out as they are.
+void Kor_LogFile::log_banner(const char* format, ...)
+{
+    const KeptErrors kept;
+    const Kor_LogMTVarsPtr* const vars = find_accepted_context();
+    if (vars == nullptr)
+        return;
+    char buffer[MESSAGE_SIZE];
+    va_list args;
+    va_start(args, format);
+    const int length = kor::core::end_with_newline(buffer, kor::win::format_message(buffer, format, args));
+    va_end(args);
+    send_text(*vars, {KOR_MSG_NO_HEADLINE, {buffer, static_cast<std::size_t>(length)}, length});
 }
 
 int Kor_LogFile::LogNoHeadline(const char* format, ...)
@@ -244,7 +261,7 @@ int Kor_LogFile::SendLogNoLimit(unsigned long code, char* text, int length)
 {
     const KeptErrors kept;
     if (const Kor_LogMTVarsPtr* const vars = find_context())
-        send_text(*vars, {code, text == nullptr ? "" : text, length});
+        send_finished(*vars, {code, text == nullptr ? "" : text, length});
     return 0;
 }
 
@@ -252,10 +269,22 @@ void Kor_LogFile::send(
     const Kor_LogMTVarsPtr& vars, unsigned long code, const char* format, char* args, bool add_newline)
 {
     char buffer[MESSAGE_SIZE];
-    int length = kor::win::format_message(buffer, format, args);
+    std::size_t whole = 0;
+    int length = kor::win::format_message(buffer, format, args, &whole);
+    if (kor::has_safe_lines())
+        length = kor::core::make_message_safe({buffer, sizeof buffer}, length, whole, code != KOR_MSG_HEADLINE);
     if (add_newline)
         length = kor::core::end_with_newline(buffer, length);
     send_text(vars, {code, {buffer, static_cast<std::size_t>(length < 0 ? MAX_MESSAGE : length)}, length});
+}
+
+/// A text that was not formatted here, of any length.
+void Kor_LogFile::send_finished(const Kor_LogMTVarsPtr& vars, const Line& line)
+{
+    if (!kor::has_safe_lines())
+        return send_text(vars, line);
+    const kor::core::SafeMessage safe(line.text, line.ends_with_newline(), !line.has_headline());
+    send_text(vars, {line.code, safe.text(), static_cast<int>(safe.text().size())});
 }
 
 void Kor_LogFile::send_text(Kor_LogMTVarsPtr vars, const Line& line)
@@ -332,7 +361,8 @@ struct Kor_LogFile::Seam final : kor::win::FileSeam
         const std::string_view time = vars.time_text();
         vars.restore(message);
         const kor::win::OwnerLockGuard guard(kor::identity_lock);
-        const char* const name = guard.held() ? Kor_LogMTVars::m_app_name : nullptr;
+        const kor::BannerName safe_name(guard.held() ? Kor_LogMTVars::m_app_name : nullptr);
+        const char* const name = safe_name.get();
         const int length = kor::core::write_seam_banner(
             to, marker,
             {name == nullptr ? "(null)" : name, Kor_LogMTVars::m_proc_id, time, log.m_user_name, log.m_computer_name});
@@ -448,10 +478,12 @@ void Kor_LogFile::report_failed_destination(Kor_LogMTVars& vars, const char* wha
     if (note_params("Kor_LogFile", FUNCTION, __LINE__, kor::LEVEL_ERROR, KOR_PACKAGE_LIBRARY) == 0)
         return;
     char text[512];
-    const int length = kor::core::BoundedText(text, sizeof text)
-                           .add("A log destination has thrown an exception: ")
-                           .add(std::string_view(what))
-                           .finish();
+    int length = kor::core::BoundedText(text, sizeof text)
+                     .add("A log destination has thrown an exception: ")
+                     .add(std::string_view(what))
+                     .finish();
+    if (kor::has_safe_lines())
+        length = kor::core::make_message_safe({text, sizeof text}, length, std::strlen(what), false);
     const auto size = length < 0 ? std::strlen(text) : static_cast<std::size_t>(length);
     write_output(vars, {KOR_MSG_HEADLINE, {text, size}, static_cast<int>(size)});
 }

@@ -19,8 +19,10 @@
 #include "core/headline.h"
 #include "core/message.h"
 #include "core/monitor_line.h"
+#include "core/safe_text.h"
 #include "general_log.h"
 #include "private_file.h"
+#include "safe_lines.h"
 #include "win/append_file.h"
 #include "win/clock.h"
 #include "win/console.h"
@@ -541,6 +543,9 @@ public:
     {
         if (m_misfit)
             std::strcat(m_text, "\n");
+        if (kor::has_safe_lines())
+            kor::core::make_message_safe(
+                {m_text, sizeof m_text}, static_cast<int>(std::strlen(m_text)), sizeof m_text, false);
     }
     const char* text() const noexcept { return m_text; }
 
@@ -587,6 +592,16 @@ private:
     std::string_view m_text;
 };
 
+/// For what stands in front of a message, which is all there is in the line so far.
+void make_names_safe(char (&line)[LINE_SIZE], BoundedText& text) noexcept
+{
+    if (!kor::has_safe_lines())
+        return;
+    const int length = kor::core::make_name_safe({line, sizeof line}, text.finish());
+    text = BoundedText(line, sizeof line);
+    text.skip(length < 0 ? sizeof line - 1 : static_cast<std::size_t>(length));
+}
+
 kor::core::LocalTime local_time() noexcept
 {
     const SYSTEMTIME now = kor::win::local_system_time();
@@ -610,6 +625,7 @@ void Kor_PerfmonLogFile::write_line(
         kor::core::add_monitor_headline(
             text, {time, params.m_level, m_app_name == nullptr ? "" : m_app_name, m_process_id, ::GetCurrentThreadId(),
                    Context(m_context).text()});
+        make_names_safe(line, text);
     }
     const int length = text.add(std::string_view(message.text())).finish();
     const std::string_view whole(line, length < 0 ? LINE_SIZE - 1 : static_cast<std::size_t>(length));
@@ -644,6 +660,7 @@ int Kor_PerfmonLogFile::PrintToSyslog(int noHeadline, const char* format, char* 
     {
         const OptionalGuard guard(m_lock);
         text.add(Context(m_context).text());
+        make_names_safe(line, text);
     }
     text.add(": =").add(std::string_view(message.text())).finish();
     report(line, params->m_level, params->m_package);

@@ -174,7 +174,7 @@ void lum_write_bare(int level, int package, unsigned int code, const char* text,
         send_finished(nullptr, level, package, code == 0 ? KOR_MSG_NO_HEADLINE : code, text_of(text, length));
 }
 
-// Files that rotate ------------------------------------------------------------------------------------
+// Files that rotate, lines that cannot lie -------------------------------------------------------------
 int lum_set_rotation(int files)
 {
     if (files < 0 || files > kor::core::MOST_OLDER_FILES)
@@ -186,6 +186,11 @@ int lum_set_rotation(int files)
             KorGLog.SetRotation(files);
             return LUM_OK;
         });
+}
+
+void lum_set_safe_lines(int safe)
+{
+    contained([=] { KorGLog.SetSafeLines(safe != 0); });
 }
 
 // Whom the lines are about ----------------------------------------------------------------------------

@@ -144,6 +144,13 @@ public:
         return true;
     }
 
+    /// Goes on behind what stands in the buffer already, at most size - 1 characters.
+    BoundedText& skip(std::size_t length) noexcept
+    {
+        m_at += std::min(length, room());
+        return *this;
+    }
+
     /// Terminates the text. Returns its length, -1 when some of it was cut.
     int finish() noexcept
     {

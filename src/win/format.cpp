@@ -363,10 +363,13 @@ std::size_t format_wide_text(wchar_t* buffer, std::size_t size, const wchar_t* f
     return error.size();
 }
 
-int format_message(char* buffer, const char* format, char* args) noexcept
+int format_message(char* buffer, const char* format, char* args, std::size_t* whole) noexcept
 {
     FormatJob job{buffer, MAX_MESSAGE, format, args, 0, 0, false};
-    return format_into(job) == FormatResult::MISFIT ? put(buffer, FORMAT_ERROR) : job.length;
+    const FormatResult result = format_into(job);
+    if (whole != nullptr && result == FormatResult::CUT)
+        *whole = static_cast<std::size_t>(job.whole);
+    return result == FormatResult::MISFIT ? put(buffer, FORMAT_ERROR) : job.length;
 }
 
 void print(std::FILE* stream, const char* format, char* args) noexcept

@@ -29,8 +29,8 @@ std::size_t format_wide_text(wchar_t* buffer, std::size_t size, const wchar_t* f
 
 /// Formats into buffer (core::MESSAGE_SIZE bytes) and terminates it. args: a va_list. Returns the
 /// length, -1 when the text was cut at core::MAX_MESSAGE. Arguments that do not fit the format, a wild
-/// pointer included, give core::FORMAT_ERROR.
-int format_message(char* buffer, const char* format, char* args) noexcept;
+/// pointer included, give core::FORMAT_ERROR. whole, unless null, is set to the length of a text that was cut.
+int format_message(char* buffer, const char* format, char* args, std::size_t* whole = nullptr) noexcept;
 
 /// Prints to a stream in one piece, however long the text is.
 void print(std::FILE* stream, const char* format, char* args) noexcept;
