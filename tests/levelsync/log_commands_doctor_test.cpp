@@ -223,7 +223,7 @@ TEST(LevelSyncDoctor, FindsAFileThatItsProcessCannotRename)
 
 TEST(LevelSyncDoctor, FindsThatFilesAreToBeRenamedAtNoSize)
 {
-    const Site site;
+    const Site site(FIRST_LINES);
     const auto viewer = site.host("viewer", {{"PRISMATE_LOG_FILES", "3"}});
     const auto archive = site.host("archive", {{"PRISMATE_LOG_FILES", "many"}});
     const nlohmann::json report = report_of(site, "doctor");
@@ -233,7 +233,7 @@ TEST(LevelSyncDoctor, FindsThatFilesAreToBeRenamedAtNoSize)
     EXPECT_EQ(find(report, "PRISMATE_LOG_FILES=many, which is no number from 0 to 999").kind, "doubtful");
 }
 
-TEST(LevelSyncLines, FilesThatWereRenamedAreReadInOrder)
+TEST(LevelSyncRotation, FilesThatWereRenamedAreReadInOrder)
 {
     const Site site("2\nfile_size_limit_in_mb=1\n");
     const auto viewer = site.host("viewer", {{"PRISMATE_LOG_FILES", "3"}});
