@@ -306,17 +306,17 @@ public:
     /// nothing; ask StoreParams. A handful of loads, for use in front of a call.
     bool IsRejected(int level, int package) const noexcept
     {
-        const volatile std::uint64_t* const stamp = m_shared_stamp.load(std::memory_order_relaxed);
-        if (static_cast<unsigned int>(package) >= static_cast<unsigned int>(PACKAGE_COUNT) || stamp == nullptr ||
-            m_local_conf.load(std::memory_order_relaxed) != nullptr)
+        if (static_cast<unsigned int>(package) >= static_cast<unsigned int>(PACKAGE_COUNT))
             return false;
         // volatile: another process stores it, so each check must look. The order matters: an entry
         // that is read after its stamp was found to be the latest is no older than that.
-        if (*stamp != m_seen_count.load(std::memory_order_acquire))
+        if (*m_quick_stamp.load(std::memory_order_relaxed) != m_seen_count.load(std::memory_order_acquire))
             return false;
         const unsigned int generation = m_cache_generation.load(std::memory_order_relaxed);
         const unsigned int known = m_level_cache[package].load(std::memory_order_relaxed) ^ generation;
-        return known - 1 < 255 && level > static_cast<int>(known);
+        // Levels are 1 to 255 where one is known. With a level that is a constant only one comparison is left.
+        const unsigned int below = static_cast<unsigned int>(level) - 1;
+        return below < 256 && known - 1 < below;
     }
 
     /// True when a message is wanted: StoreParams would return 1. Notes nothing.
@@ -526,6 +526,8 @@ private:
     bool isolate(const Kor_LogConf* contents) noexcept;
     void keep_level(int package, std::uint64_t generation, int level) noexcept;
     void forget_levels() noexcept;
+    const volatile std::uint64_t* set_shared_stamp(const volatile std::uint64_t* stamp) noexcept;
+    void choose_quick_stamp() noexcept;
     static void ask_by_client() noexcept;
     void leave_list() noexcept;
     void rebuild_cache(int package);
@@ -581,6 +583,9 @@ private:
     Kor_LogFile* m_older_log;                                  // of all that there are
     kor::Isolation* m_isolation;                               // owned; null: there never was one
     std::atomic<bool> m_is_isolated;
+    // What the quick check compares with the count that was seen: the stamp above or, where more decides or there is none,
+    // one that is never seen. Never null.
+    std::atomic<const volatile std::uint64_t*> m_quick_stamp;
 };
 
 /// The log of the process, there from when the library is loaded until it goes.

@@ -20,6 +20,7 @@
 #include "Kor/own_conf.h"
 #include "Kor/private_file.h"
 #include "Kor/safe_lines.h"
+#include "Kor/shared_conf.h"
 #include "Kor/shared_name.h"
 #include "Kor/thread_client.h"
 #include "core/size_limit.h"
@@ -58,7 +59,8 @@ Kor_LogFile::Kor_LogFile(int, bool banners)
       m_size_countdown(kor::core::FIRST_SIZE_COUNTDOWN), m_level_cache{}, m_debugger_destination(nullptr),
       m_destination_count(0), m_lock(nullptr), m_cache_generation(0),
       m_append_file(new (std::nothrow) kor::win::AppendFile(m_file)), m_own_conf(nullptr), m_shared_stamp(nullptr),
-      m_generation(0), m_older_log(nullptr), m_isolation(nullptr), m_is_isolated(false)
+      m_generation(0), m_older_log(nullptr), m_isolation(nullptr), m_is_isolated(false),
+      m_quick_stamp(&kor::UNSEEN_STAMP)
 {
     {
         const OwnerLockGuard guard(kor::identity_lock);
@@ -71,7 +73,7 @@ Kor_LogFile::Kor_LogFile(int, bool banners)
     kor::read_safe_lines();
     m_own_conf = new (std::nothrow) kor::OwnConf;
     if (m_own_conf != nullptr && m_own_conf->exists())
-        m_shared_stamp = &m_own_conf->stamp();
+        set_shared_stamp(&m_own_conf->stamp());
     kor::shared_block_name =
         kor::win::is_unlimited_administrator() || kor::win::holds_privilege("SeCreateGlobalPrivilege")
             ? kor::GLOBAL_BLOCK_NAME
@@ -96,6 +98,7 @@ Kor_LogFile::~Kor_LogFile()
     // One that the log has not exchanged for the block stays: who has asked for it may still look at it.
     if (m_own_conf != nullptr && m_own_conf->made() != nullptr && m_own_conf->made() == m_shared_conf)
         m_own_conf->release();
+    m_quick_stamp = &kor::UNSEEN_STAMP;
     m_shared_stamp = nullptr;
     m_conf = nullptr;
     m_shared_conf = nullptr;

@@ -464,7 +464,7 @@ int Kor_LogFile::AttachSharedMemory()
     {
         auto* const block = static_cast<Kor_LogConf*>(view);
         m_shared_conf = block;
-        m_shared_stamp = &block->changeCount;
+        set_shared_stamp(&block->changeCount);
     }
     return result;
 }
@@ -581,7 +581,7 @@ bool Kor_LogFile::isolate(const Kor_LogConf* contents) noexcept
             return true;
         m_conf = m_isolation->used;
         m_shared_conf = m_isolation->shared;
-        m_shared_stamp = m_isolation->stamp;
+        set_shared_stamp(m_isolation->stamp);
         m_conf_initialised = m_isolation->was_initialised;
         m_is_isolated = false;
         note_context_change();
@@ -597,7 +597,7 @@ bool Kor_LogFile::isolate(const Kor_LogConf* contents) noexcept
     if (!m_is_isolated.exchange(true))
     {
         m_isolation->was_initialised = m_conf_initialised.exchange(true);
-        m_isolation->stamp = m_shared_stamp.exchange(&conf.changeCount);
+        m_isolation->stamp = set_shared_stamp(&conf.changeCount);
         m_isolation->shared = m_shared_conf.exchange(&conf);
         m_isolation->used = m_conf.exchange(&conf);
     }
@@ -619,6 +619,7 @@ Kor_LogConf* Kor_LogFile::configuration() noexcept
     // Only in place of itself: the log may have joined the shared block meanwhile.
     const volatile std::uint64_t* stamp = &m_own_conf->stamp();
     m_shared_stamp.compare_exchange_strong(stamp, &own->changeCount);
+    choose_quick_stamp();
     Kor_LogConf* none = nullptr;
     m_shared_conf.compare_exchange_strong(none, own);
     none = nullptr;
@@ -638,6 +639,7 @@ Kor_LogConf* Kor_LogFile::GetLocalConf() { return m_local_conf; }
 void Kor_LogFile::SetLocalConf(Kor_LogConf* conf)
 {
     m_local_conf = conf;
+    choose_quick_stamp();
     forget_levels();
 }
 
@@ -688,6 +690,22 @@ void Kor_LogFile::forget_levels() noexcept
             entry.store(0, std::memory_order_relaxed);
     m_generation = ++last_generation;
     m_cache_generation = next;
+}
+
+/// Returns the one before.
+const volatile std::uint64_t* Kor_LogFile::set_shared_stamp(const volatile std::uint64_t* stamp) noexcept
+{
+    const volatile std::uint64_t* const before = m_shared_stamp.exchange(stamp);
+    choose_quick_stamp();
+    return before;
+}
+
+/// After each change of what the stamps are looked up in. The last of several threads sees what all of them have changed.
+void Kor_LogFile::choose_quick_stamp() noexcept
+{
+    const OwnerLockGuard guard(level_lock);
+    const volatile std::uint64_t* const stamp = m_shared_stamp;
+    m_quick_stamp = stamp == nullptr || m_local_conf != nullptr ? &kor::UNSEEN_STAMP : stamp;
 }
 
 /// For the checks that come, unless it is out of date: the generation in the entry alone comes back after 256 changes,
@@ -775,7 +793,7 @@ void Kor_LogFile::rebuild_cache(int package)
     m_context_changed = false;
     ClearCacheTable();
     m_seen_local_count = local_count;
-    m_seen_count = count;
+    m_seen_count = count == kor::UNSEEN_STAMP ? 0 : count;
 }
 
 /// The largest of the package's level and those of the rules that fit this process as it is now.

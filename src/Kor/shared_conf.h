@@ -45,6 +45,9 @@ bool wait_until_filled(const Kor_LogConf& block) noexcept;
 /// from those, and whoever sees it sees all that was written before.
 std::uint64_t stamp_change(Kor_LogConf& block) noexcept;
 
+/// A stamp that no log ever notes as seen, whatever the block says. For a check that is to find its levels out of date.
+inline constexpr std::uint64_t UNSEEN_STAMP = UINT64_MAX;
+
 /// The right to write to the block, if it could be had, for a scope. Publishers take turns, or what one of them writes
 /// could lie over the other's in part. A turn takes a millisecond or two; where one takes much longer its holder hangs,
 /// and the next goes on without: a mix of two configurations is better than one that nobody can change any more.

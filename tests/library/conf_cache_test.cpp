@@ -269,6 +269,51 @@ TEST(ConfCache, ARejectedMessageIsOneThatStoreParamsRefuses)
     log->SetIP(nullptr);
 }
 
+TEST(ConfCache, ALevelIsQuicklyRejectedOnlyAboveTheOneInForce)
+{
+    const FileLog log("A 0 0\nB 1 1\nC 2 7\nD 3 255\n");
+    const int levels[] = {0, 1, 7, 255};
+    for (int package = 0; package < 4; ++package)
+    {
+        EXPECT_FALSE(log->IsRejected(300, package)); // nobody has asked yet
+        EXPECT_EQ(log.level(package), levels[package]);
+        for (const int level : {INT_MIN, -1, 0, 1, 2, 6, 7, 8, 254, 255})
+            EXPECT_EQ(log->IsRejected(level, package), level > levels[package] && levels[package] != 0)
+                << package << ' ' << level;
+    }
+}
+
+TEST(ConfCache, NothingIsQuicklyRejectedWhereALocalConfigurationCountsToo)
+{
+    const FileLog log("Net 3 4\n");
+    EXPECT_EQ(log.level(3), 4);
+    EXPECT_TRUE(log->IsRejected(7, 3));
+    const auto local = std::make_unique<Kor_LogConf>();
+    log->SetLocalConf(local.get());
+    EXPECT_FALSE(log->IsRejected(7, 3));
+    EXPECT_EQ(log.level(3), 4);
+    EXPECT_FALSE(log->IsRejected(7, 3)); // its stamp may change at any time
+    log->SetLocalConf(nullptr);
+    EXPECT_EQ(log.level(3), 4);
+    EXPECT_TRUE(log->IsRejected(7, 3));
+}
+
+TEST(ConfCache, AConfigurationWithTheHighestStampIsObeyed)
+{
+    const FileLog log("Net 3 4\n");
+    const_cast<Kor_LogConf*>(log->GetConf())->changeCount = UINT64_MAX;
+    EXPECT_EQ(log.level(3), 4);
+    const auto local = std::make_unique<Kor_LogConf>();
+    log->SetLocalConf(local.get());
+    EXPECT_EQ(log.level(3), 4);
+    EXPECT_FALSE(log->IsRejected(7, 3));
+    local->GetRuleTable(3).ParseRules(("(7;;;" + std::to_string(::GetCurrentProcessId()) + ")").c_str());
+    local->GenerateChangeCount();
+    EXPECT_EQ(log.level(3), 7);
+    log->SetLocalConf(nullptr);
+    EXPECT_EQ(log.level(3), 4);
+}
+
 TEST(ConfCache, PublishingWithoutASharedBlockStampsTheOwnConfiguration)
 {
     const FileLog log("Net 3 4\n");
