@@ -13,6 +13,7 @@
 #include <string_view>
 #include <vector>
 
+#include "Kor_LogDestJsonLines.h"
 #include "Kor_LogFile.h"
 #include "bench_log.h"
 #include "import_hook.h"
@@ -197,6 +198,54 @@ void end_rotating(const benchmark::State& state)
 {
     KorGLog.SetRotation(0);
     end_lumlog<Plain>(state);
+}
+
+// What a destination that writes JSON does on top, without the lock that the log takes for its destinations.
+std::unique_ptr<Kor_LogDestJsonLines> json;
+
+void begin_json(const benchmark::State&)
+{
+    written.fill(0);
+    json = std::make_unique<Kor_LogDestJsonLines>(directory->file("lines.jsonl").c_str());
+}
+
+/// Each line has a number of its own, and they stand in their order.
+void end_json(const benchmark::State&)
+{
+    json.reset();
+    const std::string bytes = read_file(directory->file("lines.jsonl"));
+    std::string_view rest(bytes);
+    int count = 0;
+    while (!rest.empty())
+    {
+        const std::string_view line = rest.substr(0, rest.find('\n'));
+        const std::string end = "\"sequence\":" + std::to_string(++count) + ",\"text\":\"request of " +
+                                CLIENTS.front() + Plain::END + "\"}";
+        if (line.size() < end.size() || line.substr(line.size() - end.size()) != end)
+            fail("lines.jsonl has a line of another form: " + std::string(line));
+        rest.remove_prefix(std::min(line.size() + 1, rest.size()));
+    }
+    if (count != written.front())
+        fail("lines.jsonl lacks lines");
+    ::DeleteFileA(directory->file("lines.jsonl").c_str());
+}
+
+void json_line(benchmark::State& state)
+{
+    const Kor_LogMTVarsPtr context;
+    context->m_file = "lines.cpp";
+    context->m_function = "lumlog";
+    context->m_line = 100;
+    context->m_level = WANTED_LEVEL;
+    context->m_package = BENCH_PACKAGE;
+    const std::string text = "request of " + CLIENTS.front() + Plain::END + '\n';
+    measure_lines(
+        state,
+        [&](int, const char*)
+        {
+            context->UpdateTime();
+            json->LogMessage(context, false, text.c_str(), static_cast<unsigned int>(text.size()));
+        });
 }
 
 // spdlog ----------------------------------------------------------------------------------------------
@@ -399,6 +448,7 @@ int main(int argc, char** argv)
     add("line/bare", 1, &bare_line, &begin_bare, &end_bare);
     add("line/safe", 1, &lumlog_line<Plain>, &begin_safe, &end_safe);
     add("line/rotating", 1, &lumlog_line<Plain>, &begin_rotating, &end_rotating);
+    add("line/json", 1, &json_line, &begin_json, &end_json);
     add_forms<Float>("line/float", 1);
     add_forms<Hexadecimal>("line/hexadecimal", 1);
     add_forms<Padded>("line/padded", 1);

@@ -110,6 +110,10 @@ def line_rows(runs):
                 + judged((ratio, 1.03, " of a line")))
     rows.append(["line, files rotate", nanoseconds(runs.time(rotating)), "", "",
                  f"{runs.ratio(rotating, one):.2f} of a line", "", ""])
+    json_line = "line/json threads:1"
+    ratio = runs.ratio(json_line, one)
+    rows.append(["line of JSON, the destination alone", nanoseconds(runs.time(json_line)), "", "",
+                 f"{ratio:.2f} of a line"] + judged((ratio, 1.5, " of a line")))
     allocations = float(runs.context("allocations_lumlog"))
     rows.append(["allocations of a line", f"{allocations:g}", f"{float(runs.context('allocations_spdlog')):g}", "", ""]
                 + judged((allocations, 0, "")))

@@ -271,6 +271,7 @@ int Kor_LogFile::NamePackage(int package, const char* name)
     const KeptErrors kept;
     if (!Kor_LogConf::IsPackageNoLegal(package) || name == nullptr || !kor::core::is_package_name(name))
         return -1;
+    kor::remember_package_name(package, name);
     try
     {
         kor::keep_package_name(package, name);

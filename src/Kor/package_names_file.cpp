@@ -2,14 +2,19 @@
 
 #include <windows.h>
 
+#include <algorithm>
+#include <atomic>
+#include <cstring>
 #include <string>
 
 #include "Kor/configuration_folder.h"
 #include "Kor/diagnostics.h"
+#include "Kor_LogConf.h"
 #include "Kor_Package.h"
 #include "core/package_names.h"
 #include "win/output_file.h"
 #include "win/owned.h"
+#include "win/owner_lock.h"
 #include "win/path.h"
 #include "win/utf8.h"
 
@@ -45,7 +50,35 @@ bool read_small_file(const std::wstring& path, std::string& text)
     text.resize(read);
     return true;
 }
+
+/// What this process calls its packages, without terminators where they are long.
+struct OwnNames
+{
+    kor::win::OwnerLock lock;
+    std::atomic<bool> has_some{false};
+    char names[PACKAGE_COUNT][kor::core::MAX_PACKAGE_NAME]{};
+};
+OwnNames own_names;
 } // namespace
+
+void kor::remember_package_name(int package, std::string_view name) noexcept
+{
+    const win::OwnerLockGuard guard(own_names.lock);
+    auto& kept = own_names.names[package];
+    const std::size_t size = std::min(name.size(), sizeof kept);
+    std::memset(kept, 0, sizeof kept);
+    std::memcpy(kept, name.data(), size);
+    own_names.has_some = true;
+}
+
+void kor::copy_package_name(int package, char* to) noexcept
+{
+    if (!own_names.has_some || !Kor_LogConf::IsPackageNoLegal(package))
+        return;
+    const win::OwnerLockGuard guard(own_names.lock);
+    if (guard.held() && own_names.names[package][0] != '\0')
+        std::memcpy(to, own_names.names[package], sizeof own_names.names[package]);
+}
 
 void kor::keep_package_name(int package, std::string_view name)
 {

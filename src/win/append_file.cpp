@@ -61,6 +61,11 @@ std::FILE* open_stream(const wchar_t* path) noexcept
 HANDLE handle_of(int descriptor) noexcept { return reinterpret_cast<HANDLE>(::_get_osfhandle(descriptor)); }
 } // namespace
 
+std::size_t FileSeam::write_notice(core::Buffer to, std::string_view notice) const noexcept
+{
+    return static_cast<std::size_t>(core::append_text_mode(to.data, notice.substr(0, to.size / 2)) - to.data);
+}
+
 bool AppendFile::open(const std::wstring& path)
 {
     std::wstring kept(path); // before there is anything that a lack of memory could leave open
@@ -160,6 +165,18 @@ bool AppendFile::write(const core::LineParts& line, const FileBounds* bounds) no
         keep_bounds(static_cast<std::size_t>(end - ready), *bounds);
     write_ready(ready, end);
     return true;
+}
+
+bool AppendFile::write_as_it_is(std::string_view lines, const FileBounds& bounds) noexcept
+{
+    const OwnerLockGuard guard(m_lock);
+    if (m_stream == nullptr || !is_own())
+        return false;
+    keep_bounds(lines.size(), bounds);
+    look_after_file();
+    if (m_line_broken && !write_bytes("\n", 1))
+        return false;
+    return write_bytes(lines.data(), lines.size());
 }
 
 void AppendFile::write_adopted(std::string_view text) noexcept
@@ -318,7 +335,7 @@ void AppendFile::keep_bounds(std::size_t count, const FileBounds& bounds) noexce
 void AppendFile::look_at_name(const FileSeam& seam) noexcept
 {
     if (m_retry_at <= m_name_seen_at && !is_name_of(m_path.c_str(), m_handle) && !go_on_in_new_file(seam))
-        note_failure(::GetLastError(), true);
+        note_failure(::GetLastError(), true, seam);
 }
 
 void AppendFile::rotate(const FileSeam& seam) noexcept
@@ -356,7 +373,7 @@ void AppendFile::rotate(const FileSeam& seam) noexcept
     catch (const std::bad_alloc&)
     {
     }
-    note_failure(error, is_renamed);
+    note_failure(error, is_renamed, seam);
 }
 
 /// Opens or makes what the name stands for now. False, with the file before still open, when that fails.
@@ -386,7 +403,7 @@ void AppendFile::write_line(std::string_view text) noexcept
 }
 
 /// The file itself tells of it, as that is what its readers look at.
-void AppendFile::note_failure(DWORD error, bool is_renamed) noexcept
+void AppendFile::note_failure(DWORD error, bool is_renamed, const FileSeam& seam) noexcept
 {
     m_retry_at = ::GetTickCount64() + RETRY_MS;
     if (++m_failures != FAILURE_TOLD)
@@ -398,7 +415,12 @@ void AppendFile::note_failure(DWORD error, bool is_renamed) noexcept
         core::BoundedText text(line, sizeof line);
         (is_renamed ? core::write_reopen_notice : core::write_rename_notice)(text, name, error);
         const int length = text.finish();
-        write_line({line, length < 0 ? sizeof line - 1 : static_cast<std::size_t>(length)});
+        const std::string_view notice(line, length < 0 ? sizeof line - 1 : static_cast<std::size_t>(length));
+        char ready[LINE_BREAK.size() + 2 * SEAM_LINE_SIZE];
+        char* const told = ready + LINE_BREAK.size();
+        const std::size_t size = seam.write_notice({told, 2 * SEAM_LINE_SIZE}, notice);
+        if (size != 0)
+            write_mended(ready, told + size);
     }
     catch (const std::bad_alloc&)
     {

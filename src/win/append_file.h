@@ -29,6 +29,9 @@ public:
 
     virtual std::size_t write_end(core::Buffer to) const noexcept = 0;   ///< of the file that was renamed
     virtual std::size_t write_begin(core::Buffer to) const noexcept = 0; ///< of the next one
+
+    /// What stands in a file that cannot be renamed, to the byte. notice: that, as a line of a log.
+    virtual std::size_t write_notice(core::Buffer to, std::string_view notice) const noexcept;
 };
 
 /// What a file that rotates is to keep to while a line is written.
@@ -73,6 +76,10 @@ public:
     /// The same for a line in parts. bounds: null for none.
     bool write(const core::LineParts& line, const FileBounds* bounds = nullptr) noexcept;
 
+    /// Writes lines as they are, with newlines alone, and in one piece however long they are. False when they were not
+    /// written, or only in part; never for a stream of somebody else's.
+    bool write_as_it_is(std::string_view lines, const FileBounds& bounds) noexcept;
+
     /// Keeps so many older files from now on; 0: the file is not renamed.
     void set_rotation(int files) noexcept;
 
@@ -102,7 +109,7 @@ private:
     void look_at_name(const FileSeam& seam) noexcept;
     void rotate(const FileSeam& seam) noexcept;
     bool go_on_in_new_file(const FileSeam& seam) noexcept;
-    void note_failure(DWORD error, bool is_renamed) noexcept;
+    void note_failure(DWORD error, bool is_renamed, const FileSeam& seam) noexcept;
 
     std::atomic<std::FILE*>& m_stream; // changes with the lock held
     HANDLE m_handle = nullptr;         // the stream's, which owns it

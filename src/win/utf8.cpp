@@ -46,6 +46,20 @@ std::string narrow_of_utf8(std::string_view text) { return narrow(CP_ACP, widen(
 
 std::string utf8_of_narrow(std::string_view text) { return narrow(CP_UTF8, widen(CP_ACP, text)); }
 
+core::CodePage code_page() noexcept
+{
+    core::CodePage page{};
+    unsigned int byte = 0x80;
+    for (char16_t& character : page)
+    {
+        const char text = static_cast<char>(byte++);
+        wchar_t wide = L'\0';
+        const bool is_whole = ::MultiByteToWideChar(CP_ACP, MB_ERR_INVALID_CHARS, &text, 1, &wide, 1) == 1;
+        character = is_whole ? static_cast<char16_t>(wide) : core::REPLACEMENT;
+    }
+    return page;
+}
+
 bool put_wide_of_utf8(const char* text, wchar_t* buffer, int size) noexcept
 {
     if (::MultiByteToWideChar(CP_UTF8, 0, text, -1, buffer, size) != 0)
