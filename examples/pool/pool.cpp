@@ -159,6 +159,9 @@ int main(int argc, char** argv)
     }
     stop_event = ::CreateEventA(nullptr, TRUE, FALSE, "lumlog-host-pool");
     ::SetConsoleCtrlHandler(&stop_on_ctrl_c, TRUE);
+    Kor_LogFile::NamePackage(PACKAGE_READER, "Reader"); // what LevelSync lists, and takes in place of the numbers
+    Kor_LogFile::NamePackage(PACKAGE_CLIENT, "Client");
+    Kor_LogFile::NamePackage(PACKAGE_CONTROL, "Control");
     KorGLog.Open("pool.log", "pool");
     KorGLog.SetThreadName("Main");
     KOR_LOG(KorGLog, KOR_LEVEL_NOTICE, PACKAGE_CONTROL, "%d threads work for %d clients", THREADS, CLIENTS);

@@ -121,7 +121,10 @@ TEST(LevelSyncCalls, ErrorsAreForProgramsToo)
     const Ran ran = site.run("set nothing 7 --json");
     EXPECT_EQ(ran.exit_code, 1);
     EXPECT_EQ(ran.at("/error"), "\"No package is called \\\"nothing\\\".\"");
-    EXPECT_EQ(ran.at("/next"), "\"LevelSync list shows the packages, with their numbers.\"");
+    EXPECT_EQ(
+        ran.at("/next"),
+        "\"LevelSync list shows the packages, with their numbers. A number works for one without a name too: 330 for "
+        "lines with WARNING (330).\"");
     EXPECT_EQ(site.run("set replay loud --json").at("/error"), "\"\\\"loud\\\" is no level.\"");
 }
 

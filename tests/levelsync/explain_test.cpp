@@ -90,6 +90,15 @@ std::vector<int> levels_in(const Ran& ran)
     return levels;
 }
 
+TEST(LevelSyncExplained, SaysThatClientsOfThreadsCanBeAskedForWhereARuleIsForOne)
+{
+    constexpr char HINT[] = "name one with --client.";
+    const Site site("2\nfile_size_limit_in_mb=0\nReplay 320 4 [(7;192.0.2.7)]\nReader 310 5 [(6;;viewer)]\n");
+    EXPECT_TRUE(site.run("explain replay").says(HINT));
+    EXPECT_FALSE(site.run("explain replay --client 192.0.2.8").says(HINT));
+    EXPECT_FALSE(site.run("explain reader").says(HINT));
+}
+
 TEST(LevelSyncExplained, TenThousandRandomRuleTablesAreWhatAProcessMakesOfThem)
 {
     Random random(7);

@@ -118,7 +118,9 @@ std::vector<int> PackageNames::find(const std::string& word) const
             (kor::core::is_ipv4_text(word) ? "A client is named with --client " + word + ". "
              : hints.empty()               ? std::string()
                                            : "Did you mean " + joined(hints, " or ") + "? ") +
-                "LevelSync list shows the packages, with their numbers.",
+                "LevelSync list shows the packages, with their numbers. A number works for one without a name too: 330 "
+                "for "
+                "lines with WARNING (330).",
             NOT_DONE);
     if (found.size() > 1 && !is_pattern(word))
         throw Failure(

@@ -133,9 +133,11 @@ public:
         const PackageNames names(tool.folder, &file, running.conf.get());
         const Subject subject = find_subject(tool);
         Json answers = Json::array();
+        bool is_for_clients = false;
         for (const int package : packages(names))
         {
             const Answer answer = answer_for(conf, package, subject);
+            is_for_clients = is_for_clients || has_rule_for_clients(answer);
             if (tool.json)
                 answers.push_back(json_of(answer, names));
             else
@@ -144,7 +146,11 @@ public:
         if (tool.json)
             tool.print(
                 {{"source", running.conf ? "running" : "file"}, {"subject", json_of(subject)}, {"packages", answers}});
-        else if (!running.conf)
+        else if (m_client.empty() && is_for_clients)
+            tool.console.line(
+                "Where a program's threads work for clients of their own, the rules for those count: name one with "
+                "--client.");
+        if (!tool.json && !running.conf)
             tool.console.line("No process shares a configuration now; this is what the file says.");
         return DONE;
     }
@@ -182,6 +188,13 @@ private:
         if (m_client.find('/') != std::string::npos)
             throw Failure("\"" + m_client + "\" is a network.", "Give the address of one client.", WRONG_CALL);
         return subject;
+    }
+
+    static bool has_rule_for_clients(const Answer& answer)
+    {
+        return std::any_of(
+            answer.rules.begin(), answer.rules.end(),
+            [](const RuleAnswer& rule) { return rule.rule->ipCount != 0 && !rule.fits; });
     }
 
     static Json json_of(const Subject& subject)
