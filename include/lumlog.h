@@ -478,8 +478,36 @@ extern "C"
     /** Writes a report of the session. path: null: under a name of its own in the folder. */
     LUM_API int LUM_CALL lum_session_report(const char* path);
 
-    /* Crashes: for the handlers of a program, which the library has none of. They take no lock and are for the one thread
-     * that crashes. exception: as the handler got it, or null. */
+    /* Crashes. */
+
+    /** Installs handlers for all ways to crash, for the process and for the calling thread, and does before what
+     * lum_session_start(LUM_SESSION_CRASHES) does: at the start of main, before there are threads. A crash then leaves all
+     * that the functions below write, in the right order, and a SEVERE line in the log; a minute later at most the process
+     * has ended, with the exception's code. Holds memory back, keeps the library loaded, and has the system show no dialog
+     * when something is wrong. LUM_FAILED as there, and without memory; then nothing is installed. A further call is no
+     * harm. C++ programs call what lumlog_crash.hpp has instead.
+     * Since 1.1.
+     *
+     * Programs whose C runtime is not the library's (the system's msvcrt.dll) install a handler of SIGABRT that calls
+     * lum_crash_abort. */
+    LUM_API int LUM_CALL lum_crash_install(void);
+
+    /** For every other thread, first of all: the system keeps stack for the handlers, so that a stack overflow can be told.
+     * Since 1.1. */
+    LUM_API void LUM_CALL lum_crash_prepare_thread(void);
+
+    /** What a handler of SIGABRT calls: writes everything, and does not come back. Since 1.1. */
+    LUM_API void LUM_CALL lum_crash_abort(void);
+
+    /** What a handler of std::terminate calls: the same. what: what the exception says of itself; null: there is none. Since
+     * 1.1. */
+    LUM_API void LUM_CALL lum_crash_terminate(const char* what);
+
+    /** Gives back the memory that is held back for a crash, before something that needs some. Since 1.1. */
+    LUM_API void LUM_CALL lum_crash_release_memory(void);
+
+    /* For handlers of a program's own. They take no lock and are for the one thread that crashes. exception: as the handler
+     * got it, or null. */
 
     /** Has a DLL loaded that is needed in a crash, now. LUM_FAILED for a path of more than 259 bytes. */
     LUM_API int LUM_CALL lum_crash_keep_dll(const char* path);

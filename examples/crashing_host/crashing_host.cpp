@@ -11,10 +11,10 @@
 #include <stdexcept>
 #include <thread>
 
+#include "Kor_CrashHandlers.h"
 #include "Kor_LogFile.h"
 #include "Kor_SessionLog.h"
 #include "Kor_SessionLogGatherer.h"
-#include "crash_handlers.h"
 
 // Known outside of this file, as else a compiler knows all classes that there are, and that no object which is
 // finished has a pure virtual function.
@@ -49,11 +49,7 @@ constexpr int NOT_CRASHED = 4; // exit code
 void open_session()
 {
     KorGLog.Open("crashing_host.log", "crashing_host");
-
-    Kor_SessionLogGatherer::Activate(true);
-    Kor_SessionLog::Activate(true);
-    Kor_SessionLog::GetInstance(); // reads the state that the last process has left
-    install_crash_handlers();
+    Kor_CrashHandlers::Install(); // reads the state that the last process has left
     Kor_SessionLogGatherer::GetInstance()->gatherSystemInfo();
 }
 
@@ -115,7 +111,7 @@ void throw_uncaught_on_thread()
     std::thread(
         []
         {
-            prepare_thread_for_crashes();
+            Kor_CrashHandlers::PrepareThread();
             throw_uncaught();
         })
         .join();
@@ -172,7 +168,7 @@ void crash_on_second_thread()
     std::thread(
         []
         {
-            prepare_thread_for_crashes();
+            Kor_CrashHandlers::PrepareThread();
             write_to_null();
         })
         .detach();
@@ -192,7 +188,7 @@ void crash_on_two_threads()
     static const HANDLE start = ::CreateEventA(nullptr, TRUE, FALSE, nullptr);
     const auto body = []
     {
-        prepare_thread_for_crashes();
+        Kor_CrashHandlers::PrepareThread();
         ::WaitForSingleObject(start, 10000);
         write_to_null();
     };

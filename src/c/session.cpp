@@ -5,6 +5,7 @@
 #include <atomic>
 #include <string>
 
+#include "Kor_CrashHandlers.h"
 #include "Kor_SessionLog.h"
 #include "Kor_SessionLogGatherer.h"
 #include "c/c_texts.h"
@@ -208,6 +209,19 @@ int lum_session_report(const char* path)
 }
 
 // Crashes ---------------------------------------------------------------------------------------------
+int lum_crash_install(void)
+{
+    return contained(LUM_FAILED, [] { return Kor_CrashHandlers::InstallWithoutRuntime() ? LUM_OK : LUM_FAILED; });
+}
+
+void lum_crash_prepare_thread(void) { Kor_CrashHandlers::KeepStackForHandlers(); }
+
+void lum_crash_abort(void) { Kor_CrashHandlers::ReportAbort(); }
+
+void lum_crash_terminate(const char* what) { Kor_CrashHandlers::ReportTerminate(what); }
+
+void lum_crash_release_memory(void) { Kor_CrashHandlers::ReleaseMemory(); }
+
 int lum_crash_keep_dll(const char* path)
 {
     constexpr std::size_t LONGEST = 259;

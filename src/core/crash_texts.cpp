@@ -1,18 +1,45 @@
 #include "core/crash_texts.h"
 
 #include "core/bounded_text.h"
+#include "core/conversion.h"
 
 namespace kor::core
 {
 namespace
 {
-/// Appends as "%08x" prints it.
-void add_hex(BoundedText& to, std::uint32_t value) noexcept
+constexpr int BITS_OF_DIGIT = 4;
+constexpr int DIGITS = 8; // of a code
+
+void add_hex(BoundedText& to, std::uint64_t value, int digits) noexcept
 {
-    constexpr int DIGITS = 8;
-    constexpr int BITS_OF_DIGIT = 4;
-    for (int digit = DIGITS - 1; digit >= 0; --digit)
+    for (int digit = digits - 1; digit >= 0; --digit)
         to.add("0123456789abcdef"[value >> digit * BITS_OF_DIGIT & 0xF]);
+}
+
+/// With as many digits as it has.
+void add_address(BoundedText& to, std::uint64_t value) noexcept
+{
+    int digits = 1;
+    for (std::uint64_t rest = value >> BITS_OF_DIGIT; rest != 0; rest >>= BITS_OF_DIGIT)
+        ++digits;
+    add_hex(to.add("0x"), value, digits);
+}
+
+void add_wide(BoundedText& to, const wchar_t* text) noexcept
+{
+    constexpr std::size_t MOST = 200; // bytes: with two of them there is room for the rest
+    WideText characters(text, MOST);
+    for (Utf8 character{}; characters.next(character);)
+        to.add(std::string_view(character.bytes, character.size));
+}
+
+const wchar_t* file_name(const wchar_t* path) noexcept
+{
+    const wchar_t* name = path;
+    for (; *path != L'\0'; ++path)
+        if (*path == L'\\' || *path == L'/')
+            name = path + 1;
+    return name;
 }
 
 wchar_t* write_digits(wchar_t* to, wchar_t separator, int value, int digits) noexcept
@@ -35,8 +62,27 @@ std::string_view write_crash_line(char (&to)[CRASH_LINE_SIZE], const CrashLine& 
     text.add_number(from.time.second, 2).add('.').add_number(from.time.milliseconds, 3);
     text.add(" Crashed Process Details: ").add(from.program.substr(0, CRASH_LINE_SIZE - 2 * LONGEST_REST));
     text.add('[').add_unsigned(from.process).add(',').add_unsigned(from.thread).add("] Exception Code: 0x");
-    add_hex(text, from.code);
+    add_hex(text, from.code, DIGITS);
     text.add(LINE_BREAK);
+    return {to, static_cast<std::size_t>(text.finish())};
+}
+
+std::string_view write_crash_message(char (&to)[CRASH_MESSAGE_SIZE], const CrashMessage& from) noexcept
+{
+    BoundedText text(to, sizeof to);
+    text.add("The process has crashed: ");
+    add_wide(text, from.name);
+    add_hex(text.add(" (0x"), from.code, DIGITS);
+    if (from.module == nullptr)
+    {
+        text.add(") at ");
+    }
+    else
+    {
+        add_wide(text.add(") in "), file_name(from.module));
+        text.add('+');
+    }
+    add_address(text, from.address);
     return {to, static_cast<std::size_t>(text.finish())};
 }
 

@@ -29,6 +29,22 @@ constexpr std::size_t CRASH_LINE_SIZE = 400;
 /// break of a text file: day before month, the code in lower case. Cut when the program's path is too long.
 std::string_view write_crash_line(char (&to)[CRASH_LINE_SIZE], const CrashLine& from) noexcept;
 
+/// What the general log tells of a crash.
+struct CrashMessage
+{
+    const wchar_t* name; ///< of the exception
+    std::uint32_t code;
+    const wchar_t* module; ///< where it was, its full path; null: nobody knows
+    std::uint64_t address; ///< in the module or, without one, in the process
+};
+
+/// Bytes that a message takes at most.
+constexpr std::size_t CRASH_MESSAGE_SIZE = 512;
+
+/// "The process has crashed: EXCEPTION_ACCESS_VIOLATION (0xc0000005) in viewer.exe+0x18332", or "... at 0x18332". The
+/// module's name is in UTF-8, and cut where it is too long.
+std::string_view write_crash_message(char (&to)[CRASH_MESSAGE_SIZE], const CrashMessage& from) noexcept;
+
 /// Characters of a stamp, of years up to 9999.
 constexpr std::size_t FILE_STAMP_LENGTH = 18;
 

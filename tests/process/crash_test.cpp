@@ -142,6 +142,8 @@ void expect_everything_left_by(const Crash& crash, const LogDirectory& directory
     EXPECT_TRUE(contains(state, "<statentry type='Login' subject='user1' count='1'>")) << state;
     EXPECT_TRUE(contains(state, "</lumariscontext>")) << state;
 
+    const std::string log = directory.text("crashing_host.log");
+    EXPECT_TRUE(contains(log, " SEVERE ") && contains(log, "The process has crashed: ")) << log;
     EXPECT_EQ(lines_with(directory, EARLIER_FILTER + crash.code_text), 1);
 }
 

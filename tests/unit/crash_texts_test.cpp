@@ -2,13 +2,17 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <string>
 
 using kor::core::CRASH_LINE_SIZE;
+using kor::core::CRASH_MESSAGE_SIZE;
 using kor::core::CrashLine;
+using kor::core::CrashMessage;
 using kor::core::FILE_STAMP_LENGTH;
 using kor::core::LocalTime;
 using kor::core::write_crash_line;
+using kor::core::write_crash_message;
 using kor::core::write_file_stamp;
 
 namespace
@@ -17,6 +21,12 @@ std::string line_of(const CrashLine& line)
 {
     char text[CRASH_LINE_SIZE];
     return std::string(write_crash_line(text, line));
+}
+
+std::string message_of(const CrashMessage& from)
+{
+    char buffer[CRASH_MESSAGE_SIZE];
+    return std::string(write_crash_message(buffer, from));
 }
 
 std::wstring stamp_of(const LocalTime& time)
@@ -56,6 +66,35 @@ TEST(CrashLine, OfALongProgramHasAllTheRest)
     const std::string cut = line_of({time, std::string(1000, 'p'), 4294967295u, 4294967295u, 0xFFFFFFFF});
     EXPECT_EQ(cut.substr(0, front.size() + 255), front + program);
     EXPECT_EQ(cut.substr(cut.size() - rest.size()), rest);
+}
+
+TEST(CrashMessage, HasExceptionCodeModuleAndOffset)
+{
+    EXPECT_EQ(
+        message_of({L"EXCEPTION_ACCESS_VIOLATION", 0xC0000005, L"C:\\app\\viewer.exe", 0x18332}),
+        "The process has crashed: EXCEPTION_ACCESS_VIOLATION (0xc0000005) in viewer.exe+0x18332");
+    EXPECT_EQ(
+        message_of({L"abort()", 0xE0000001, L"a/b\\c/d.dll", 0}),
+        "The process has crashed: abort() (0xe0000001) in d.dll+0x0");
+}
+
+TEST(CrashMessage, HasTheAddressWhereNobodyKnowsTheModule)
+{
+    EXPECT_EQ(
+        message_of({L"EXCEPTION_UNKNOWN", 1, nullptr, 0xFEDCBA9876543210}),
+        "The process has crashed: EXCEPTION_UNKNOWN (0x00000001) at 0xfedcba9876543210");
+}
+
+TEST(CrashMessage, HasNamesInUtf8AndCutsThoseThatAreTooLong)
+{
+    EXPECT_EQ(
+        message_of({L"", 0, L"\u65E5\u672C.exe", 0x10}),
+        "The process has crashed:  (0x00000000) in \xE6\x97\xA5\xE6\x9C\xAC.exe+0x10");
+    const std::wstring name(1000, L'n');
+    const std::string cut = message_of({name.c_str(), 0xFFFFFFFF, name.c_str(), UINT64_MAX});
+    EXPECT_EQ(
+        cut, "The process has crashed: " + std::string(200, 'n') + " (0xffffffff) in " + std::string(200, 'n') +
+                 "+0xffffffffffffffff");
 }
 
 TEST(FileStamp, HasDateAndTimeInDigits)

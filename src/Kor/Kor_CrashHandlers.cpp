@@ -1,23 +1,26 @@
-#include "crash_handlers.h"
+#include "Kor_CrashHandlers.h"
 
 #include <windows.h>
 
 #include <atomic>
 #include <csignal>
-#include <cstdlib>
-#include <exception>
+#include <cstdint>
+#include <string_view>
 
-#include "Kor_LogFile.h"
+#include "Kor/general_log.h"
 #include "Kor_SessionLog.h"
 #include "Kor_SessionLogGatherer.h"
+#include "core/crash_texts.h"
+#include "core/system_texts.h"
+#include "win/owned.h"
+
+#include <dbghelp.h> // behind windows.h
 
 namespace
 {
-constexpr int PACKAGE_CRASH = 311;
-
 // What all that is written may take, also where the machine is busy. The crash may have left a lock behind that one of
 // the steps needs, and a process that hangs is worse than one without a report.
-constexpr DWORD MOST_TIME_MS = 60000;
+constexpr DWORD MOST_TIME_MS = 60'000;
 
 // Stack for all that is written, of which an eighth was seen in use.
 constexpr SIZE_T STACK_FOR_REPORT = 256 * 1024;
@@ -28,9 +31,12 @@ constexpr SIZE_T MEMORY_FOR_HANDLER = 16 * 1024 * 1024;
 // How GCC's runtime shows a C++ exception to the system.
 constexpr DWORD THROWN_BY_GCC = 0x20474343;
 
+constexpr char FILE_NAME[] = "Kor_CrashHandlers";
+
+std::atomic<bool> is_installed{false};
 std::atomic<DWORD> crashed_thread{0};
-HANDLE crash_event = nullptr;
 std::atomic<void*> held_back_memory{nullptr};
+HANDLE crash_event = nullptr; // for the life of the process, as all of this
 char* spare_stack = nullptr;
 LPTOP_LEVEL_EXCEPTION_FILTER previous_filter = nullptr;
 
@@ -40,8 +46,6 @@ LPTOP_LEVEL_EXCEPTION_FILTER previous_filter = nullptr;
     ::TerminateProcess(::GetCurrentProcess(), code);
     std::abort(); // not reached; TerminateProcess is not declared as a function that does not return
 }
-
-void release_held_back_memory() { ::VirtualFree(held_back_memory.exchange(nullptr), 0, MEM_RELEASE); }
 
 /// True for the first thread that asks.
 bool is_first_to_crash()
@@ -59,11 +63,54 @@ bool is_first_to_crash()
     end_process(code);
 }
 
+// What is written ----------------------------------------------------------------------------------------------------
+const wchar_t* name_of(DWORD code) noexcept
+{
+    switch (code)
+    {
+    case Kor_CrashHandlers::CODE_ABORT:
+        return L"abort()";
+    case Kor_CrashHandlers::CODE_TERMINATE:
+        return L"std::terminate()";
+    case Kor_CrashHandlers::CODE_EXCEPTION:
+        return L"an uncaught C++ exception";
+    default:
+        return kor::core::exception_name(code);
+    }
+}
+
+/// Where an address lies, as far as the modules are known that the minidump has found: asking Windows would take a lock
+/// that another thread may hold.
+kor::core::CrashMessage message_of(const Kor_SessionLog& reporter, const EXCEPTION_RECORD& record) noexcept
+{
+    const auto address = reinterpret_cast<std::uintptr_t>(record.ExceptionAddress);
+    kor::core::CrashMessage message{name_of(record.ExceptionCode), record.ExceptionCode, nullptr, address};
+    for (const MINIDUMP_MODULE_CALLBACK& module : reporter.getModulesList())
+    {
+        if (module.FullPath == nullptr || address < module.BaseOfImage ||
+            address - module.BaseOfImage >= module.SizeOfImage)
+            continue;
+        message.module = module.FullPath;
+        message.address = address - module.BaseOfImage;
+    }
+    return message;
+}
+
+/// The last thing that is written, as destinations of the host's own get it, of which nobody knows what they need.
+void tell_log(const Kor_SessionLog& reporter, const EXCEPTION_RECORD& record) noexcept
+{
+    char buffer[kor::core::CRASH_MESSAGE_SIZE];
+    const std::string_view text = kor::core::write_crash_message(buffer, message_of(reporter, record));
+    KorGLog.LogTextAt(
+        FILE_NAME, "write_everything_and_end", __LINE__, KOR_LEVEL_SEVERE, KOR_PACKAGE_LIBRARY, text.data(),
+        static_cast<int>(text.size()));
+}
+
 /// For the first thread that crashes: writes everything, on that thread, whose id and stack the minidump is to have.
 [[noreturn]] void write_everything_and_end(EXCEPTION_POINTERS* exception)
 {
     ::SetEvent(crash_event);
-    release_held_back_memory();
+    Kor_CrashHandlers::ReleaseMemory();
 
     Kor_SessionLogHost::reportToCrashLogFile(exception); // first, as it needs least
 
@@ -74,6 +121,8 @@ bool is_first_to_crash()
         reporter->createReport(exception);
     }
     Kor_SessionLogHost::saveState();
+    if (reporter != nullptr)
+        tell_log(*reporter, *exception->ExceptionRecord);
 
     // Whoever was here before has its turn, unless the host wants silence. Its answer does not count: after a
     // crash the process does not go on.
@@ -89,8 +138,8 @@ bool is_first_to_crash()
         write_everything_and_end(exception);
     const DWORD code = exception->ExceptionRecord->ExceptionCode;
     if (crashed_thread != ::GetCurrentThreadId())
-        KOR_LOG(
-            KorGLog, 3, PACKAGE_CRASH, "this thread has crashed, too (0x%08lx), and waits for the end",
+        KOR_GENERAL_LOG(
+            FILE_NAME, "report_crash", KOR_LEVEL_ERROR, "this thread has crashed, too (0x%08lx), and waits for the end",
             static_cast<unsigned long>(code));
     leave_it_to_the_first(code);
 }
@@ -135,8 +184,8 @@ void continue_on_spare_stack(const EXCEPTION_POINTERS& exception)
     exception.ContextRecord->Rcx = reinterpret_cast<DWORD64>(&kept);
 }
 
-// The system leaves the handler what prepare_thread_for_crashes asked for, which is enough. Where the thread did not
-// ask, and under Wine, it is a thousand bytes or two, which are not enough for anything but this.
+// The system leaves the handler what PrepareThread asked for, which is enough. Where the thread did not ask, and under
+// Wine, it is a thousand bytes or two, which are not enough for anything but this.
 LONG on_stack_overflow(EXCEPTION_POINTERS* exception)
 {
     if (stack_left() >= STACK_FOR_REPORT / 2)
@@ -158,47 +207,13 @@ LONG WINAPI on_unhandled_exception(EXCEPTION_POINTERS* exception)
 }
 
 // Sees every exception first, also those that somebody is going to handle: so it acts on the only one that the
-// filter above may never get to see, for want of stack. A host that recovers from stack overflows leaves it out.
+// filter above may never get to see, for want of stack.
 LONG WINAPI on_any_exception(EXCEPTION_POINTERS* exception)
 {
     if (exception->ExceptionRecord->ExceptionCode == EXCEPTION_STACK_OVERFLOW)
         return on_stack_overflow(exception);
     return EXCEPTION_CONTINUE_SEARCH;
 }
-
-/// Puts what an exception says of itself among the errors of the report.
-void report_what(const std::exception_ptr& thrown)
-{
-    Kor_SessionLogGatherer* const session = Kor_SessionLogGatherer::myInstance;
-    if (session == nullptr)
-        return;
-    try
-    {
-        std::rethrow_exception(thrown);
-    }
-    catch (const std::exception& error)
-    {
-        session->reportError(L"uncaught exception", L"%hs", error.what());
-    }
-    catch (...)
-    {
-        session->reportError(L"uncaught exception", L"an object that is no std::exception");
-    }
-}
-
-// Nothing has been unwound when nobody catches an exception: the throw is still on the stack.
-[[noreturn]] void on_terminate()
-{
-    const std::exception_ptr thrown = std::current_exception();
-    if (thrown == nullptr)
-        report_crash_without_exception(CRASH_TERMINATE);
-    release_held_back_memory(); // the exception may be the one that tells of a lack of it
-    report_what(thrown);
-    report_crash_without_exception(CRASH_EXCEPTION);
-}
-
-// Also what std::terminate of a DLL comes to that brings a C++ runtime of its own.
-void on_abort(int) { report_crash_without_exception(CRASH_ABORT); }
 
 /// A thread that ends the process when a report takes too long. Made before there is a crash, as afterwards the
 /// system may be unable to make one; holds nothing while it waits, and ends with the process.
@@ -208,31 +223,77 @@ DWORD WINAPI watch_the_time(void*)
     ::WaitForSingleObject(::GetCurrentProcess(), MOST_TIME_MS);
     end_process(ERROR_TIMEOUT);
 }
+
+// Set-up -------------------------------------------------------------------------------------------------------------
+bool start_reporting()
+{
+    Kor_SessionLogGatherer::Activate(true);
+    Kor_SessionLog::Activate(true);
+    return Kor_SessionLogGatherer::GetInstance() != nullptr && !Kor_SessionLogGatherer::bBypass &&
+           Kor_SessionLog::GetInstance() != nullptr && !Kor_SessionLog::bBypass;
+}
+
+/// Handlers cannot be taken back for sure, so what they run has to stay. False when that cannot be had.
+bool keep_library_loaded() noexcept
+{
+    HMODULE self = nullptr;
+    return ::GetModuleHandleExW(
+               GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_PIN,
+               reinterpret_cast<const wchar_t*>(&is_installed), &self) != FALSE;
+}
+
+bool take_what_a_crash_needs()
+{
+    const auto memory = [](SIZE_T size)
+    { return ::VirtualAlloc(nullptr, size, MEM_RESERVE | MEM_COMMIT, PAGE_READWRITE); };
+    held_back_memory = memory(MEMORY_FOR_HANDLER);
+    spare_stack = static_cast<char*>(memory(STACK_FOR_REPORT));
+    crash_event = ::CreateEventA(nullptr, TRUE, FALSE, nullptr);
+    if (spare_stack == nullptr || crash_event == nullptr)
+        return false;
+    const kor::win::OwnedHandle watch(::CreateThread(nullptr, 0, &watch_the_time, nullptr, 0, nullptr));
+    return watch && keep_library_loaded();
+}
 } // namespace
 
-void install_crash_handlers()
+bool Kor_CrashHandlers::InstallWithoutRuntime()
 {
-    held_back_memory = ::VirtualAlloc(nullptr, MEMORY_FOR_HANDLER, MEM_RESERVE | MEM_COMMIT, PAGE_READWRITE);
-    spare_stack =
-        static_cast<char*>(::VirtualAlloc(nullptr, STACK_FOR_REPORT, MEM_RESERVE | MEM_COMMIT, PAGE_READWRITE));
-    crash_event = ::CreateEventA(nullptr, TRUE, FALSE, nullptr);
-    ::CloseHandle(::CreateThread(nullptr, 0, &watch_the_time, nullptr, 0, nullptr));
-
+    if (!start_reporting())
+        return false;
+    if (is_installed.exchange(true))
+        return true;
+    is_installed = take_what_a_crash_needs();
+    if (!is_installed)
+        return false;
     // No dialog may keep a crashed process, which nobody might see, from its end.
     ::SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX);
     previous_filter = ::SetUnhandledExceptionFilter(&on_unhandled_exception);
     ::AddVectoredExceptionHandler(0, &on_any_exception); // behind those of debuggers and others
-    std::signal(SIGABRT, &on_abort);
-#ifdef _MSC_VER
-    _set_abort_behavior(0, _WRITE_ABORT_MSG | _CALL_REPORTFAULT);
-    _set_purecall_handler(&on_terminate); // elsewhere a pure virtual call ends in std::terminate
-#endif
-    prepare_thread_for_crashes();
+    std::signal(SIGABRT, &on_abort);                     // for programs in C that share the library's C runtime
+    KeepStackForHandlers();
+    return true;
 }
 
-void prepare_thread_for_crashes()
+void Kor_CrashHandlers::KeepStackForHandlers() noexcept
 {
     ULONG size = STACK_FOR_REPORT;
     ::SetThreadStackGuarantee(&size);
-    std::set_terminate(&on_terminate); // with some compilers each thread has its own
+}
+
+void Kor_CrashHandlers::ReleaseMemory() noexcept
+{
+    if (void* const memory = held_back_memory.exchange(nullptr))
+        ::VirtualFree(memory, 0, MEM_RELEASE);
+}
+
+void Kor_CrashHandlers::ReportAbort() noexcept { report_crash_without_exception(CODE_ABORT); }
+
+void Kor_CrashHandlers::ReportTerminate(const char* what) noexcept
+{
+    if (what == nullptr)
+        report_crash_without_exception(CODE_TERMINATE);
+    ReleaseMemory();
+    if (Kor_SessionLogGatherer* const session = Kor_SessionLogGatherer::myInstance)
+        session->reportError(L"uncaught exception", L"%hs", what);
+    report_crash_without_exception(CODE_EXCEPTION);
 }
