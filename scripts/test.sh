@@ -7,7 +7,7 @@
 # Stages, all of them where none is named:
 #   format         the sources are formatted as .clang-format says, and what the pages show is compiled
 #   direction      no source includes what it must not know of: src/Kor uses src/win, which uses src/core
-#   headers        each exported header compiles alone, with both compilers
+#   headers        each exported header compiles alone, with both compilers; headers and sources for Microsoft's ABI
 #   native-asan    unit tests on this machine, with sanitizers, and tests of the tools and of lumlog.jar
 #   native-fuzz    a short run of each fuzz target, on this machine
 #   mingw-release  all tests under Wine, and checks of the DLL and its package
@@ -88,6 +88,10 @@ stage_headers()
 {
     record "headers, GCC" check_headers mingw-release
     record "headers, Clang" check_headers clang-release
+    record "headers and sources, for Microsoft's ABI" run_logged \
+        "Compiling headers and sources for Microsoft's ABI" msvc-sources "$project_dir/tests/msvc/check_sources.sh" \
+        "$project_dir" "$build_dir/msvc-sources" "$(dependency_prefix ace)/include" "$(dependency_prefix xerces-c)/include" \
+        "$(dependency_prefix libzip)/include"
 }
 
 stage_native-fuzz()

@@ -8,12 +8,12 @@ base_packages=(
     wine wine64 googletest
     libcli11-dev nlohmann-json3-dev libz-mingw-w64-dev
 )
-# What the tests need on top: the second compiler with its linker, sanitizers and symbolizer, the formatter, a compiler
-# for the sample in C#, GoogleTest for this machine, Python for the tools and CTest's results, and readers of what is
-# written: jq for traces, xmllint for reports, LLDB for minidumps, a browser for pages.
+# What the tests need on top: the second compiler with its linker, sanitizers and symbolizer, the formatter, headers for
+# Microsoft's ABI, a compiler for the sample in C#, GoogleTest for this machine, Python for the tools and CTest's results,
+# and readers of what is written: jq for traces, xmllint for reports, LLDB for minidumps, a browser for pages.
 test_packages=(
     clang-14 lld-14 llvm-14 libclang-rt-14-dev clang-format-14 libgtest-dev libgmock-dev libfmt-dev mono-mcs
-    python3 jq libxml2-utils lldb-14 chromium
+    libwine-dev libc++-14-dev python3 jq libxml2-utils lldb-14 chromium
 )
 # What the packages are made with: the installer's compiler, and the editor of what it makes.
 packaging_packages=(wixl msitools python3)

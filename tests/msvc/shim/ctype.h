@@ -1,0 +1,19 @@
+/* ctype.h - adds the functions with a locale that libc++ asks for. */
+#pragma once
+#include_next <ctype.h>
+
+#include <corecrt.h>
+
+#ifdef __cplusplus
+extern "C"
+{
+#endif
+    int __cdecl _isalpha_l(int, _locale_t);
+    int __cdecl _isdigit_l(int, _locale_t);
+    int __cdecl _islower_l(int, _locale_t);
+    int __cdecl _isspace_l(int, _locale_t);
+    int __cdecl _isupper_l(int, _locale_t);
+    int __cdecl _isxdigit_l(int, _locale_t);
+#ifdef __cplusplus
+}
+#endif
