@@ -25,6 +25,8 @@ install(
     FILES_MATCHING
     PATTERN "*.py"
     PATTERN __pycache__ EXCLUDE)
+# For programs that collect logs.
+install(DIRECTORY packaging/shipping/ DESTINATION ${CMAKE_INSTALL_DATADIR}/lumlog/shipping)
 install(FILES README.md CHANGELOG.md SECURITY.md DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/lumlog)
 # Without docs/decisions, which are for who works on the sources.
 install(

@@ -13,6 +13,7 @@
 #   mingw-release  all tests under Wine, and checks of the DLL and its package
 #   mingw-debug    the tests again, with assertions; undefined behaviour stops a test
 #   clang-release  the tests again, built by Clang
+#   shipping       the files for programs that collect logs, with those programs; lines in a database
 #   package        the ZIP and the installer, what is in them, and that two builds make the same
 # --quick is for a change to a file or two, before it is committed: format, direction, and of mingw-release the tests
 # that need no more than one process each. All others are for the whole run.
@@ -22,7 +23,7 @@
 
 . "$(dirname "${BASH_SOURCE[0]}")/lib/setup.sh"
 
-all_stages=(format direction headers native-asan native-fuzz mingw-release mingw-debug clang-release package)
+all_stages=(format direction headers native-asan native-fuzz mingw-release mingw-debug clang-release shipping package)
 quick_stages=(format direction mingw-release)
 quick_tests='^(unit|library|fault|capi|binary)/'
 stages=()
@@ -157,6 +158,21 @@ stage_kit()
         --only OfAWriteToNull
 }
 
+stage_shipping()
+{
+    local case cases
+    ensure_servers
+    if ! build_lines_writer || ! write_lines_to_ship; then
+        failures+=("shipping: the lines to ship")
+        return
+    fi
+    mapfile -t cases < <(shipping_cases)
+    for case in "${cases[@]}"; do
+        [[ "shipping/$case" =~ $filter ]] || continue
+        record "shipping: ${case//_/ }" run_logged "Shipping: ${case//_/ }" "shipping-$case" shipping_case "$case"
+    done
+}
+
 # Every other stage: builds a preset and runs its tests.
 stage_preset()
 {
@@ -230,7 +246,7 @@ trap finish EXIT
 ensure_packages "${base_packages[@]}" "${test_packages[@]}"
 for stage in "${stages[@]}"; do
     case $stage in
-        headers | mingw-* | clang-* | package)
+        headers | mingw-* | clang-* | shipping | package)
             ensure_dependencies ace xerces-c googletest libzip
             ensure_java
             break

@@ -26,6 +26,13 @@ java_packages=(openjdk-17-jdk-headless)
 # What lumlog.jar is made with besides, and what its tests need on top.
 jar_packages=(libslf4j-java python3)
 jar_test_packages=(junit4)
+# What lines are shipped with in the tests: a reader of logs, an engine of expressions with a compiler for it, and what the log
+# servers below want. Those are unpacked and not installed, as a machine can have but one of them, and would start it.
+shipping_packages=(
+    lnav libre2-dev clang-14 python3 python3-yaml
+    libestr0 libfastjson4 liblognorm5 libivykis0 libnet1 libjson-c5 libpcre3 libwrap0 libpq5 libllvm14
+)
+unpacked_packages=(rsyslog rsyslog-pgsql syslog-ng-core postgresql-15 postgresql-client-15)
 bench_packages=(libspdlog-dev libfmt-dev)
 
 is_installed()
