@@ -217,7 +217,7 @@ private:
             return;
         }
         for (std::size_t i = 0; i < 4; ++i)
-            text[2 + i] = DIGITS[(character >> (12 - 4 * i)) & 0xFU];
+            text[2 + i] = DIGITS[(static_cast<unsigned int>(character) >> (12 - 4 * i)) & 0xFU];
         copy(text, sizeof text);
     }
 
