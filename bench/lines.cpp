@@ -248,6 +248,50 @@ void json_line(benchmark::State& state)
         });
 }
 
+// Lines that are kept in memory: beside the file, and in place of it.
+void begin_recorded(const benchmark::State& state)
+{
+    if (KorGLog.SetRecorder(256 * 1024, 0) != 0)
+        fail("there is no memory to keep lines in");
+    begin_lumlog(state);
+}
+
+void end_recorded(const benchmark::State& state)
+{
+    KorGLog.SetRecorder(0, 0);
+    end_lumlog<Plain>(state);
+}
+
+void begin_only_recorded(const benchmark::State& state)
+{
+    begin_recorded(state);
+    KorGLog.SetRecorderLevel(BENCH_PACKAGE, REJECTED_LEVEL);
+}
+
+void end_only_recorded(const benchmark::State&)
+{
+    KorGLog.SetRecorder(0, 0);
+    KorGLog.ReOpen("idle.log", "bench", false);
+    if (!read_file(directory->file("lumlog.log")).empty())
+        fail("a line that was to be kept only was written");
+}
+
+void only_recorded_line(benchmark::State& state)
+{
+    measure_lines(
+        state, [](int number, const char* client)
+        { KOR_LOG(KorGLog, REJECTED_LEVEL, BENCH_PACKAGE, "request %d of %s took %d us", number, client, 250); });
+}
+
+/// With lines of the package kept up to a level that this one is above.
+void rejected_line(benchmark::State& state)
+{
+    constexpr int LEVEL = REJECTED_LEVEL + 1;
+    measure_lines(
+        state, [](int number, const char* client)
+        { KOR_LOG(KorGLog, LEVEL, BENCH_PACKAGE, "request %d of %s took %d us", number, client, 250); });
+}
+
 // spdlog ----------------------------------------------------------------------------------------------
 std::shared_ptr<spdlog::logger> peer;
 
@@ -449,6 +493,10 @@ int main(int argc, char** argv)
     add("line/safe", 1, &lumlog_line<Plain>, &begin_safe, &end_safe);
     add("line/rotating", 1, &lumlog_line<Plain>, &begin_rotating, &end_rotating);
     add("line/json", 1, &json_line, &begin_json, &end_json);
+    add("line/recorded", 1, &lumlog_line<Plain>, &begin_recorded, &end_recorded);
+    for (const int threads : {1, 8})
+        add("line/only_recorded", threads, &only_recorded_line, &begin_only_recorded, &end_only_recorded);
+    add("line/rejected_recording", 1, &rejected_line, &begin_only_recorded, &end_only_recorded);
     add_forms<Float>("line/float", 1);
     add_forms<Hexadecimal>("line/hexadecimal", 1);
     add_forms<Padded>("line/padded", 1);

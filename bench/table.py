@@ -114,6 +114,14 @@ def line_rows(runs):
     ratio = runs.ratio(json_line, one)
     rows.append(["line of JSON, the destination alone", nanoseconds(runs.time(json_line)), "", "",
                  f"{ratio:.2f} of a line"] + judged((ratio, 1.5, " of a line")))
+    rows.append(["line, kept in memory, too", nanoseconds(runs.time("line/recorded threads:1")), "", "",
+                 f"{runs.ratio('line/recorded threads:1', one):.2f} of a line", "", ""])
+    for threads in (1, 8):
+        time = runs.time(f"line/only_recorded threads:{threads}")
+        rows.append([f"line, kept in memory only, {threads} thread{'s' if threads > 1 else ''}", nanoseconds(time), "", "", ""]
+                    + (judged((time, 300, " ns")) if threads == 1 else ["", ""]))
+    rows.append(["rejected, where others are kept", nanoseconds(runs.time("line/rejected_recording threads:1")), "", "", "",
+                 "", ""])
     allocations = float(runs.context("allocations_lumlog"))
     rows.append(["allocations of a line", f"{allocations:g}", f"{float(runs.context('allocations_spdlog')):g}", "", ""]
                 + judged((allocations, 0, "")))

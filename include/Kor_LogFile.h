@@ -4,6 +4,7 @@
 #define KOR_LOGFILE_H
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <fstream>
@@ -164,6 +165,7 @@ private:
     std::uint32_t m_client_length;
     std::uint32_t m_origin_length;
     std::uint32_t m_location_length;
+    bool m_is_only_recorded; // the message: it is not to be written
 };
 
 /// A counted pointer to a context. Not atomic: it stays on the context's thread.
@@ -288,6 +290,22 @@ public:
     /// call. Any thread, at any time.
     void SetSafeLines(bool safe);
 
+    // The last lines, in memory.
+
+    /// Keeps the last lines of the process in memory that outlives it, for its crash and for tools that look into the running
+    /// process: what is written, whatever the output, and messages up to level that are not written. bytes: of the memory,
+    /// 65536 to 64 MB, a line takes some 230; 0, which is the default: nothing is kept any more, what is there stays.
+    /// level: 0 to 7, for the packages that have none of their own; 0: what is written and nothing else. Messages that are
+    /// only kept do not reach the destinations. Holds for all logs of the process. The first call makes the memory, whose
+    /// size is final; further ones change the level. -1 for numbers out of range and without memory, and then all stays as
+    /// it was. Where the environment variable PRISMATE_LOG_RECORDER says what to keep ("256K,7"), that counts instead of
+    /// every call. Any thread, at any time.
+    int SetRecorder(std::size_t bytes, int level);
+
+    /// Sets the level of SetRecorder for one package, to be called after that; -1: the one for all. -1 for numbers out of
+    /// range, and before there is anything to keep lines in. Any thread, at any time.
+    int SetRecorderLevel(int package, int level);
+
     // Filtering.
 
     /// Notes the parameters of the calling thread's next message and returns 1, or returns 0 when
@@ -295,8 +313,8 @@ public:
     /// message is written.
     int StoreParams(const char* file, const char* function, int line, int level, int package, int unused = 1);
 
-    /// 1 when a message of level is to be written for the package that code / 10000 gives, else 0. A
-    /// package outside 0 to 749 has the default level 4.
+    /// 1 when a message of level is to be written, or kept by SetRecorder, for the package that code / 10000 gives, else 0.
+    /// A package outside 0 to 749 has the default level 4.
     int CheckMsgLevel(long code, int level);
 
     /// The level in force for the code's package.
@@ -530,7 +548,9 @@ private:
     void forget_levels() noexcept;
     const volatile std::uint64_t* set_shared_stamp(const volatile std::uint64_t* stamp) noexcept;
     void choose_quick_stamp() noexcept;
+    static void forget_all_levels() noexcept;
     static void ask_by_client() noexcept;
+    static void ask_by_recorder() noexcept;
     void leave_list() noexcept;
     void rebuild_cache(int package);
     void note_context_change() noexcept;
@@ -541,6 +561,7 @@ private:
     void send_finished(const Kor_LogMTVarsPtr& vars, const Line& line);
     void log_banner(const char* format, ...) KOR_PRINTF(2, 3);
     void send_text(Kor_LogMTVarsPtr vars, const Line& line);
+    void record(Kor_LogMTVars& context, const Line& line) noexcept;
     void write_output(Kor_LogMTVars& context, const Line& line);
     void write_console(Kor_LogMTVars& context, const Line& line);
     bool write_private_file(Kor_LogMTVars& context, const Line& line);
@@ -567,8 +588,8 @@ private:
     bool m_console_mode;
     std::atomic<bool> m_size_exceeded;
     std::atomic<std::int32_t> m_size_countdown;
-    // Low byte: the level or, where threads have clients of their own, the highest that any has, 0 unknown; high byte:
-    // generation.
+    // Low byte: the level or, where threads have clients of their own or lines are kept in memory, the highest that any
+    // message may have, 0 unknown; high byte: generation.
     std::atomic<std::uint16_t> m_level_cache[PACKAGE_COUNT];
     std::vector<Kor_LogDestBase*> m_destinations;
     Kor_LogDestBase* m_debugger_destination; // owned

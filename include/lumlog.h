@@ -283,6 +283,19 @@ extern "C"
      * variable PRISMATE_LOG_SAFE counts instead, where it is 0 or 1. */
     LUM_API void LUM_CALL lum_set_safe_lines(int safe);
 
+    /* The last lines, in memory --------------------------------------------------------------------------------------- */
+
+    /** Keeps the last lines of the process in memory that outlives it: what is written, and messages up to level that are
+     * not. bytes: of the memory, 65536 to 64 MB; 0, the default: nothing is kept. level: 0 to 7, for the packages that have
+     * none of their own. The first call makes the memory, further ones change the level. LUM_FAILED for numbers out of range
+     * and without memory, and then all stays as it was. The environment variable PRISMATE_LOG_RECORDER ("256K,7") counts
+     * instead, where it is set. */
+    LUM_API int LUM_CALL lum_set_recorder(size_t bytes, int level);
+
+    /** Sets that level for one package, after lum_set_recorder; -1: the one for all. LUM_FAILED for numbers out of range and
+     * before there is anything to keep lines in. */
+    LUM_API int LUM_CALL lum_set_recorder_level(int package, int level);
+
     /* Levels ---------------------------------------------------------------------------------------------------- */
 
     /** Sets a package's level. publish: 1: for every process of the machine, from its next message on. LUM_FAILED for a

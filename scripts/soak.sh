@@ -14,6 +14,8 @@
 #              written, under their names (10,000,000 messages)
 #   rotation   a host whose eight threads write to files that rotate is killed and begun again; which lines were lost, twice
 #              there or broken (200 kills, 1,000 rotations and more)
+#   recorder   a host whose eight threads keep lines in memory is killed at a random moment; whether another process finds
+#              each of them whole and in order, but for those in the making (1000 kills)
 #   kit        the kit for real Windows as a whole, without its benchmarks, as somebody would use it (once)
 #   same       that two builds make the same packages, with everything compiled anew (once)
 # --times: how often instead, for each of them.
@@ -22,7 +24,7 @@
 
 . "$(dirname "${BASH_SOURCE[0]}")/lib/setup.sh"
 
-all_soaks=(ends publishes levelsync rotation clients java kit same)
+all_soaks=(ends publishes levelsync rotation clients recorder java kit same)
 soaks=()
 times=
 preset=mingw-release
@@ -80,6 +82,12 @@ soak_rotation()
 {
     export LUMLOG_TEST_ROTATION_KILLS=${times:-200}
     run_case process_tests LogRotationKills.AHostThatIsKilledWhileItsFilesRotateHasSaidNoLineInVain
+}
+
+soak_recorder()
+{
+    export LUMLOG_TEST_RECORDER_KILLS=${times:-1000}
+    run_case process_tests RecorderKills.AllLinesButThoseInTheMakingAreWholeAndInOrder
 }
 
 soak_kit()

@@ -63,7 +63,7 @@ Kor_LogMTVars::Kor_LogMTVars()
       m_references(0), m_time_text{}, m_time_parts{}, m_time_length(0), m_time_taken_at(0), m_uses(0),
       m_seen_changes(0), m_seen_name(nullptr), m_seen_ip(nullptr), m_seen_session(0), m_seen_process(0),
       m_seen_thread(0), m_seen_client(0), m_has_client(false), m_client{}, m_origin{}, m_client_length(0),
-      m_origin_length(0), m_location_length(0)
+      m_origin_length(0), m_location_length(0), m_is_only_recorded(false)
 {
     const kor::core::Zone zone = kor::core::zone_of_bias(bias_of_season());
     m_zone_sign = zone.sign;
@@ -94,6 +94,7 @@ void Kor_LogMTVars::ResetParams() noexcept
     m_headline_length = 0;
     m_has_location = m_has_context = m_has_thread_name = false;
     m_headline_kind = HEADLINE_NONE;
+    m_is_only_recorded = false; // whoever sends without asking beforehand wants it written
 }
 
 Kor_LogMTVars::Message Kor_LogMTVars::message() const noexcept

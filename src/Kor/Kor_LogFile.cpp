@@ -19,6 +19,7 @@
 #include "Kor/log_lock.h"
 #include "Kor/own_conf.h"
 #include "Kor/private_file.h"
+#include "Kor/recorder.h"
 #include "Kor/safe_lines.h"
 #include "Kor/shared_conf.h"
 #include "Kor/shared_name.h"
@@ -126,6 +127,21 @@ void Kor_LogFile::leave_list() noexcept
 void Kor_LogFile::ask_by_client() noexcept
 {
     kor::threads_have_clients = true;
+    kor::levels_are_ceilings = true;
+    forget_all_levels();
+}
+
+/// From now on all logs let pass what is to be kept in memory, and no more than that.
+void Kor_LogFile::ask_by_recorder() noexcept
+{
+    if (kor::recorder != nullptr)
+        kor::levels_are_ceilings = true;
+    if (kor::levels_are_ceilings)
+        forget_all_levels();
+}
+
+void Kor_LogFile::forget_all_levels() noexcept
+{
     const OwnerLockGuard guard(kor::identity_lock);
     for (Kor_LogFile* log = newest_log; log != nullptr; log = log->m_older_log)
         log->forget_levels();
@@ -238,9 +254,27 @@ void Kor_LogFile::SetSafeLines(bool safe)
     kor::set_safe_lines(safe);
 }
 
+int Kor_LogFile::SetRecorder(std::size_t bytes, int level)
+{
+    const KeptErrors kept;
+    const int result = kor::set_recorder(bytes, level);
+    ask_by_recorder();
+    return result;
+}
+
+int Kor_LogFile::SetRecorderLevel(int package, int level)
+{
+    const KeptErrors kept;
+    const int result = kor::set_recorder_level(package, level);
+    ask_by_recorder();
+    return result;
+}
+
 int Kor_LogFile::Init(const char* app_name)
 {
     kor::read_safe_lines();
+    if (kor::read_recorder())
+        ask_by_recorder();
     InitConf();
     const std::string_view name(app_name == nullptr ? "" : app_name);
     char* old_name = nullptr;
@@ -272,6 +306,7 @@ void Kor_LogFile::write_start_banner()
     if (vars == nullptr)
         return;
     vars->m_accepted = 1;
+    vars->m_is_only_recorded = false;
     vars->UpdateTime();
     const kor::BannerName safe_name(Kor_LogMTVars::m_app_name);
     const char* const name = safe_name.get();
@@ -306,6 +341,7 @@ void Kor_LogFile::write_end_banner()
     if (vars == nullptr)
         return;
     vars->m_accepted = 1;
+    vars->m_is_only_recorded = false;
     vars->UpdateTime();
     const kor::BannerName name(Kor_LogMTVars::m_app_name);
     const Kor_LogConf* const conf = m_conf;

@@ -19,6 +19,7 @@
 #include "Kor/isolation.h"
 #include "Kor/own_conf.h"
 #include "Kor/package_names_file.h"
+#include "Kor/recorder.h"
 #include "Kor/rule_check.h"
 #include "Kor/shared_conf.h"
 #include "Kor/shared_name.h"
@@ -730,7 +731,7 @@ int Kor_LogFile::current_level(int package) noexcept
         return Kor_LogConf::DEFAULT_LEVEL;
     if (!IsCacheTableUpToDate())
         return refresh_level(package);
-    if (kor::threads_have_clients.load(std::memory_order_relaxed))
+    if (kor::levels_are_ceilings.load(std::memory_order_relaxed))
         return level_of_thread(package);
     // Only now, or the entry might be older than the stamp that was just found to be the latest.
     const unsigned int generation = m_cache_generation.load(std::memory_order_relaxed);
@@ -748,7 +749,7 @@ int Kor_LogFile::refresh_level(int package) noexcept
         rebuild_cache(package);
     // Before the question by whom the levels go: when that changes, so does this.
     const std::uint64_t generation = m_generation;
-    if (kor::threads_have_clients)
+    if (kor::levels_are_ceilings)
         return find_level_of_thread(package, generation, kor::thread_client());
     const int level = effective_level(package);
     KOR_TRACE("Package %d Log level set to %d\n", package, level);
@@ -773,8 +774,9 @@ int Kor_LogFile::level_of_thread(int package) noexcept
 
 int Kor_LogFile::find_level_of_thread(int package, std::uint64_t generation, kor::Client* client) noexcept
 {
-    keep_level(package, generation, highest_level(package));
     const int level = effective_level_for(package, client);
+    const int highest = kor::threads_have_clients ? highest_level(package) : level;
+    keep_level(package, generation, std::max(highest, kor::recorder_level(package)));
     KOR_TRACE("Package %d Log level set to %d\n", package, level);
     kor::KnownLevels& levels = client == nullptr ? kor::process_levels : client->levels();
     levels.keep(package, generation, level);
@@ -827,7 +829,7 @@ int Kor_LogFile::check_level(int package, int level)
         kor::win::print_line(stderr, "ERROR.Can not CheckMsgLevel.conf is NULL\n");
         return 0;
     }
-    return level <= current_level(package) ? 1 : 0;
+    return IsWanted(level, package) ? 1 : 0;
 }
 
 unsigned char Kor_LogFile::GetLogLevel(int code)

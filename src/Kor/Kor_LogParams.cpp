@@ -6,6 +6,7 @@
 #include "Kor/client_address.h"
 #include "Kor/diagnostics.h"
 #include "Kor/identity.h"
+#include "Kor/recorder.h"
 #include "Kor_LogFile.h"
 #include "core/headline.h"
 #include "win/kept_errors.h"
@@ -31,7 +32,8 @@ int Kor_LogFile::note_params(const char* file, const char* function, int line, i
 const Kor_LogMTVarsPtr*
 Kor_LogFile::begin_message(const char* file, const char* function, int line, int level, int package) noexcept
 {
-    if (level > current_level(package))
+    const bool is_written = level <= current_level(package);
+    if (!is_written && level > kor::recorder_level(package))
         return nullptr;
     const Kor_LogMTVarsPtr* const found = find_context();
     if (found == nullptr)
@@ -42,13 +44,17 @@ Kor_LogFile::begin_message(const char* file, const char* function, int line, int
     vars.m_level = level;
     vars.m_package = package;
     vars.m_accepted = 1;
+    vars.m_is_only_recorded = !is_written;
     vars.m_file = file == nullptr ? "unknown file" : kor::core::file_name_of(file);
     vars.m_line = line;
     vars.m_function = function;
     return found;
 }
 
-bool Kor_LogFile::IsWanted(int level, int package) { return level <= current_level(package); }
+bool Kor_LogFile::IsWanted(int level, int package)
+{
+    return level <= current_level(package) || level <= kor::recorder_level(package);
+}
 
 void Kor_LogFile::SetOutLogLevel(int level)
 {

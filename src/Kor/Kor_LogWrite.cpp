@@ -14,6 +14,7 @@
 #include "Kor/general_log.h"
 #include "Kor/identity.h"
 #include "Kor/log_lock.h"
+#include "Kor/recorder.h"
 #include "Kor/safe_lines.h"
 #include "Kor_LogFile.h"
 #include "core/bounded_text.h"
@@ -291,15 +292,32 @@ void Kor_LogFile::send_text(Kor_LogMTVarsPtr vars, const Line& line)
 {
     // What the parameters point at may be gone after this.
     const ParamsReset reset(vars);
+    const bool is_written = !vars->m_is_only_recorded;
     write_output(*vars.operator->(), line);
     ++vars->m_uses;
-    if (m_destination_count != 0)
+    if (is_written && m_destination_count != 0)
         write_destinations(vars, line);
+}
+
+void Kor_LogFile::record(Kor_LogMTVars& vars, const Line& line) noexcept
+{
+    kor::Recorder* const recorder = kor::recorder.load(std::memory_order_acquire);
+    if (recorder == nullptr)
+        return;
+    constexpr std::uint64_t FROM_1601_TO_1970_MS =
+        11'644'473'600'000; // the clock counts from the one, readers from the other
+    const std::uint64_t time = std::max(vars.m_time_taken_at, FROM_1601_TO_1970_MS) - FROM_1601_TO_1970_MS;
+    const kor::core::RecordedLine recorded{time,           vars.m_thread_id,         vars.m_level,
+                                           vars.m_package, !vars.m_is_only_recorded, !line.has_headline()};
+    recorder->record(recorded, line.parts(vars, {}));
 }
 
 void Kor_LogFile::write_output(Kor_LogMTVars& vars, const Line& line)
 {
     if (m_is_isolated.load(std::memory_order_relaxed))
+        return;
+    record(vars, line); // first: to write it may take long, or never come back
+    if (vars.m_is_only_recorded)
         return;
     const Kor_LogConf* const conf = m_conf;
     int output = conf == nullptr ? static_cast<int>(Kor_LogConf::OUTPUT_STDERR) : conf->GetOutput();

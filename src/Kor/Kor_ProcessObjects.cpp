@@ -13,6 +13,7 @@
 #include "Kor/client_address.h"
 #include "Kor/identity.h"
 #include "Kor/kept_texts.h"
+#include "Kor/recorder.h"
 #include "Kor/shared_name.h"
 #include "Kor/thread_client.h"
 #include "Kor_Error.h"
@@ -69,6 +70,7 @@ private:
 };
 
 KeptTexts kept_texts;
+const kor::RecorderEnd recorder_end; // after the logs, which have their end recorded
 } // namespace
 
 char* kor::keep_text(const std::string& text) { return kept_texts.keep(text); }
@@ -78,9 +80,11 @@ std::atomic<std::uint32_t> kor::identity_changes{1};
 std::atomic<std::uint32_t> kor::client_changes{1};
 kor::KnownClient kor::known_client;
 std::atomic<bool> kor::threads_have_clients{false};
+std::atomic<bool> kor::levels_are_ceilings{false};
 kor::KnownLevels kor::process_levels;
 kor::Clients kor::clients;
 const char* kor::shared_block_name = nullptr;
+std::atomic<kor::Recorder*> kor::recorder{nullptr};
 
 char* Kor_LogMTVars::m_app_name = nullptr;
 int Kor_LogMTVars::m_proc_id = static_cast<int>(::GetCurrentProcessId());

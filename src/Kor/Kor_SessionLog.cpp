@@ -17,6 +17,7 @@
 #include <utility>
 #include <vector>
 
+#include "Kor/last_lines.h"
 #include "Kor_LogFile.h"
 #include "Kor_SessionLogGatherer.h"
 #include "core/crash_texts.h"
@@ -160,7 +161,8 @@ struct DumpJob
 {
     WriteDump* write_dump;
     HANDLE file;
-    MINIDUMP_EXCEPTION_INFORMATION* crash; // null: none
+    MINIDUMP_EXCEPTION_INFORMATION* crash;      // null: none
+    MINIDUMP_USER_STREAM_INFORMATION* comments; // null: none
     MINIDUMP_CALLBACK_INFORMATION* callback;
 };
 
@@ -169,7 +171,8 @@ void run_dump(void* argument)
 {
     const auto& job = *static_cast<const DumpJob*>(argument);
     job.write_dump(
-        ::GetCurrentProcess(), ::GetCurrentProcessId(), job.file, MiniDumpNormal, job.crash, nullptr, job.callback);
+        ::GetCurrentProcess(), ::GetCurrentProcessId(), job.file, MiniDumpNormal, job.crash, job.comments,
+        job.callback);
 }
 
 /// Asks for no zone, which a crash may have left locked.
@@ -226,6 +229,8 @@ struct Kor_SessionLog::Content
     void find_names();
     /// The same, and room for modules. Without memory all stays as it was.
     void prepare_for_crash() noexcept;
+    /// Writes the recorded lines beside the minidump and the report, where there are any. Once for both.
+    void write_last_lines(kor::LastLines& lines) noexcept;
     /// Makes a path of the directory, the type, the program, the present time, and the end of the name.
     void name(std::wstring& path, std::wstring_view type, std::wstring_view end) const;
 
@@ -235,7 +240,9 @@ struct Kor_SessionLog::Content
     std::wstring report_path;
     std::wstring state_path;
     std::wstring minidump_path;
-    char process_name[PATH_SIZE] = ""; // empty until enable
+    std::wstring last_lines_path;
+    bool last_lines_are_written = false; // since the last report
+    char process_name[PATH_SIZE] = "";   // empty until enable
     ModuleList modules;
     bool enabled = false;
     std::list<DllToLoad> dlls;
@@ -255,7 +262,7 @@ void Kor_SessionLog::Content::find_names()
     crash_log_path = directory + L"crashes.log";
     if (crash_log_path.size() > kor::core::LONGEST_PLAIN_PATH || kor::core::is_verbatim(crash_log_path))
         crash_log_path = kor::win::system_path(crash_log_path); // now, as it takes memory
-    for (std::wstring* const path : {&report_path, &minidump_path})
+    for (std::wstring* const path : {&report_path, &minidump_path, &last_lines_path})
         path->reserve(directory.size() + program.size() + LONGEST_NAME);
 }
 
@@ -277,6 +284,19 @@ void Kor_SessionLog::Content::name(std::wstring& path, std::wstring_view type, s
     wchar_t stamp[kor::core::FILE_STAMP_LENGTH];
     kor::core::write_file_stamp(stamp, local_time());
     path.assign(directory).append(type).append(L"-").append(program).append(stamp, std::size(stamp)).append(end);
+}
+
+void Kor_SessionLog::Content::write_last_lines(kor::LastLines& lines) noexcept
+try
+{
+    if (last_lines_are_written || !lines.are_there())
+        return;
+    name(last_lines_path, L"lastlines", L".log");
+    last_lines_are_written = lines.write_to(last_lines_path.c_str());
+}
+catch (...) // no memory for a path that is longer than it was
+{
+    return;
 }
 
 // Life ------------------------------------------------------------------------------------------------------
@@ -460,6 +480,11 @@ void Kor_SessionLog::createReport(_EXCEPTION_POINTERS* exception, const wchar_t*
         return;
     const KeptErrors kept;
     release_reserved_memory("Kor_SessionLog::createReport");
+    {
+        kor::LastLines lines;
+        m_content->write_last_lines(lines);
+        m_content->last_lines_are_written = false; // the next report has its own
+    }
     Kor_SessionLogGatherer* const gatherer = Kor_SessionLogGatherer::GetInstance();
     if (gatherer == nullptr)
         return;
@@ -479,9 +504,13 @@ void Kor_SessionLog::createSessionReport()
 
 void Kor_SessionLog::produceMinidump(_EXCEPTION_POINTERS* exception)
 {
-    if (m_content == nullptr || !kor::win::has_memory(DUMP_MEMORY))
+    if (m_content == nullptr)
         return;
     const KeptErrors kept;
+    kor::LastLines lines;
+    m_content->write_last_lines(lines); // first, as it needs nothing
+    if (!kor::win::has_memory(DUMP_MEMORY))
+        return;
     m_content->modules.begin_dump();
     const DumpFile file(generateMinidumpFullPath());
     // A handle that means "failed" is none of null: the dump then fails by itself.
@@ -494,7 +523,15 @@ void Kor_SessionLog::produceMinidump(_EXCEPTION_POINTERS* exception)
     MINIDUMP_CALLBACK_INFORMATION callback{};
     callback.CallbackRoutine = &miniDumpCallback;
     callback.CallbackParam = this;
-    DumpJob job{m_content->write_dump, file.handle(), exception == nullptr ? nullptr : &crash, &callback};
+    const std::string_view newest = lines.newest();
+    MINIDUMP_USER_STREAM comment{};
+    comment.Type = CommentStreamA;
+    comment.BufferSize = static_cast<ULONG>(newest.size() + 1);
+    comment.Buffer = const_cast<char*>(newest.data());
+    MINIDUMP_USER_STREAM_INFORMATION comments{1, &comment};
+    DumpJob job{
+        m_content->write_dump, file.handle(), exception == nullptr ? nullptr : &crash,
+        newest.empty() ? nullptr : &comments, &callback};
     // What the crash has damaged, or a lack of memory, may bring the system's code down. The report is still to come.
     kor_guarded_call(&run_dump, &job);
 }

@@ -163,6 +163,10 @@ extern KnownLevels process_levels;
 /// True from the first scope of this process on.
 extern std::atomic<bool> threads_have_clients;
 
+/// True from then on, or from when lines are kept in memory: of the levels that logs keep for the check in front of each
+/// message, each is the highest that any message of its package may have.
+extern std::atomic<bool> levels_are_ceilings;
+
 /// Whom the calling thread works for, null for the process's client. The thread holds it.
 inline Client* thread_client() noexcept { return clients.current(); }
 

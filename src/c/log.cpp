@@ -193,6 +193,17 @@ void lum_set_safe_lines(int safe)
     contained([=] { KorGLog.SetSafeLines(safe != 0); });
 }
 
+// The last lines, in memory ---------------------------------------------------------------------------
+int lum_set_recorder(size_t bytes, int level)
+{
+    return contained(LUM_FAILED, [=] { return KorGLog.SetRecorder(bytes, level) == 0 ? LUM_OK : LUM_FAILED; });
+}
+
+int lum_set_recorder_level(int package, int level)
+{
+    return contained(LUM_FAILED, [=] { return KorGLog.SetRecorderLevel(package, level) == 0 ? LUM_OK : LUM_FAILED; });
+}
+
 // Whom the lines are about ----------------------------------------------------------------------------
 void lum_set_client(const char* ip, int session)
 {

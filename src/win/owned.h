@@ -72,10 +72,18 @@ struct LocalMemoryTraits
     static void close(Type memory) noexcept { ::LocalFree(memory); }
 };
 
+struct PagesTraits
+{
+    using Type = void*;
+    static Type none() noexcept { return nullptr; }
+    static void close(Type pages) noexcept { ::VirtualFree(pages, 0, MEM_RELEASE); }
+};
+
 using OwnedHandle = Owned<HandleTraits>;
 using OwnedFile = Owned<FileTraits>;
 using OwnedView = Owned<ViewTraits>;
 using OwnedLocalMemory = Owned<LocalMemoryTraits>;
+using OwnedPages = Owned<PagesTraits>;
 } // namespace kor::win
 
 #endif // KOR_WIN_OWNED_H

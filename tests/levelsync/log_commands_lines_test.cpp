@@ -302,4 +302,33 @@ TEST_F(LevelSyncLines, WrongCallsSayWhatWouldBeRight)
     EXPECT_EQ(help.exit_code, 0);
     EXPECT_THAT(help.out, HasSubstr("LevelSync lines --client 192.0.2.7 --level warning --since 1h"));
 }
+
+TEST_F(LevelSyncLines, OfALiveProcessThoseThatItKeepsAreShown)
+{
+    const auto viewer = m_site.host("viewer", {{"PRISMATE_LOG_RECORDER", "64K,7"}});
+    ASSERT_TRUE(viewer->write(320, 7, "only kept"));
+    ASSERT_TRUE(viewer->write(320, 1, "written"));
+    const std::string call = "--live " + std::to_string(viewer->pid());
+    EXPECT_EQ(texts(call + " --package 320"), "only kept|written");
+    EXPECT_EQ(texts(call + " --package 320 --level error"), "written");
+    EXPECT_EQ(texts(call + " --package 320 --last 1"), "written");
+    EXPECT_EQ(texts(call + " only"), "only kept");
+    EXPECT_EQ(texts("--package 320"), "written"); // the files have what was written, as ever
+    const Ran ran = m_site.run("lines " + call + " --package 320");
+    EXPECT_THAT(ran.err, HasSubstr("2 lines of process " + std::to_string(viewer->pid()) + " (2)"));
+    const Ran json = m_site.run("lines --json --last 1 " + call + " --package 320");
+    EXPECT_EQ(json_of(json)["log"], "process " + std::to_string(viewer->pid())) << json;
+}
+
+TEST_F(LevelSyncLines, OfALiveProcessThatKeepsNoneTheyTellWhatToDo)
+{
+    const auto viewer = m_site.host("viewer");
+    const Ran none = m_site.run("lines --live " + std::to_string(viewer->pid()));
+    EXPECT_EQ(none.exit_code, 1);
+    EXPECT_THAT(none.err, HasSubstr("keeps no lines in memory"));
+    EXPECT_THAT(none.err, HasSubstr("PRISMATE_LOG_RECORDER=256K,7"));
+    const Ran gone = m_site.run("lines --live 4294967292"); // an id that no process gets
+    EXPECT_EQ(gone.exit_code, 1);
+    EXPECT_THAT(gone.err, HasSubstr("LevelSync ps shows the running processes"));
+}
 } // namespace

@@ -4,6 +4,8 @@
 #include <windows.h>
 
 #include <algorithm>
+#include <cstdint>
+#include <cstring>
 #include <filesystem>
 #include <regex>
 #include <string>
@@ -155,6 +157,82 @@ TEST(CrashLeavesMinidumpReportLineAndState, OfAWriteToNull)
 TEST(CrashLeavesMinidumpReportLineAndState, OfAStackOverflow)
 {
     expect_everything_left_by({"stack-overflow", 0xC00000FD, "0xc00000fd", "EXCEPTION_STACK_OVERFLOW"});
+}
+
+// The last lines -----------------------------------------------------------------------------------------------------
+ChildResult run_recording_host(const LogDirectory& directory, const std::string& way)
+{
+    ChildOptions options = directory.for_child({{"PRISMATE_LOG_RECORDER", "64K,7"}});
+    options.program = crashing_host();
+    options.arguments = {way};
+    options.timeout_ms = 100000;
+    return run_child("example_crashing_host", options);
+}
+
+std::uint32_t number_at(const std::string& bytes, std::size_t at)
+{
+    std::uint32_t number = 0;
+    if (at + sizeof number <= bytes.size())
+        std::memcpy(&number, bytes.data() + at, sizeof number);
+    return number;
+}
+
+/// A minidump's stream of that type: its header names the place of a directory, which names those of the streams.
+std::string stream_of(const std::string& dump, std::uint32_t type)
+{
+    const std::uint32_t count = number_at(dump, 8);
+    const std::uint32_t directory = number_at(dump, 12);
+    for (std::uint32_t i = 0; i < count && i < 100; ++i)
+        if (number_at(dump, directory + 12 * i) == type)
+            return dump.substr(
+                std::min<std::size_t>(number_at(dump, directory + 12 * i + 8), dump.size()),
+                number_at(dump, directory + 12 * i + 4));
+    return {};
+}
+
+constexpr std::uint32_t COMMENT = 10;
+
+TEST(CrashLeavesTheLastLines, ThatTheHostKeepsBesideTheReportAndInTheMinidump)
+{
+    for (const char* const way : {"null-write", "stack-overflow", "two-threads"})
+    {
+        const LogDirectory directory;
+        const ChildResult host = run_recording_host(directory, way);
+        EXPECT_TRUE(host.finished);
+        EXPECT_EQ(
+            masked_files(directory),
+            (Names{
+                "CLGState.mp", "crash-example_crashing_host-<time>.xml", "crashes.log", "crashing_host.log",
+                "lastlines-example_crashing_host-<time>.log", "logger", "minidump-example_crashing_host-<time>.dmp"}))
+            << way;
+        const std::string lines = bytes_of(directory, "lastlines-");
+        const std::string log = read_file(directory.file("crashing_host.log"));
+        // What is written begins with the banner, and what only the memory has are the library's own traces.
+        EXPECT_EQ(lines.substr(0, lines.find(" Start Session")), log.substr(0, log.find(" Start Session"))) << way;
+        EXPECT_TRUE(contains(lines, "Successfully reserved memory for crashlog processing")) << lines;
+        EXPECT_TRUE(contains(lines, " DEBUG   (106) crashing_host (")) << lines;
+        EXPECT_FALSE(contains(log, "DEBUG")) << log;
+        EXPECT_EQ(lines.substr(lines.size() - 2), "\r\n");
+
+        const std::string comment = stream_of(bytes_of(directory, "minidump-"), COMMENT);
+        EXPECT_EQ(comment, lines + '\0') << way;
+    }
+}
+
+TEST(CrashLeavesTheLastLines, OnlyWhereSomebodyHasAskedForThem)
+{
+    const LogDirectory directory;
+    run_host(directory, {"null-write"});
+    EXPECT_EQ(bytes_of(directory, "lastlines-"), "");
+    EXPECT_EQ(stream_of(bytes_of(directory, "minidump-"), COMMENT), "");
+}
+
+TEST(CrashLeavesTheLastLines, ButAnOrderlyEndDoesNot)
+{
+    const LogDirectory directory;
+    const ChildResult host = run_recording_host(directory, "none");
+    EXPECT_EQ(host.exit_code, 0u);
+    EXPECT_EQ(bytes_of(directory, "lastlines-"), "");
 }
 
 TEST(CrashLeavesMinidumpReportLineAndState, OfAPureVirtualCall)

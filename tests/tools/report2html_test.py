@@ -698,6 +698,86 @@ def case_TablesTellWhatTheirCellsAre():
              ("0", "region", True))
 
 
+# The last lines ----------------------------------------------------------------------------------------------------
+HEAD = "2024-01-31 08:00:04.{:03}+01:00 {:<8}({:03}) viewer (4312,{}) {} {} ->"
+CRASH = "crash-viewer-2024-01-31-080010.xml"
+
+
+def logged(number, level, thread, text, package=17, client="", place="host.cpp(7) main"):
+    return f"{HEAD.format(number, level, package, thread, client, place)} {text}\r\n"
+
+
+LINES = ("===== viewer (4312) Start Session at 2024-01-31 08:00:00.000+01:00, User root on READING-07 =====\r\n" +
+         logged(1, "DEBUG", "280|Loader", "reads front.png") +
+         logged(2, "WARNING", 284, "two\r\nlines", client="ClientIP(192.0.2.7) SessionId(3)") +
+         logged(3, "ERROR", 284, "<script>alert(1)</script>", package=330, place=""))
+
+
+def write_lines(name="lastlines-viewer-2024-01-31-080005.log", text=LINES):
+    with open(name, "w", encoding="utf-8", newline="") as file:
+        file.write(text)
+
+
+def crash_page(*arguments):
+    write(report(session(EXCEPTION)), CRASH)
+    run(CRASH, *arguments, "-o", "report.html")
+    return tree(read("report.html"))
+
+
+def case_TheLastLinesBesideTheReportComeFirst():
+    write_lines()
+    page = crash_page()
+    same(page.all("section")[0].attributes["id"], "lastlines")
+    section = page.section("lastlines")
+    check(section.one("p", class_="hint").text() == "From lastlines-viewer-2024-01-31-080005.log.", section.text())
+    rows = section.rows()
+    same(rows[0], ["", "–", "–", "–", "–", "–", LINES.split("\r\n", maxsplit=1)[0]])
+    same(rows[1], ["2024-01-31 08:00:04.001", "DEBUG", "017", "280 Loader", "–", "host.cpp(7) main", "reads front.png"])
+    same(rows[2], ["2024-01-31 08:00:04.002", "WARNING", "017", "284", "ClientIP(192.0.2.7) SessionId(3)",
+                   "host.cpp(7) main", "two\nlines"])
+    same(rows[3], ["2024-01-31 08:00:04.003", "ERROR", "330", "284", "–", "–", "<script>alert(1)</script>"])
+    same(len(rows), 4)
+
+
+def case_LastLinesOfAnotherCrashAreLeftAlone():
+    for name in ("lastlines-viewer-2024-01-31-080011.log", "lastlines-viewer-2024-01-31-075009.log",
+                 "lastlines-archive-2024-01-31-080005.log", "lastlines-viewer-x.log", "lastlines-viewer-.log"):
+        write_lines(name)
+    same(crash_page().all("section", id="lastlines"), [])
+
+
+def case_OfSeveralTheNewestAreThoseOfTheCrash():
+    write_lines("lastlines-viewer-2024-01-31-080001.log", logged(1, "DEBUG", 280, "older"))
+    write_lines("lastlines-viewer-2024-01-31-080009.log", logged(1, "DEBUG", 280, "newer"))
+    same([cells[-1] for cells in crash_page().section("lastlines").rows()], ["newer"])
+
+
+def case_TheLastLinesCanBeNamed():
+    write_lines("other.log")
+    same(len(crash_page("--lines", "other.log").section("lastlines").rows()), 4)
+    _, errors = run(CRASH, "--lines", "missing.log", status=1)
+    check("missing.log" in errors, errors)
+    _, errors = run(CRASH, "--lines", "other.log", "-o", "other.log", status=1)
+    same(errors, f"report2html: {CRASH}: the page would overwrite the last lines\n")
+    same(len(read("other.log")), len(LINES))
+
+
+def case_WhateverIsInTheLastLinesIsShown():
+    write_lines(text="")
+    same(crash_page().section("lastlines").all("p")[1].text(), "There is no line in it.")
+    write_lines(text="no headline\r\nat all\r\n" + logged(1, "INFO", 280, "a -> b") + "\0\r\ncut")
+    same([cells[-1] for cells in crash_page().section("lastlines").rows()],
+         ["no headline\nat all", "a -> b\n\0\n(has no end, so it may have been cut)"])
+
+
+def case_OfVeryManyLastLinesTheNewestAreShown():
+    write_lines(text="".join(logged(i % 1000, "DEBUG", 280, f"line {i}.") for i in range(12_345)))
+    section = crash_page().section("lastlines")
+    rows = section.rows()
+    same((len(rows), rows[0][-1], rows[-1][-1]), (5000, "line 7345.", "line 12344."))
+    check("of whose 12,345 lines these are the last 5,000" in section.one("p", class_="hint").text(), "no word of it")
+
+
 # In a browser ------------------------------------------------------------------------------------------------------
 def sample():
     write(report(session(SYSTEM, EXCEPTION, MODULES), context=event("archive hall"), history=event("Alpha") +
@@ -764,6 +844,30 @@ def case_TheFilterFindsWhatIsFoldedAway():
     run("report.xml")
     rows = shown(browse_quietly("#find=needle").section("history"))
     same((len(rows), rows[0].endswith("needle")), (1, True))
+
+
+def case_LastLinesAreChosenByLevelAndThread():
+    write_lines()
+    crash_page()
+    source = read("report.html")
+    for level, thread, find, rows in (
+            ("4", "", "", ["two\nlines", "<script>alert(1)</script>"]), ("", "280", "", ["reads front.png"]),
+            ("3", "284", "", ["<script>alert(1)</script>"]), ("4", "284", "#find=lines", ["two\nlines"]),
+            ("1", "280", "", [])):
+        changed = source
+        for of, value in (("level", level), ("thread", thread)):
+            if value:
+                before, after = changed.split(f'data-of="{of}"')
+                after = after.replace(f'<option value="{value}">', f'<option value="{value}" selected>', 1)
+                changed = f'{before}data-of="{of}"{after}'
+        with open("report.html", "w", encoding="utf-8", newline="") as file:
+            file.write(changed)
+        page = browse_quietly(find)
+        section = page.section("lastlines")
+        # The banner has neither level nor thread; a level of 0 is below all.
+        same((level, thread, [text for text in shown(section) if not text.startswith("=====")]), (level, thread, rows))
+        check("hidden" not in section.one("div", class_="choices").attributes, "there is nothing to choose")
+        check("rows match" in page.one("output").text(), page.one("output").text())
 
 
 def case_ThePolicyStopsWhatIsNotThePages():

@@ -71,6 +71,9 @@ nav .errors .count:not(.none) { color: var(--error); font-weight: 650; }
     width: 100%; font: inherit; color: inherit; background: var(--card); border: 1px solid var(--muted);
     border-radius: 6px; padding: .35rem .6rem;
 }
+.choices { display: flex; flex-wrap: wrap; gap: .4rem 1.5rem; margin-top: .8rem; }
+.choices[hidden] { display: none; }
+.choices select { font: inherit; color: inherit; background: var(--card); border: 1px solid var(--muted); border-radius: 6px; }
 .filter output { display: block; min-height: 1.5em; color: var(--muted); font-size: .9rem; }
 :focus-visible { outline: 2px solid var(--link); outline-offset: 2px; }
 :target { border-color: var(--link); }
@@ -130,7 +133,7 @@ footer { font-size: .85rem; overflow-wrap: anywhere; }
     :root { color-scheme: light; font-size: 11px; }
     body { background: none; font-size: 1rem; }
     .frame { display: block; padding: 0; }
-    nav { display: none; }
+    nav, .choices { display: none; }
     .table, .whole { max-height: none; overflow: visible; }
     .piece { content-visibility: visible; }
     th.path, .info, .long { min-width: 0; }
@@ -145,6 +148,7 @@ SCRIPT = """
 const box = document.querySelector(".filter");
 const field = box.querySelector("input");
 const result = box.querySelector("output");
+const choices = Array.from(document.querySelectorAll(".choices select"));
 const sections = Array.from(document.querySelectorAll("section"), section => ({
     tables: Array.from(section.querySelectorAll("table.list"), table => ({
         table,
@@ -160,12 +164,23 @@ function textOf(entry)
     return entry.text;
 }
 
+// What is chosen in one list of lines leaves the rows of others alone.
+function isChosen(row)
+{
+    return choices.every(({ value, dataset }) => {
+        const own = row.dataset[dataset.of];
+        if (value === "" || own === undefined)
+            return true;
+        return dataset.kind === "most" ? Number(own) <= Number(value) : own === value;
+    });
+}
+
 // Shows the rows that match, and returns how many.
 function filterTable({ table, rows }, wanted)
 {
     let shown = 0;
     for (const entry of rows) {
-        const hidden = wanted !== "" && !textOf(entry).includes(wanted);
+        const hidden = !isChosen(entry.row) || (wanted !== "" && !textOf(entry).includes(wanted));
         if (entry.row.hidden !== hidden)
             entry.row.hidden = hidden;
         shown += hidden ? 0 : 1;
@@ -174,7 +189,7 @@ function filterTable({ table, rows }, wanted)
 }
 
 // Of a list in pieces, only those that have matches, under one head.
-function filterTables(tables, wanted)
+function filterTables(tables, wanted, filtered)
 {
     let total = 0;
     for (const entry of tables) {
@@ -182,7 +197,7 @@ function filterTables(tables, wanted)
         const piece = entry.table.closest(".piece");
         if (piece) {
             piece.hidden = shown === 0;
-            entry.table.tHead.classList.toggle("slim", wanted !== "" && total > 0);
+            entry.table.tHead.classList.toggle("slim", filtered && total > 0);
         }
         total += shown;
     }
@@ -192,15 +207,16 @@ function filterTables(tables, wanted)
 function filter()
 {
     const wanted = field.value.trim().toLowerCase();
+    const filtered = wanted !== "" || choices.some(({ value }) => value !== "");
     let total = 0, all = 0;
     for (const { tables, count } of sections) {
-        const shown = filterTables(tables, wanted);
+        const shown = filterTables(tables, wanted, filtered);
         const rows = tables.reduce((sum, table) => sum + table.rows.length, 0);
-        count.textContent = wanted === "" ? separated(rows) : `${separated(shown)} / ${separated(rows)}`;
+        count.textContent = filtered ? `${separated(shown)} / ${separated(rows)}` : separated(rows);
         total += shown;
         all += rows;
     }
-    result.value = wanted === "" ? "" : `${separated(total)} of ${separated(all)} rows match`;
+    result.value = filtered ? `${separated(total)} of ${separated(all)} rows match` : "";
 }
 
 function separated(number)
@@ -223,6 +239,10 @@ function takeFromAddress()
 
 box.hidden = false;
 field.addEventListener("input", filter);
+for (const choice of choices) {
+    choice.closest(".choices").hidden = false;
+    choice.addEventListener("change", filter);
+}
 addEventListener("hashchange", takeFromAddress);
 filter();
 takeFromAddress();

@@ -1,7 +1,9 @@
 // lines: the lines of all logs of the folder, merged by time.
 
 #include <algorithm>
+#include <cstdint>
 #include <deque>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -10,6 +12,7 @@
 #include "command.h"
 #include "core/log_filter.h"
 #include "failure.h"
+#include "live_lines.h"
 #include "log_files.h"
 #include "log_query.h"
 #include "log_text.h"
@@ -96,11 +99,23 @@ public:
         options.add_option("TEXT", m_query.text, "Lines with this text, in letters of either case");
         m_query.declare(options);
         options.add_option("-n,--last", m_last, "The last so many of them")->positive()->type_name("N");
+        options
+            .add_option(
+                "--live", m_process,
+                "Of the running process of that id, from its memory, with those that were not written; where it keeps "
+                "some")
+            ->type_name("PID");
     }
 
     ExitCode run(Tool& tool) override
     {
         const LogFilter filter = m_query.filter(tool);
+        if (m_process)
+        {
+            LiveLines lines(*m_process);
+            print(tool, filter, lines, {"process " + std::to_string(*m_process)});
+            return DONE;
+        }
         const FoundLogs found = find_logs(tool.folder.path);
         for (const std::string& problem : found.problems)
             tool.console.error(problem, Style::CAREFUL);
@@ -108,15 +123,22 @@ public:
             throw Failure(
                 "There are no logs in " + shown(utf8(tool.folder.path)) + '.',
                 "LevelSync ps shows where the running processes log to; --dir FOLDER names another folder.");
-        merge(tool, filter, found.logs);
+        Names names;
+        for (const auto& log : found.logs)
+            names.push_back(log->name());
+        MergedLogs all(found.logs, filter.since);
+        print(tool, filter, all, names);
         return DONE;
     }
 
 private:
-    void merge(Tool& tool, const LogFilter& filter, const LogFiles& logs)
+    using Names = std::vector<std::string>; // of the logs that the records are from
+
+    /// all: gives the records, as MergedLogs does.
+    template <class Records>
+    void print(Tool& tool, const LogFilter& filter, Records& all, const Names& names)
     {
-        std::vector<std::size_t> printed(logs.size());
-        MergedLogs all(logs, filter.since);
+        std::vector<std::size_t> printed(names.size());
         kor::core::LogSelection selection(filter, KOR_PACKAGE_PERFMON);
         Seen seen;
         LogRecord record;
@@ -129,25 +151,25 @@ private:
             m_first = m_has_first ? m_first : record.time;
             m_has_first = true;
             m_latest = std::max(m_latest, record.time);
-            give(tool, record, *logs[record.source]);
+            give(tool, record, names[record.source]);
         }
         for (const std::string& text : m_kept)
             tool.console.print(text);
         tool.console.flush();
         if (!tool.json)
-            summarize(tool, seen, printed, logs);
+            summarize(tool, seen, printed, names);
     }
 
-    void give(Tool& tool, const LogRecord& record, const LogFile& log)
+    void give(Tool& tool, const LogRecord& record, const std::string& log)
     {
         const bool all = m_last == 0;
         if (all && !tool.json)
             print_record(tool.console, record);
         if (all && tool.json)
-            tool.console.print(json_of(record, log.name()).dump() + '\n');
+            tool.console.print(json_of(record, log).dump() + '\n');
         if (all)
             return;
-        std::string text = tool.json ? json_of(record, log.name()).dump() + '\n' : text_of(tool.console, record);
+        std::string text = tool.json ? json_of(record, log).dump() + '\n' : text_of(tool.console, record);
         if (!record.begins && !tool.json && !m_kept.empty())
             m_kept.back() += text;
         else
@@ -156,7 +178,7 @@ private:
             m_kept.pop_front();
     }
 
-    void summarize(Tool& tool, const Seen& seen, const std::vector<std::size_t>& printed, const LogFiles& logs) const
+    void summarize(Tool& tool, const Seen& seen, const std::vector<std::size_t>& printed, const Names& names) const
     {
         std::vector<std::string> from;
         std::size_t sum = 0;
@@ -164,7 +186,7 @@ private:
         {
             sum += printed[i];
             if (printed[i] > 0)
-                from.push_back(logs[i]->name() + " (" + std::to_string(printed[i]) + ')');
+                from.push_back(names[i] + " (" + std::to_string(printed[i]) + ')');
         }
         if (sum > 0)
         {
@@ -180,10 +202,11 @@ private:
         if (seen.count() > 0)
             tool.console.error(seen.text(m_query));
         else
-            tool.console.error("No line of " + counted(logs.size(), "log", "logs") + " is from that time.");
+            tool.console.error("No line of " + counted(names.size(), "log", "logs") + " is from that time.");
     }
 
     LogQuery m_query;
+    std::optional<std::uint32_t> m_process;
     std::size_t m_last = 0;
     std::deque<std::string> m_kept; // of --last
     Time m_first = 0;
@@ -196,6 +219,7 @@ extern const CommandEntry command_lines{
     "lines", "The lines of all logs, merged by time",
     "LevelSync lines --client 192.0.2.7 --level warning --since 1h\n"
     "  LevelSync lines --package Replay --last 20\n"
-    "  LevelSync lines --session 3 \"front.png\"",
+    "  LevelSync lines --session 3 \"front.png\"\n"
+    "  LevelSync lines --live 4312 --level info --last 50",
     &make_command<Lines>};
 } // namespace levelsync
