@@ -1,5 +1,11 @@
 #include "win/line_section.h"
 
+#include <windows.h>
+
+#include <sddl.h> // behind windows.h
+
+#include <utility>
+
 namespace kor::win
 {
 namespace
@@ -9,25 +15,27 @@ std::uint64_t number_of(const FILETIME& time) noexcept
     return std::uint64_t{time.dwHighDateTime} << 32 | time.dwLowDateTime;
 }
 
-/// As the block that all processes of the machine share: services and the tools of who looks after them run under several
-/// accounts.
-class EveryonesSecurity
+/// The account that the process runs under may do everything, and so may the system; administrators may read. What a
+/// program logs is not for everybody on the machine.
+class OwnersSecurity
 {
 public:
-    EveryonesSecurity() noexcept
+    OwnersSecurity() noexcept
     {
-        ::InitializeSecurityDescriptor(&m_descriptor, SECURITY_DESCRIPTOR_REVISION);
-        ::SetSecurityDescriptorDacl(&m_descriptor, TRUE, nullptr, FALSE);
+        constexpr char RIGHTS[] = "D:P(A;;GA;;;OW)(A;;GA;;;SY)(A;;GR;;;BA)";
+        PSECURITY_DESCRIPTOR descriptor = nullptr;
+        if (::ConvertStringSecurityDescriptorToSecurityDescriptorA(RIGHTS, SDDL_REVISION_1, &descriptor, nullptr))
+            m_descriptor = OwnedLocalMemory(descriptor);
         m_attributes.nLength = sizeof m_attributes;
-        m_attributes.lpSecurityDescriptor = &m_descriptor;
+        m_attributes.lpSecurityDescriptor = m_descriptor.get(); // null: what the account's token says, which is no more
     }
-    EveryonesSecurity(const EveryonesSecurity&) = delete;
-    EveryonesSecurity& operator=(const EveryonesSecurity&) = delete;
+    OwnersSecurity(const OwnersSecurity&) = delete;
+    OwnersSecurity& operator=(const OwnersSecurity&) = delete;
 
     SECURITY_ATTRIBUTES* attributes() noexcept { return &m_attributes; }
 
 private:
-    SECURITY_DESCRIPTOR m_descriptor{};
+    OwnedLocalMemory m_descriptor;
     SECURITY_ATTRIBUTES m_attributes{};
 };
 } // namespace
@@ -52,7 +60,7 @@ LineSection::LineSection(const core::RingOwner& owner, std::size_t size, bool is
 /// What somebody else has made under that name is not touched.
 bool LineSection::make(const char* name, std::size_t size) noexcept
 {
-    EveryonesSecurity security;
+    OwnersSecurity security;
     ::SetLastError(ERROR_SUCCESS);
     OwnedHandle mapping(::CreateFileMappingA(
         INVALID_HANDLE_VALUE, security.attributes(), PAGE_READWRITE, 0, static_cast<DWORD>(size), name));

@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 #include <windows.h>
 
+#include <sddl.h> // behind windows.h
+
 #include <cstdio>
 #include <memory>
 #include <string>
@@ -400,18 +402,17 @@ TEST_F(Recorder, WhatSomebodyElseHasMadeUnderItsNameIsNotTouched)
         ::CloseHandle(mapping);
 }
 
-TEST_F(Recorder, ItsMemoryIsThereForEveryAccount)
+TEST_F(Recorder, ItsMemoryIsForItsAccountTheSystemAndForAdministratorsToRead)
 {
     const Hook<CreateFileMappingAImport> look(
         [](HANDLE file, SECURITY_ATTRIBUTES* security, DWORD protection, DWORD high, DWORD low, const char* name)
         {
-            BOOL is_present = FALSE;
-            BOOL is_default = TRUE;
-            ACL* list = nullptr;
             EXPECT_NE(security, nullptr);
-            EXPECT_TRUE(::GetSecurityDescriptorDacl(security->lpSecurityDescriptor, &is_present, &list, &is_default));
-            EXPECT_TRUE(is_present);
-            EXPECT_EQ(list, nullptr);
+            char* rights = nullptr;
+            EXPECT_TRUE(::ConvertSecurityDescriptorToStringSecurityDescriptorA(
+                security->lpSecurityDescriptor, SDDL_REVISION_1, DACL_SECURITY_INFORMATION, &rights, nullptr));
+            EXPECT_STREQ(rights, "D:P(A;;GA;;;OW)(A;;GA;;;SY)(A;;GR;;;BA)");
+            ::LocalFree(rights);
             EXPECT_FALSE(security->bInheritHandle); // a child does not keep it alive
             return ::CreateFileMappingA(file, security, protection, high, low, name);
         });

@@ -7,17 +7,17 @@ extern "C"
 {
 #endif
 
-#define KOR_OF_ONE(name)      \
-    double name(double);      \
-    float name##f(float);     \
+#define KOR_OF_ONE(name)  \
+    double name(double);  \
+    float name##f(float); \
     long double name##l(long double);
-#define KOR_OF_TWO(name)             \
-    double name(double, double);     \
-    float name##f(float, float);     \
+#define KOR_OF_TWO(name)         \
+    double name(double, double); \
+    float name##f(float, float); \
     long double name##l(long double, long double);
-#define KOR_TO(type, name)  \
-    type name(double);      \
-    type name##f(float);    \
+#define KOR_TO(type, name) \
+    type name(double);     \
+    type name##f(float);   \
     type name##l(long double);
 
     KOR_OF_ONE(acos)
