@@ -18,8 +18,10 @@ if(MINGW)
         lumlog_build_options INTERFACE -static -static-libgcc -static-libstdc++ -Wl,--gc-sections)
     # The same sources make the same bytes, whenever they are built.
     target_link_options(lumlog_build_options INTERFACE -Wl,--no-insert-timestamp)
-    # Symbols would be two thirds of the DLL; builds for debugging keep them.
-    target_link_options(lumlog_build_options INTERFACE $<$<CONFIG:Release>:-s>)
+    # Symbols would be two thirds of the DLL; builds for debugging keep them, and so does what splits them off.
+    target_link_options(
+        lumlog_build_options
+        INTERFACE $<$<AND:$<CONFIG:Release>,$<NOT:$<BOOL:$<TARGET_PROPERTY:LUMLOG_KEEPS_SYMBOLS>>>>:-s>)
 endif()
 if(WIN32)
     # msvcrt heads the list of what Windows programs run on: no universal run time to install.
@@ -31,3 +33,16 @@ endif()
 
 set(CMAKE_C_VISIBILITY_PRESET hidden)
 set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+
+# lumlog_add_symbols(TARGET): for debuggers, in the last form in which LLDB 14 finds the names of sources. These are as seen
+# from the tree's root, whoever builds it and where.
+function(lumlog_add_symbols target)
+    file(RELATIVE_PATH way_back ${PROJECT_BINARY_DIR} ${PROJECT_SOURCE_DIR})
+    target_compile_options(
+        ${target}
+        PRIVATE -gdwarf-4 -ffile-prefix-map=${PROJECT_SOURCE_DIR}/=./ -ffile-prefix-map=${way_back}=./
+                -ffile-prefix-map=${PROJECT_BINARY_DIR}=.)
+    foreach(prefix IN LISTS CMAKE_PREFIX_PATH)
+        target_compile_options(${target} PRIVATE -ffile-prefix-map=${prefix}/=./dependencies/)
+    endforeach()
+endfunction()

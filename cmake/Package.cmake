@@ -14,6 +14,9 @@ install(TARGETS LUMlogEvents LIBRARY DESTINATION ${CMAKE_INSTALL_BINDIR})
 if(LUMLOG_TOOLS)
     install(TARGETS LevelSync lumlog-admin RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 endif()
+if(LUMLOG_SYMBOLS)
+    install(FILES $<TARGET_FILE:LUMlog>.debug DESTINATION ${CMAKE_INSTALL_LIBDIR}/debug)
+endif()
 install(DIRECTORY include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/lumlog)
 # The class with nothing but the native methods, as a source; lumlog.jar beside it is installed by java/CMakeLists.txt.
 install(DIRECTORY java/lumaris DESTINATION ${CMAKE_INSTALL_DATADIR}/lumlog/java)
@@ -63,6 +66,7 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/package/LUMlogConfigVersi
                                  COMPATIBILITY SameMinorVersion ARCH_INDEPENDENT)
 install(FILES ${PROJECT_BINARY_DIR}/package/LUMlogConfig.cmake
               ${PROJECT_BINARY_DIR}/package/LUMlogConfigVersion.cmake cmake/LUMlogEventMessages.cmake
+              cmake/LUMlogSymbols.cmake
         DESTINATION ${package_dir})
 
 # The packages: CPack installs into a folder of its own, of which packaging/external.cmake makes them (scripts/package.sh).

@@ -7,11 +7,13 @@ import json
 import pathlib
 import re
 import runpy
+import struct
 import subprocess
 import sys
 import tempfile
 import types
 import zipfile
+import zlib
 
 import jsonschema
 
@@ -20,6 +22,7 @@ PROGRAMS = {"bin/LUMlog.dll", "bin/LUMlogEvents.dll", "bin/LevelSync.exe", "bin/
 LIBRARIES = {
     "lib/LUMlog.lib", "lib/libLUMlog.dll.a", "lib/cmake/LUMlog/LUMlogConfig.cmake",
     "lib/cmake/LUMlog/LUMlogConfigVersion.cmake", "lib/cmake/LUMlog/LUMlogEventMessages.cmake",
+    "lib/cmake/LUMlog/LUMlogSymbols.cmake", "lib/debug/LUMlog.dll.debug",
     "lib/cmake/LUMlog/LUMlogTargets.cmake", "lib/cmake/LUMlog/LUMlogTargets-release.cmake"}
 
 
@@ -63,13 +66,81 @@ def case_the_zip_has_what_is_installed_and_no_more(run):
                if not name.startswith("decisions/")}
     # What other parts of the tree install of their own stands in their build files.
     rest = {name for name in run.files if name not in wanted}
-    rest = {name for name in rest if not name.startswith((DOCUMENTS + "licences/", "share/lumlog/", "lib/debug/"))}
+    rest = {name for name in rest if not name.startswith((DOCUMENTS + "licences/", "share/lumlog/"))}
     expect(wanted <= set(run.files), f"the ZIP lacks {sorted(wanted - set(run.files))}")
     expect(not rest, f"nobody knows of {sorted(rest)}")
     for entry in run.entries:
         name = entry.filename.removeprefix(run.top)
         is_program = name in PROGRAMS or run.files[name][:2] == b"#!"
         expect(entry.external_attr >> 16 & 0o777 == (0o755 if is_program else 0o644), f"the rights of {name}")
+
+
+def machine_of(data):
+    """Of a program for Windows, by the number that stands for the processor."""
+    at = struct.unpack_from("<I", data, 0x3C)[0] if data[:2] == b"MZ" else 0
+    return struct.unpack_from("<H", data, at + 4)[0] if data[at:at + 4] == b"PE\0\0" else 0
+
+
+def answer(*command):
+    return subprocess.run(command, check=True, capture_output=True, text=True).stdout
+
+
+def extracted(run, folder, *names):
+    paths = [pathlib.Path(folder) / pathlib.PurePosixPath(name).name for name in names]
+    for path, name in zip(paths, names):
+        path.write_bytes(run.files[name])
+    return paths
+
+
+def case_the_dll_and_the_tools_are_for_this_system(run):
+    for name in PROGRAMS:
+        expect(machine_of(run.files[name]) == 0x8664, f"{name} is a program for x86-64")
+    for name in ["perf2trace", "report2html"]:
+        expect(run.files[f"share/lumlog/tools/{name}"][:2] == b"#!", f"{name} is a script")
+
+
+def case_both_import_libraries_are_of_the_dll(run):
+    """The one for MinGW-w64 has all that is exported, the other what has no C++ in its name."""
+    exported = set((run.tree / "tests/binary/exports.txt").read_text().split())
+    of_c = {name for name in exported if name.startswith("lum_")}
+    expect(len(of_c) > 80, "the DLL exports the C functions")
+    with tempfile.TemporaryDirectory() as folder:
+        for path in extracted(run, folder, "lib/libLUMlog.dll.a", "lib/LUMlog.lib"):
+            symbols = set(re.findall(r"\b(?:__imp_)?(\w+)$", answer("llvm-nm-14", path), re.MULTILINE))
+            wanted = exported if path.suffix == ".a" else of_c
+            expect(wanted <= symbols, f"{path.name} lacks {sorted(wanted - symbols)[:5]}")
+            expect(b"LUMlog.dll" in path.read_bytes(), f"{path.name} names the DLL")
+
+
+def case_the_headers_and_pages_are_those_of_the_tree(run):
+    for ours, theirs in [("include/lumlog/", "include"), (DOCUMENTS + "docs/", "docs"),
+                         ("share/lumlog/java/lumaris", "java/lumaris")]:
+        names = [name for name in run.files if name.startswith(ours)]
+        expect(names, f"there is something below {ours}")
+        for name in names:
+            path = run.tree / theirs / name.removeprefix(ours).lstrip("/")
+            expect(run.files[name] == path.read_bytes(), f"{name} is that of the tree")
+
+
+def case_the_symbols_are_those_of_the_dll(run):
+    dll, symbols = run.files["bin/LUMlog.dll"], run.files["lib/debug/LUMlog.dll.debug"]
+    link = b"LUMlog.dll.debug\0\0\0\0" + struct.pack("<I", zlib.crc32(symbols))
+    expect(link in dll, "the DLL names the file with its symbols, and the sum of it")
+    at = dll.index(link)
+    expect(b".debug_" not in dll and len(dll) < at + 8192, "the DLL has no symbols itself, and behind the name nothing more")
+    # .debug_ranges is of DWARF 4; later forms have other sections in its place, as has what the compiler links in.
+    expect(b".debug_info\0" in symbols and b".debug_ranges\0" in symbols, "LLDB 14 finds names of sources in them")
+    with tempfile.TemporaryDirectory() as folder:
+        program, debug = extracted(run, folder, "bin/LUMlog.dll", "lib/debug/LUMlog.dll.debug")
+        expect(not answer("x86_64-w64-mingw32-nm", program).strip(), "the DLL has no table of symbols")
+        places = dict(reversed(line.split()[::2]) for line in answer("x86_64-w64-mingw32-nm", debug).splitlines()
+                      if len(line.split()) == 3)
+        # One of the C functions, one of src/core, one with C++ in its name.
+        for name, file in [("lum_write", "src/c/log.cpp"), ("WriteLog", "src/Kor/"),
+                           ("_ZN3kor4core11split_rulesESt17basic_string_viewIcSt11char_traitsIcEE", "src/core/rule_text.cpp")]:
+            place = answer("x86_64-w64-mingw32-addr2line", "-e", debug, "0x" + places[name]).strip()
+            expect(re.search(rf"(^|/){re.escape(file)}.*:[0-9]+", place), f"{name} is at {place}")
+            expect(not place.startswith("/"), f"{place} is as seen from the tree's root")
 
 
 def case_each_page_links_to_what_is_there(run):
@@ -156,7 +227,7 @@ def case_each_part_comes_with_its_licence(run):
 
 def case_nothing_tells_where_it_was_built(run):
     marks = [str(run.tree).encode(), b"/.cache/lumlog", b"/tmp/", str(pathlib.Path.home()).encode() + b"/"]
-    for name in PROGRAMS | {"lib/libLUMlog.dll.a", "lib/LUMlog.lib"}:
+    for name in PROGRAMS | {"lib/libLUMlog.dll.a", "lib/LUMlog.lib", "lib/debug/LUMlog.dll.debug"}:
         for mark in marks:
             expect(mark not in run.files[name], f"{mark.decode()} is in {name}")
 

@@ -48,6 +48,16 @@ endfunction()
 file(WRITE ${WORK_DIR}/consumer/state.xml
      "<lumariscontext><stats><statentry type='Album' count='3'/></stats></lumariscontext>")
 build_and_run(consumer ${CONSUMER_DIR})
+# Its symbols are in a file of their own, which it names, and say where its function is.
+file(SIZE ${WORK_DIR}/consumer/consumer.exe size)
+file(SIZE ${WORK_DIR}/consumer/consumer.exe.debug size_of_symbols)
+if(NOT size LESS size_of_symbols)
+    message(FATAL_ERROR "consumer.exe has ${size} bytes, and its symbols ${size_of_symbols}")
+endif()
+file(STRINGS ${WORK_DIR}/consumer/consumer.exe link REGEX "consumer\\.exe\\.debug")
+expect(symbols "${link}" "consumer\\.exe\\.debug")
+execute_process(COMMAND ${NM} -l ${WORK_DIR}/consumer/consumer.exe.debug OUTPUT_VARIABLE places)
+expect(symbols "${places}" " main\t[^\n]*main\\.cpp:[0-9]+")
 expect(consumer "${printed}" "linked with LUMlog; a package has 10000 message codes")
 expect(consumer "${printed}" "<statentry type='Album' count='3'>")
 
