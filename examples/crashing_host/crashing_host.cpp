@@ -160,7 +160,8 @@ void run_illegal_instruction()
     constexpr unsigned char UD2[] = {0x0F, 0x0B}; // for which each compiler has another name
     void* const code = ::VirtualAlloc(nullptr, sizeof UD2, MEM_RESERVE | MEM_COMMIT, PAGE_EXECUTE_READWRITE);
     std::memcpy(code, UD2, sizeof UD2);
-    reinterpret_cast<void (*)()>(code)();
+    volatile int result = reinterpret_cast<int (*)()>(code)(); // or else this function is left for that one
+    static_cast<void>(result);
 }
 
 void crash_on_second_thread()

@@ -1,5 +1,6 @@
 """crash_test.py TEST PROGRAM WORK_DIR EMULATOR...: crashes the example program crashing_host and has what it left read
-by programs that share no code with it: the report and the state by xmllint, the minidump by LLDB.
+by programs that share no code with it: the report and the state by xmllint, the minidump by LLDB. Its stacks are read by
+tools/stacks, which names the function that crashed.
 
 TEST is the name of a function below.
 
@@ -7,6 +8,7 @@ Says nothing where the program could not be started: scripts/lib/junit.py tells 
 """
 import collections
 import glob
+import json
 import os
 import pathlib
 import re
@@ -16,6 +18,9 @@ import sys
 
 MOST_SECONDS = 100
 TO_FILE = "2\nfile_size_limit_in_mb=0\n"
+STACKS = pathlib.Path(__file__).resolve().parents[2] / "tools/stacks"
+# Without these, a stack that goes through one of them ends there.
+SYSTEM_DLLS = glob.glob("/usr/lib/*/wine/x86_64-windows")
 EXCEPTION = "/lumariscontext/SessionLogData/Exception"
 MODULES = "/lumariscontext/SessionLogData/LoadedModules"
 
@@ -141,7 +146,33 @@ REPORTED_WORK = [
 ]
 
 
-def expect_everything_left_by(host, way, code, description, on_main=True):
+def read_stacks(host, *folders):
+    options = [option for folder in folders for option in ("--symbols", str(folder))]
+    return json.loads(output_of([sys.executable, str(STACKS), str(host.file("minidump-*.dmp")), "--json", *options]))
+
+
+def short_name(function):
+    """Without arguments, and without what namespaces that have no name are called."""
+    for nameless in ("(anonymous namespace)::", "`anonymous namespace'::"):
+        function = function.replace(nameless, "")
+    return re.match(r"(operator\(\)|[^(<])*", function)[0]
+
+
+def expect_stack(host, functions, crashed):
+    """Of the thread that crashed, from the top and without the library's handlers, whose names are in no file here. One is
+    that which did it, and the host's."""
+    stacks = read_stacks(host, host.program.parent, *SYSTEM_DLLS)
+    expect("thread on top", stacks["threads"][0]["id"], stacks["exception"]["thread"])
+    frames = [frame for frame in stacks["threads"][0]["frames"] if frame["module"] != "LUMlog.dll"]
+    names = [short_name(frame["function"] or "?") for frame in frames]
+    expect("functions on top", names[:len(functions)], functions)
+    frame = frames[names.index(crashed)]
+    expect("source of the function that crashed", (str(frame["file"]).rpartition("/")[2], frame["line"] > 20),
+           ("crashing_host.cpp", True))
+    expect("what the program lacks", [lack for lack in stacks["missing"] if lack["module"] == host.program.name], [])
+
+
+def expect_everything_left_by(host, way, code, description, functions, crashed, on_main=True):
     host.run(way, int(code, 16))
     line = host.crash_line()
     dump = read_dump(host.file("minidump-example_crashing_host-*.dmp"))
@@ -159,6 +190,7 @@ def expect_everything_left_by(host, way, code, description, on_main=True):
     for event in REPORTED_WORK:
         report.expect_count(1, event)
     expect_modules(report, dump, host.program)
+    expect_stack(host, functions, crashed)
 
     state = Document(host.file("CLGState.mp"))
     state.expect_count(1, COUNTED_LOGIN.format(1))
@@ -174,52 +206,85 @@ def expect_modules(report, dump, program):
 
 
 # Tests --------------------------------------------------------------------------------------------------------------
+# How what nobody catches gets to the handler, and a thread to what it is to do.
+TERMINATED = ["Kor_CrashHandlers::on_terminate", "__cxxabiv1::__terminate", "std::terminate", "__cxa_throw"]
+ON_THREAD = ["operator()", "__invoke_impl", "__invoke", "_M_invoke"]
+
+
 def a_write_to_null(host):
-    expect_everything_left_by(host, "null-write", "0xc0000005", "EXCEPTION_ACCESS_VIOLATION")
+    expect_everything_left_by(host, "null-write", "0xc0000005", "EXCEPTION_ACCESS_VIOLATION", ["write_to_null", "main"],
+                              "write_to_null")
 
 
 def a_stack_overflow(host):
-    expect_everything_left_by(host, "stack-overflow", "0xc00000fd", "EXCEPTION_STACK_OVERFLOW")
+    expect_everything_left_by(host, "stack-overflow", "0xc00000fd", "EXCEPTION_STACK_OVERFLOW", ["fill_stack"] * 5,
+                              "fill_stack")
     size = host.file("minidump-*.dmp").stat().st_size
     expect(f"whether the full stack, 2 MB, is among the {size} bytes of the minidump", size > 2000000, True)
 
 
 def a_pure_virtual_call(host):
-    expect_everything_left_by(host, "pure-call", "0xc0000005", "EXCEPTION_ACCESS_VIOLATION")
+    # What is called first is nothing at all.
+    expect_everything_left_by(
+        host, "pure-call", "0xc0000005", "EXCEPTION_ACCESS_VIOLATION",
+        ["?", "Unfinished::call", "Unfinished::Unfinished", "Finished::Finished", "call_pure_virtual"], "Unfinished::call")
 
 
 def an_abort(host):
-    expect_everything_left_by(host, "abort", "0xe0000001", "EXCEPTION_UNKNOWN")
+    # abort() itself is the system's.
+    expect_everything_left_by(host, "abort", "0xe0000001", "EXCEPTION_UNKNOWN",
+                              ["Kor_CrashHandlers::on_abort", "raise", "abort", "main"], "main")
 
 
 def an_uncaught_exception(host):
-    expect_everything_left_by(host, "uncaught", "0xe06d7363", "(C++ thrown() exception)")
+    expect_everything_left_by(host, "uncaught", "0xe06d7363", "(C++ thrown() exception)", [*TERMINATED, "throw_uncaught"],
+                              "throw_uncaught")
 
 
 def an_uncaught_exception_on_a_thread(host):
-    expect_everything_left_by(host, "uncaught-on-thread", "0xe06d7363", "(C++ thrown() exception)", on_main=False)
+    expect_everything_left_by(host, "uncaught-on-thread", "0xe06d7363", "(C++ thrown() exception)",
+                              [*TERMINATED, "throw_uncaught"], "throw_uncaught", on_main=False)
 
 
 def a_lack_of_memory(host):
-    expect_everything_left_by(host, "heap-exhaustion", "0xe06d7363", "(C++ thrown() exception)")
+    expect_everything_left_by(host, "heap-exhaustion", "0xe06d7363", "(C++ thrown() exception)",
+                              [*TERMINATED, "exhaust_heap"], "exhaust_heap")
     Document(host.file("crash-*.xml")).expect_count(
         1, "/*/errors/event[@subject='uncaught exception']/info[.='std::bad_alloc']")
 
 
 def a_division_by_zero(host):
-    expect_everything_left_by(host, "divide", "0xc0000094", "EXCEPTION_INT_DIVIDE_BY_ZERO")
+    expect_everything_left_by(host, "divide", "0xc0000094", "EXCEPTION_INT_DIVIDE_BY_ZERO",
+                              ["divide", "divide_by_zero", "main"], "divide")
+    # Without any other file.
+    stacks = read_stacks(host)
+    frames = stacks["threads"][0]["frames"]
+    expect("number of frames, module, function", (len(frames), frames[0]["module"], frames[0]["function"]),
+           (1, host.program.name, None))
+    expect("offset", frames[0]["offset"], stacks["exception"]["offset"])
+    expect("what would help", host.program.name in [lack["module"] for lack in stacks["missing"]], True)
 
 
 def an_illegal_instruction(host):
-    expect_everything_left_by(host, "illegal-instruction", "0xc000001d", "EXCEPTION_ILLEGAL_INSTRUCTION")
+    # Which is in memory that no program was loaded into.
+    expect_everything_left_by(host, "illegal-instruction", "0xc000001d", "EXCEPTION_ILLEGAL_INSTRUCTION",
+                              ["?", "run_illegal_instruction", "main"], "run_illegal_instruction")
 
 
 def a_thread_while_another_reports(host):
-    expect_everything_left_by(host, "second-thread", "0xc0000005", "EXCEPTION_ACCESS_VIOLATION", on_main=False)
+    expect_everything_left_by(host, "second-thread", "0xc0000005", "EXCEPTION_ACCESS_VIOLATION",
+                              ["write_to_null", *ON_THREAD], "write_to_null", on_main=False)
 
 
 def two_threads_at_once(host):
-    expect_everything_left_by(host, "two-threads", "0xc0000005", "EXCEPTION_ACCESS_VIOLATION", on_main=False)
+    expect_everything_left_by(host, "two-threads", "0xc0000005", "EXCEPTION_ACCESS_VIOLATION",
+                              ["write_to_null", *ON_THREAD], "write_to_null", on_main=False)
+
+
+def a_crash_in_a_filter(host):
+    """The minidump is of the first crash, the exit code that of the second."""
+    host.run("filter", 0xc0000094)
+    expect_stack(host, ["write_to_null", "crash_again_in_filter", "main"], "write_to_null")
 
 
 def an_ordinary_end_and_the_next_process(host):
