@@ -13,7 +13,7 @@
 #   mingw-release  all tests under Wine, and checks of the DLL and its package
 #   mingw-debug    the tests again, with assertions; undefined behaviour stops a test
 #   clang-release  the tests again, built by Clang
-#   shipping       the files for programs that collect logs, with those programs; lines in a database
+#   shipping       the files for programs that collect logs, with those programs
 #   package        the ZIP and the installer, what is in them, and that two builds make the same
 # --quick is for a change to a file or two, before it is committed: format, direction, and of mingw-release the tests
 # that need no more than one process each. All others are for the whole run.
