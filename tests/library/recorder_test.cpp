@@ -467,8 +467,11 @@ int tell_what_is_kept(bool asks)
             KorGLog.LogAt("host.cpp", "main", 7, level, package, "%d of %d", level, package);
     const RecordedSection section;
     std::printf("%d\n", section.is_there() ? static_cast<int>(section.size()) : 0);
-    if (section.is_there())
-        for (const recorded::Line& line : section.read().value().lines)
+    if (!section.is_there())
+        return 0;
+    const auto ring = section.read();
+    if (ring)
+        for (const recorded::Line& line : ring->lines)
             std::printf("%s\n", line.text.substr(line.text.find("> ") + 2).c_str());
     return 0;
 }
