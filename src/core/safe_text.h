@@ -23,7 +23,8 @@ enum class SafeStyle
 
 /// True when a text can be written as it is. What can not: control characters (C0 but tabs in a message, DEL, and C1 in
 /// UTF-8), and the Unicode characters that end a line (U+2028, U+2029) or change the order in which one is shown (U+202A
-/// to U+202E, U+2066 to U+2069). Bytes that are no UTF-8 count as letters of a code page.
+/// to U+202E, U+2066 to U+2069). Bytes that are no UTF-8 count as letters of a code page. False for a line break even where
+/// nothing would be done about it.
 bool is_safe(std::string_view text, SafeStyle style) noexcept;
 
 /// What became of a text.
