@@ -255,6 +255,20 @@ std::size_t size_of_mark(std::size_t most) noexcept
 }
 } // namespace
 
+namespace
+{
+/// Those that a text ends with, as what comes behind would begin a line at its edge.
+void drop_line_breaks(SafeText& made, const char* text, std::string_view body) noexcept
+{
+    for (; made.written > 0 && text[made.written - 1] == '\n'; --made.written)
+    {
+        --made.read;
+        if (made.read > 0 && body[made.read - 1] == '\r')
+            --made.read;
+    }
+}
+} // namespace
+
 int make_message_safe(Buffer to, int length, std::size_t whole, bool indented) noexcept
 {
     const std::size_t size = length < 0 ? to.size - 1 : static_cast<std::size_t>(length);
@@ -279,6 +293,9 @@ int make_message_safe(Buffer to, int length, std::size_t whole, bool indented) n
         made = write_safe({text, room - size_of_mark(all)}, body, SafeStyle::MESSAGE);
         // With what that is short of, the mark may be shorter, and then more of the text fits.
         made = write_safe({text, room - size_of_mark(all - made.read)}, body, SafeStyle::MESSAGE);
+        drop_line_breaks(made, text, body);
+        if (made.written == 0 && indented && indent.empty()) // it was nothing but line breaks
+            made.written = static_cast<std::size_t>(copy_text(text, FURTHER_LINE.data(), FURTHER_LINE.size()) - text);
         end = BoundedText(text + made.written, sizeof safe - indent.size() - made.written);
         end.add("... [").add_unsigned(all - made.read).add(" cut]");
     }

@@ -167,8 +167,26 @@ TEST(SafeMessages, NoCharacterIsCutInTwo)
     EXPECT_EQ(made.substr(mark), "... [" + std::to_string(text.size() - mark) + " cut]");
 }
 
+TEST(SafeMessages, TheMarkOfACutNeverBeginsALine)
+{
+    for (const char* const line_breaks : {"\n", "\n\n\n", "\r\n\r\n"})
+        for (std::size_t first = 1; first < 60; ++first)
+        {
+            const std::string text = std::string(first, 'x') + line_breaks + std::string(200, 'y');
+            const std::string made = message(text, 64);
+            const std::size_t mark = made.find("... [");
+            ASSERT_NE(mark, std::string::npos) << first;
+            EXPECT_NE(made[mark - 1], '\n') << first;
+            const bool is_before = mark == first; // nothing but the first line is left
+            if (is_before)
+                EXPECT_EQ(made.substr(mark), "... [" + std::to_string(text.size() - first) + " cut]");
+        }
+}
+
 TEST(SafeMessages, LinesWithoutAHeadlineBeginWithBlanks)
 {
+    EXPECT_EQ(message(std::string(80, '\n'), 64, true), "    ... [80 cut]");
+    EXPECT_EQ(message(std::string(80, '\n'), 64, false), "... [80 cut]");
     EXPECT_EQ(message("one\ntwo\n", 2048, true), "    one\n    two\n");
     EXPECT_EQ(message("", 2048, true), "");
     EXPECT_EQ(message("\n", 2048, true), "\n");
