@@ -177,9 +177,10 @@ TEST(SafeMessages, TheMarkOfACutNeverBeginsALine)
             const std::size_t mark = made.find("... [");
             ASSERT_NE(mark, std::string::npos) << first;
             EXPECT_NE(made[mark - 1], '\n') << first;
-            const bool is_before = mark == first; // nothing but the first line is left
-            if (is_before)
+            if (mark == first) // nothing but the first line is left
+            {
                 EXPECT_EQ(made.substr(mark), "... [" + std::to_string(text.size() - first) + " cut]");
+            }
         }
 }
 
