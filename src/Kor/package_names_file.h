@@ -7,8 +7,8 @@
 
 namespace kor
 {
-/// Adds a line to the file when this program did not call the package that already. What cannot be read or written is left as it is:
-/// names are a help for people, and nothing to hold up a program for.
+/// Adds a line to the file when this program did not call the package that already. What cannot be read or written is left
+/// as it is: names are a help for people, and nothing to hold up a program for.
 void keep_package_name(int package, std::string_view name);
 
 /// Keeps in this process what it calls the package. name: of is_package_name.

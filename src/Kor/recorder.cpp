@@ -30,8 +30,7 @@ try
         return settings;
     KOR_WARN(
         "PRISMATE_LOG_RECORDER=%s is not understood, so it does not count. It is to be like 256K,7 or 256K,0,17=7: "
-        "bytes "
-        "from 64K to 64M, the level of all packages from 0 to 7, and those of single ones.\n",
+        "bytes from 64K to 64M, the level of all packages from 0 to 7, and those of single ones.\n",
         text->c_str());
     return std::nullopt;
 }

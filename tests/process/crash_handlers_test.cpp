@@ -17,6 +17,7 @@
 #include "log_directory.h"
 #include "lumlog.h"
 #include "lumlog_crash.hpp"
+#include "report_text.h"
 
 namespace
 {
@@ -43,16 +44,13 @@ public:
     std::string lines() const { return m_directory.text("crashes.log"); }
     std::string log() const { return m_directory.text("test.log"); }
 
-    /// The ASCII characters of the one report, which is UTF-16.
+    /// The text of the one report, empty when there is none.
     std::string report() const
     {
-        std::string text;
         for (const auto& entry : std::filesystem::directory_iterator(m_directory.path()))
             if (entry.path().extension() == ".xml")
-                for (const char c : read_file(entry.path().string()))
-                    if (c > '\0')
-                        text += c;
-        return text;
+                return utf8_of(read_file(entry.path().string()));
+        return {};
     }
 
     bool has(const std::string& extension) const

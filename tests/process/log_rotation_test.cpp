@@ -23,6 +23,7 @@
 #include "log_directory.h"
 #include "open_line.h"
 #include "rounds.h"
+#include "shared_said.h"
 
 namespace
 {
@@ -857,42 +858,7 @@ TEST_F(LogRotation, AKillAtAnyStepLosesNothingThatIsKept)
 
 namespace
 {
-constexpr int THREADS = 8;
-
-/// What the host's threads have said, in memory that outlives it.
-struct Said
-{
-    std::atomic<long long> lines[THREADS];
-};
-
-class SharedSaid
-{
-public:
-    explicit SharedSaid(const std::string& name)
-        : m_mapping(::CreateFileMappingA(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, sizeof(Said), name.c_str())),
-          m_said(static_cast<Said*>(::MapViewOfFile(m_mapping, FILE_MAP_ALL_ACCESS, 0, 0, 0)))
-    {
-    }
-    SharedSaid(const SharedSaid&) = delete;
-    SharedSaid& operator=(const SharedSaid&) = delete;
-    ~SharedSaid()
-    {
-        ::UnmapViewOfFile(m_said);
-        ::CloseHandle(m_mapping);
-    }
-    Said& said() const { return *m_said; }
-    long long total() const
-    {
-        long long sum = 0;
-        for (const auto& lines : m_said->lines)
-            sum += lines;
-        return sum;
-    }
-
-private:
-    HANDLE m_mapping;
-    Said* m_said;
-};
+constexpr int THREADS = SharedSaid::THREADS;
 } // namespace
 
 KOR_CHILD(writes_until_it_is_killed)

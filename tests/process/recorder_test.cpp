@@ -23,49 +23,14 @@
 #include "log_directory.h"
 #include "recorded_section.h"
 #include "rounds.h"
+#include "shared_said.h"
 
 namespace
 {
-constexpr int THREADS = 8;
+constexpr int THREADS = SharedSaid::THREADS;
 constexpr int READER = 310;
 constexpr int DEBUG = 7;
 constexpr std::size_t BYTES = 64 * 1024; // small, so that it goes round often
-
-/// What the host's threads have said, in memory that outlives it.
-struct Said
-{
-    std::atomic<long long> lines[THREADS];
-};
-
-class SharedSaid
-{
-public:
-    explicit SharedSaid(const std::string& name)
-        : m_mapping(::CreateFileMappingA(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, sizeof(Said), name.c_str())),
-          m_said(static_cast<Said*>(::MapViewOfFile(m_mapping, FILE_MAP_ALL_ACCESS, 0, 0, 0)))
-    {
-    }
-    SharedSaid(const SharedSaid&) = delete;
-    SharedSaid& operator=(const SharedSaid&) = delete;
-    ~SharedSaid()
-    {
-        ::UnmapViewOfFile(m_said);
-        ::CloseHandle(m_mapping);
-    }
-
-    Said& said() const { return *m_said; }
-    long long total() const
-    {
-        long long sum = 0;
-        for (const auto& lines : m_said->lines)
-            sum += lines;
-        return sum;
-    }
-
-private:
-    HANDLE m_mapping;
-    Said* m_said;
-};
 
 std::string tail_of(int thread, long long number)
 {

@@ -11,11 +11,7 @@ LONGEST_NAME = 4096
 
 
 def new_module(target, path, symbols=None):
-    spec = lldb.SBModuleSpec()
-    spec.SetFileSpec(lldb.SBFileSpec(path, False))
-    if symbols:
-        spec.SetSymbolFileSpec(lldb.SBFileSpec(symbols, False))
-    return target.AddModule(spec)
+    return target.AddModule(path, None, None, symbols)
 
 
 def preferred_base(module):
