@@ -2,9 +2,9 @@
 # Configuring and building the trees under build/, one for each preset.
 
 # What was compiled before, in this tree or in another clone of it, is taken from a cache: the paths that compilers
-# are given are looked at from the tree's root.
+# are given are looked at from the tree's root. Precompiled headers begin with a file that CMake has just written.
 export CCACHE_DIR=$cache_dir/ccache CCACHE_BASEDIR=$project_dir CCACHE_NOHASHDIR=1 CCACHE_MAXSIZE=5G
-export CCACHE_SLOPPINESS=pch_defines,time_macros
+export CCACHE_SLOPPINESS=pch_defines,time_macros,include_file_mtime,include_file_ctime
 
 # configure_preset PRESET: only where that was not done yet, or differently; a build re-runs
 # CMake by itself when a list of sources changed.
