@@ -21,7 +21,7 @@ install(DIRECTORY include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/lumlog)
 # The class with nothing but the native methods, as a source; lumlog.jar beside it is installed by java/CMakeLists.txt.
 install(DIRECTORY java/lumaris DESTINATION ${CMAKE_INSTALL_DATADIR}/lumlog/java)
 # Scripts for any machine that has Python, which is seldom the one that the logs are from.
-install(PROGRAMS tools/perf2trace tools/report2html tools/stacks
+install(PROGRAMS tools/crashes2html tools/perf2trace tools/report2html tools/report2json tools/stacks
         DESTINATION ${CMAKE_INSTALL_DATADIR}/lumlog/tools)
 install(
     DIRECTORY tools/lumlog_tools

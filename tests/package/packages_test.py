@@ -95,7 +95,7 @@ def extracted(run, folder, *names):
 def case_the_dll_and_the_tools_are_for_this_system(run):
     for name in PROGRAMS:
         expect(machine_of(run.files[name]) == 0x8664, f"{name} is a program for x86-64")
-    for name in ["perf2trace", "report2html"]:
+    for name in ["crashes2html", "perf2trace", "report2html", "report2json", "stacks"]:
         expect(run.files[f"share/lumlog/tools/{name}"][:2] == b"#!", f"{name} is a script")
 
 

@@ -5,159 +5,24 @@ CMake finds the cases by their names. Pages are read by Python's HTML parser and
 """
 import base64
 import hashlib
-import html.parser
 import os
 import re
 import subprocess
 import sys
 import tempfile
-import xml.sax.saxutils
+
+from minidump_writer import BASE, Dump
+from pages import check, read, run_case, same, tree
+from reports import DECLARATION, EXCEPTION, MODULES, NOT_SET, SYSTEM, escaped, event, report, session, write
 
 TOOL, CHROMIUM, CASE = sys.argv[1:]
 TIMEOUT = 60
-VOID = {"meta", "input", "col", "wbr", "img", "link", "br", "base"}
-
-DECLARATION = ('<?xml version="1.0" encoding="utf-16"?>'
-               '<?xml-stylesheet type="text/xsl" href="SessionLogSummary.xsl"?>')
-NOT_SET = "1970-01-01 01:00:00.000"
 MARKUP = ("</title></script></style></td><script>document.title='run'</script>"
           "<img src=x onerror=\"document.title='run'\">")
 POLICY_HASH = re.compile(r"(style|script)-src 'sha256-([^']+)'")
 
 
-# Reports -----------------------------------------------------------------------------------------------------------
-def escaped(text):
-    return xml.sax.saxutils.escape(text, {"'": "&apos;", '"': "&quot;", "\n": "&#10;"})
-
-
-def event(info="ok", name="event", **changes):
-    """As the library writes it, with some attributes changed, or left out where they are None."""
-    known = {"type": "Login", "subject": "user1", "weight": "1", "level": "2", "begintime": "2024-01-31 08:00:00.000",
-             "endtime": "2024-01-31 08:00:05.250", **changes}
-    attributes = "".join(f" {key}='{escaped(value)}'" for key, value in known.items() if value is not None)
-    return f"<{name}{attributes}><info>{escaped(info)}</info></{name}>"
-
-
-def report(session="<SessionLogData>\n</SessionLogData>", context="", history="", errors="", warnings="", stats=""):
-    return (f"{DECLARATION}<lumariscontext>{session}<context>{context}</context><history>{history}</history>"
-            f"<errors>{errors}</errors><warnings>{warnings}</warnings>"
-            f"<stats start='2024-01-31 07:59:00.000'>{stats}</stats></lumariscontext>")
-
-
-DISKS = (r'<Disks><Volume DriveLetter="C:\" Type="fixed" UserFreeBytes="1073741824" UserTotalBytes="10737418240" '
-         r'DiskFreeBytes="2147483648"/><Volume DriveLetter="E:\" Type="cdrom"/></Disks>')
-EXCEPTION = (r'<Exception Module="C:\app\viewer.exe" Code="0xc0000005" EventID="77-1" '
-             'Description="EXCEPTION_ACCESS_VIOLATION" Address="0x00401234"><memory page_fault_count="1024" '
-             f'working_set_size="1572864" private_usage="500"/>{DISKS}</Exception>')
-MODULES = (r'<LoadedModules><Module FullPath="C:\app\viewer.exe" BaseAddress="0x00400000" ImageSize="123456" '
-           'ImageTimeStamp="2024-01-30 07:00:00.000" FileVersion="1.2.3.4" ProductVersion="1.2.0.0"/>'
-           r'<Module FullPath="C:\app\net.dll" BaseAddress="0x10000000" ImageSize="4096" '
-           'ImageTimeStamp="2024-01-30 07:00:00.000" FileVersion="5" ProductVersion="6"/></LoadedModules>')
-SYSTEM = ('<System><Processor Number="0" ProcessorName="Xeon" VendorIdentifier="GenuineIntel" Frequency="2400 MHz"/>'
-          '<OS Description="Microsoft Windows 7" Version="6.1" Build="7601" CSDVersion="Service Pack 1" '
-          f'HostName="READING-07"/>{DISKS}</System>')
-
-
-def session(*elements):
-    return "<SessionLogData>\n  " + "\n  ".join(elements) + "\n</SessionLogData>"
-
-
-def write(text, path="report.xml", keep=None):
-    """As the library does, or only so many bytes of it."""
-    with open(path, "wb") as file:
-        file.write((b"\xff\xfe" + text.encode("utf-16-le"))[:keep])
-
-
-# Pages -------------------------------------------------------------------------------------------------------------
-class Node:
-    def __init__(self, tag, attributes=()):
-        self.tag = tag
-        self.attributes = dict(attributes)
-        self.children = []
-
-    def text(self):
-        return "".join(child if isinstance(child, str) else child.text() for child in self.children)
-
-    def all(self, tag, **attributes):
-        """The elements below with that tag; class_ means one of the classes."""
-        found = []
-        for child in self.children:
-            if isinstance(child, Node):
-                if child.tag == tag and all(child.has(name, value) for name, value in attributes.items()):
-                    found.append(child)
-                found += child.all(tag, **attributes)
-        return found
-
-    def has(self, name, value):
-        if name == "class_":
-            return value in self.attributes.get("class", "").split()
-        return self.attributes.get(name) == value
-
-    def one(self, tag, **attributes):
-        found = self.all(tag, **attributes)
-        check(len(found) == 1, f"{len(found)} elements <{tag}> with {attributes} instead of one")
-        return found[0]
-
-    def section(self, name):
-        return self.one("section", id=name)
-
-    def rows(self):
-        """The texts of each row of each table's body below."""
-        return [[cell.text() for cell in row.children if isinstance(cell, Node)]
-                for body in self.all("tbody") for row in body.all("tr")]
-
-    def facts(self):
-        return {pair.one("dt").text(): pair.one("dd").text() for pair in self.all("div") if pair.all("dt")
-                and not pair.all("div")}
-
-
-class TreeParser(html.parser.HTMLParser):
-    def __init__(self):
-        super().__init__()
-        self.root = Node("")
-        self.open = [self.root]
-
-    def handle_starttag(self, tag, attributes):
-        node = Node(tag, attributes)
-        self.open[-1].children.append(node)
-        if tag not in VOID:
-            self.open.append(node)
-
-    def handle_endtag(self, tag):
-        check(self.open[-1].tag == tag, f"</{tag}> ends <{self.open[-1].tag}>")
-        self.open.pop()
-
-    def handle_data(self, data):
-        self.open[-1].children.append(data)
-
-
-def tree(text):
-    parser = TreeParser()
-    parser.feed(text)
-    parser.close()
-    check(len(parser.open) == 1, f"<{parser.open[-1].tag}> is not closed")
-    return parser.root
-
-
-def read(path):
-    with open(path, encoding="utf-8", newline="") as file:
-        return file.read()
-
-
-# Checks ------------------------------------------------------------------------------------------------------------
-class Failure(Exception):
-    pass
-
-
-def check(truth, message):
-    if not truth:
-        raise Failure(message)
-
-
-def same(is_so, expected):
-    check(is_so == expected, f"is so:    {is_so!r}\nexpected: {expected!r}")
-
-
+# Running the tool --------------------------------------------------------------------------------------------------
 def run(*arguments, status=0):
     """The tool, which has to end with that status; its standard output and standard error."""
     done = subprocess.run([sys.executable, TOOL, *arguments], capture_output=True, timeout=TIMEOUT, check=False)
@@ -213,7 +78,7 @@ def case_TheHeadTellsWhatHappened():
     same(head.facts(), {
         "Kind": "Crash report", "Code": "0xc0000005", "Module": r"C:\app\viewer.exe",
         "Address": "0x00401234 = viewer.exe + 0x1234", "Event id": "77-1", "Last event": "2024-01-31 08:00:05.250",
-        "Computer": "READING-07", "System": "Microsoft Windows 7"})
+        "Computer": "ARCHIVE-07", "System": "Microsoft Windows 7"})
     same(page.one("title").text(), "EXCEPTION_ACCESS_VIOLATION – report.xml")
     same(head.one("time").attributes["datetime"], "2024-01-31T08:00:05.250")
 
@@ -344,7 +209,7 @@ def case_ListsOfModulesBelongToExceptionsByTheirOrder():
 
 def case_ASystemHasProcessorsAndDisks():
     section = page_of(report(session(SYSTEM))).section("system")
-    same(section.facts(), {"Computer": "READING-07", "System": "Microsoft Windows 7", "Version": "6.1", "Build": "7601",
+    same(section.facts(), {"Computer": "ARCHIVE-07", "System": "Microsoft Windows 7", "Version": "6.1", "Build": "7601",
                            "Service pack": "Service Pack 1"})
     same(section.rows()[0], ["0", "Xeon", "GenuineIntel", "–", "2400 MHz"])
     same([caption.text() for caption in section.all("caption")], ["Processors", "Disks"])
@@ -707,7 +572,7 @@ def logged(number, level, thread, text, package=17, client="", place="host.cpp(7
     return f"{HEAD.format(number, level, package, thread, client, place)} {text}\r\n"
 
 
-LINES = ("===== viewer (4312) Start Session at 2024-01-31 08:00:00.000+01:00, User root on READING-07 =====\r\n" +
+LINES = ("===== viewer (4312) Start Session at 2024-01-31 08:00:00.000+01:00, User root on ARCHIVE-07 =====\r\n" +
          logged(1, "DEBUG", "280|Loader", "reads front.png") +
          logged(2, "WARNING", 284, "two\r\nlines", client="ClientIP(192.0.2.7) SessionId(3)") +
          logged(3, "ERROR", 284, "<script>alert(1)</script>", package=330, place=""))
@@ -776,6 +641,50 @@ def case_OfVeryManyLastLinesTheNewestAreShown():
     rows = section.rows()
     same((len(rows), rows[0][-1], rows[-1][-1]), (5000, "line 7345.", "line 12344."))
     check("of whose 12,345 lines these are the last 5,000" in section.one("p", class_="hint").text(), "no word of it")
+
+
+# The minidump ------------------------------------------------------------------------------------------------------
+DUMP = "minidump-viewer-2024-01-31-080006.dmp"
+IN_DUMP = EXCEPTION.replace("0x00401234", f"0x{(BASE + 0x1560) & 0xffffffff:08x}")
+
+
+def place_and_time(exception=IN_DUMP, warning=""):
+    """What the page tells of where the crash was and when."""
+    write(report(session(exception)), CRASH)
+    _, errors = run(CRASH, "-o", "report.html")
+    check((errors == "") == (warning == "") and warning in errors, f"other warnings: {errors}")
+    facts = tree(read("report.html")).one("header").facts()
+    return facts["Address"], facts["Time of the crash"]
+
+
+def case_TheMinidumpBesideTheReportTellsTheWholeAddress():
+    Dump().write(DUMP)
+    same(place_and_time(), ("0x0000000140001560 = viewer.exe + 0x1560", "2024-01-31 08:00:06"))
+    same(tree(read("report.html")).section("exception").facts()["Address"], "0x0000000140001560 = viewer.exe + 0x1560")
+    Dump(modules=[("other.dll", 0x10000, 0x1000)]).write(DUMP)
+    same(place_and_time()[0], "0x0000000140001560")
+
+
+def case_AMinidumpOfAnotherCrashIsLeftAlone():
+    Dump().write(DUMP)
+    for other in (EXCEPTION, IN_DUMP.replace("0xc0000005", "0xc0000094"), IN_DUMP.replace("0xc0000005", "many")):
+        address = re.search('Address="([^"]*)"', other)[1]
+        same(place_and_time(other), (address, "2024-01-31 08:00:10"))
+    Dump(exception=False).write(DUMP)
+    same(place_and_time(), ("0x40001560", "2024-01-31 08:00:10"))
+    os.rename(DUMP, "minidump-viewer-2024-01-31-074000.dmp")
+    same(place_and_time(), ("0x40001560", "2024-01-31 08:00:10"))
+
+
+def case_AMinidumpThatIsNotWholeIsDoneWithout():
+    Dump().write(DUMP, keep=100)
+    same(place_and_time(warning=f"{DUMP}: the page does without it: this minidump is cut"), ("0x40001560", "2024-01-31 08:00:10"))
+
+
+def case_ACrashBeganWithTheFirstOfItsFiles():
+    Dump().write(DUMP)
+    write_lines()
+    same(place_and_time()[1], "2024-01-31 08:00:05")
 
 
 # In a browser ------------------------------------------------------------------------------------------------------
@@ -884,15 +793,7 @@ def case_ThePolicyStopsWhatIsNotThePages():
 
 # -------------------------------------------------------------------------------------------------------------------
 def main():
-    with tempfile.TemporaryDirectory(dir=".", prefix="report2html-") as folder:
-        origin = os.getcwd()
-        os.chdir(folder)
-        try:
-            globals()[f"case_{CASE}"]()
-        except Failure as failure:
-            sys.exit(f"{CASE}: {failure}"[:8000])
-        finally:
-            os.chdir(origin)
+    run_case(CASE, globals()[f"case_{CASE}"])
 
 
 if __name__ == "__main__":

@@ -1,5 +1,4 @@
 """The last lines of a host that crashed, which stand beside its report."""
-import datetime
 import html
 import os
 import re
@@ -19,34 +18,6 @@ HEADLINE = re.compile(
     r") *\(([0-9]{1,5})\) (?:.*?) \((-?[0-9]{1,12}),([0-9]{1,12})(?:\|(.*?))?\) (.*?) ?-> ?(.*)", re.DOTALL)
 CLIENT = re.compile(r"((?:ClientIP\(.*?\))?(?: ?SessionId\([0-9-]{1,12}\))?) ?(.*)", re.DOTALL)
 BANNER = "====="
-
-NAME = re.compile(r"(?:crash|session)-(.+)-([0-9]{4}-[0-9]{2}-[0-9]{2}-[0-9]{6})\.xml")
-STAMP = "%Y-%m-%d-%H%M%S"
-LONGEST_CRASH = datetime.timedelta(minutes=10)  # between the lines and the report, with a minidump in between
-
-
-def moment_of(stamp):
-    try:
-        return datetime.datetime.strptime(stamp, STAMP)
-    except ValueError:
-        return None
-
-
-def find_beside(report):
-    """The last lines that were written in the same crash, by the names of the files; None where there are none."""
-    folder, name = os.path.split(report)
-    match = NAME.fullmatch(name)
-    written = match and moment_of(match[2])
-    if not written:
-        return None
-    beginning, end = f"lastlines-{match[1]}-", ".log"
-    found = []
-    for other in os.listdir(folder or "."):
-        if other.startswith(beginning) and other.endswith(end):
-            time = moment_of(other[len(beginning):-len(end)])
-            if time and time <= written <= time + LONGEST_CRASH:
-                found.append(other)
-    return os.path.join(folder, max(found)) if found else None
 
 
 class Line:

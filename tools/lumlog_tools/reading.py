@@ -14,17 +14,17 @@ HEXADECIMAL = re.compile(r"0x[0-9A-Fa-f]{1,16}")
 FIRST_SET_TIME = datetime.datetime(1970, 1, 3)
 
 
-def lines_of(file):
+def lines_of(file, longest=MAX_LINE):
     """Number and text of each line of a binary file; None for the text, and why, where there is no use in reading it."""
     number = 0
-    while line := file.readline(MAX_LINE):
+    while line := file.readline(longest):
         number += 1
         if not line.endswith(b"\n"):
-            long = len(line) == MAX_LINE
+            long = len(line) == longest
             while line and not line.endswith(b"\n"):
-                line = file.readline(MAX_LINE)
+                line = file.readline(longest)
             # The end of a line that is not there could be half of a number.
-            yield number, None, "longer than 1 MB" if long else "has no end, so it may have been cut"
+            yield number, None, f"longer than {longest >> 20} MB" if long else "has no end, so it may have been cut"
             continue
         yield number, line.decode("utf-8", "replace").removesuffix("\n").removesuffix("\r"), None
 
