@@ -16,6 +16,8 @@
 #              there or broken (200 kills, 1,000 rotations and more)
 #   recorder   a host whose eight threads keep lines in memory is killed at a random moment; whether another process finds
 #              each of them whole and in order, but for those in the making (1000 kills)
+#   shipping   two hosts write lines of JSON while the shippers and the database behind them are killed eight times; whether each
+#              line is there once, with its fields (200,000 lines)
 #   kit        the kit for real Windows as a whole, without its benchmarks, as somebody would use it (once)
 #   same       that two builds make the same packages, with everything compiled anew (once)
 # --times: how often instead, for each of them.
@@ -24,7 +26,7 @@
 
 . "$(dirname "${BASH_SOURCE[0]}")/lib/setup.sh"
 
-all_soaks=(ends publishes levelsync rotation clients recorder java kit same)
+all_soaks=(ends publishes levelsync rotation clients recorder java shipping kit same)
 soaks=()
 times=
 preset=mingw-release
@@ -88,6 +90,14 @@ soak_recorder()
 {
     export LUMLOG_TEST_RECORDER_KILLS=${times:-1000}
     run_case process_tests RecorderKills.AllLinesButThoseInTheMakingAreWholeAndInOrder
+}
+
+soak_shipping()
+{
+    ensure_servers
+    build_lines_writer &&
+        LUMLOG_TEST_SHIPPED=${times:-200000} shipping_case \
+            each_line_of_two_hosts_is_in_the_database_once_whatever_is_killed
 }
 
 soak_kit()

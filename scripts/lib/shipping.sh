@@ -67,6 +67,8 @@ shipping_cases()
 
 shipping_case()
 {
-    timeout 600 python3 "$project_dir/tests/shipping/shipping_test.py" "$project_dir/packaging/shipping" \
-        "$shipping_dir/logs" "$shipping_dir/work" "$server_dir" "$1"
+    mkdir -p "$shipping_dir/work"
+    timeout 3000 python3 "$project_dir/tests/shipping/shipping_test.py" "$project_dir" "$shipping_dir/logs" \
+        "$shipping_dir/work" "$server_dir" "$project_dir/scripts/lib/wine-run.sh" "$build_dir/mingw-release/wine" \
+        "$build_dir/mingw-release/bin/lines_writer.exe" "$1"
 }

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
-"""shipping_test.py SHIPPING LOGS WORK SERVERS CASE: the files of packaging/shipping, each with the program that it is for where
-the distribution has that, over the logs that lines_writer has left in LOGS. SERVERS: where the distribution's packages of log
-servers were unpacked."""
+"""shipping_test.py TREE LOGS WORK SERVERS RUN PREFIX WRITER CASE: the files of packaging/shipping, each with the program that it
+is for where the distribution has that, over the logs that lines_writer has left in LOGS. SERVERS: where the distribution's
+packages of log servers were unpacked. RUN, PREFIX: the script that runs a program under Wine, and where. WRITER: lines_writer."""
 import collections
 import json
 import os
@@ -15,15 +15,20 @@ import tomllib
 
 import yaml
 
+import database
 import records
+
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "tools"))
+import reports
 
 LONGEST_WAIT = 100
 
 
 class Run:
-    def __init__(self, shipping, logs, work, servers):
-        self.shipping, self.logs, self.work, self.servers = (
-            pathlib.Path(path).resolve() for path in (shipping, logs, work, servers))
+    def __init__(self, tree, logs, work, servers, *writer):
+        self.tree, self.logs, self.work, self.servers = (
+            pathlib.Path(path).resolve() for path in (tree, logs, work, servers))
+        self.shipping, self.writer = self.tree / "packaging/shipping", writer
         self.expressions = records.expressions(self.shipping)
 
     def log(self):
@@ -261,7 +266,183 @@ def case_syslog_ng_takes_logs_apart(run):
                 [line["text"].split("\0")[0] for line in lines])
 
 
+# The database --------------------------------------------------------------------------------------------
+def write_lines(run, folder, lines):
+    """A host that writes so many messages of all kinds, beside others."""
+    (folder / "logger").write_text("2\nfile_size_limit_in_mb=0\nReader 310 7\n", encoding="ascii")
+    windows = "Z:" + str(folder).replace("/", "\\")
+    return subprocess.Popen([*run.writer, windows, folder.name, str(lines), "hostile"], stdin=subprocess.DEVNULL)
+
+
+def lines_of(folder):
+    """All lines of JSON that a host has left, in files that were renamed as well."""
+    return [line for file in folder.glob("*.jsonl") for line in records.read_lines(file)]
+
+
+def row_of(machine, line):
+    """A line as the database tells it."""
+    row = {"machine": machine, "bare": False, **line, "text": line["text"].replace("\0", "\u2400")}
+    del row["time"]
+    return row
+
+
+def expect_each_line_once(base, machines):
+    wanted = {(machine, line["run"], line["sequence"]): (row_of(machine, line), line["time"])
+              for machine, lines in machines.items() for line in lines}
+    found = {}
+    for text in base.ask("select json_strip_nulls(row_to_json(one)) from lumlog_line as one;"):
+        row = json.loads(text)
+        when = row.pop("time")
+        key = row["machine"], row["run"], row["sequence"]
+        expect(f"{key} is there once", key not in found)
+        found[key] = row, re.sub(r"(\.\d+)?\+00:00$", lambda match: f"{match[1] or '.':0<4}Z", when)
+    expect(f"lines are missing: {sorted(wanted.keys() - found.keys())[:5]}", not wanted.keys() - found.keys())
+    for key, row in found.items():
+        expect(f"{key} is\n  {row}\nand not\n  {wanted.get(key)}", row == wanted.get(key))
+    expect("nothing was unread", base.number("select count(*) from lumlog_unread;") == 0)
+
+
+def queries(run, page="lines"):
+    """Those of a page, each with what stands above it."""
+    page = (run.tree / f"docs/{page}.md").read_text(encoding="utf-8")
+    return re.findall(r"^\*\*([^*]+)\*\*.*?\n+```sql\n(.*?)\n```$", page, re.MULTILINE | re.DOTALL)
+
+
+def expect_answers(run, base, machines):
+    lines = [(machine, line) for machine, all_lines in machines.items() for line in all_lines]
+    asked = queries(run)
+    expect(f"the page has ten queries, and not {len(asked)}", len(asked) == 10)
+    answers = {}
+    for title, query in asked:
+        dated = query.replace("2026-11-22", lines[0][1]["time"][:10])
+        answers[title] = [json.loads(row) for row in base.ask(f"select row_to_json(answer) from ({dated}) as answer;")]
+    for title, rows in answers.items():
+        expect(f"'{title}' has an answer", rows)
+    counted = collections.Counter(
+        (line["time"][:13], line["package"]) for _, line in lines if line["level"] <= 3 and not line.get("bare"))
+    expect("errors per package and hour", sorted(row["errors"] for row in answers["Errors per package and hour"])
+           == sorted(counted.values()))
+    seen = [line for _, line in lines if line.get("client") == "192.0.2.7"]
+    expect("what a client saw", len(answers["What client 192.0.2.7 saw"]) == min(len(seen), 500))
+    session = sorted((machine, line["text"].replace("\0", "\u2400")) for machine, line in lines if line.get("session") == 3)
+    expect("all lines of a session", session == sorted(
+        (row["machine"], row["text"]) for row in answers["All lines of a session, across machines"]))
+    sessions = collections.Counter(line["session"] for _, line in lines if "session" in line)
+    expect("how many lines sessions have", sessions == {
+        row["session"]: row["lines"] for row in answers["How many lines each session has, and where"]})
+    expect("each session is on both machines", all(
+        row["machines"] == "archive-1, archive-2" for row in answers["How many lines each session has, and where"]))
+    expect("no run has lost lines", all(row["lost"] == 0 for row in answers["Which runs have lost lines"]))
+
+
+def victims_of(shippers, base, is_long):
+    """What is killed, turn by turn."""
+    if is_long:
+        return [shippers[:1], [base], shippers, [shippers[1], base], [base, *shippers], [base], shippers, [*shippers, base]]
+    return [shippers[:1], [base], [*shippers, base]]
+
+
+def case_each_line_of_two_hosts_is_in_the_database_once_whatever_is_killed(run):
+    shipped = os.environ.get("LUMLOG_TEST_SHIPPED")
+    count = int(shipped or "1500")
+    limit = 300 + count // 50  # all files are read again in each turn
+    base = database.Database(run.servers, run.work / "database")
+    hosts = {f"archive-{number}": database.fresh(run.work / f"host{number}") for number in (1, 2)}
+    for folder in hosts.values():
+        folder.chmod(0o755)
+    shippers = [database.Shipper(run.servers, run.shipping, run.work / f"shipper{machine[-1]}", machine, folder, base)
+                for machine, folder in hosts.items()]
+    writers = []
+    try:
+        base.start()
+        base.ask((run.shipping / "postgresql/lines.sql").read_text(encoding="utf-8"))
+        for shipper in shippers:
+            shipper.start()
+        writers = [write_lines(run, folder, count // 2) for folder in hosts.values()]
+        turns = victims_of(shippers, base, shipped)
+        for turn, victims in enumerate(turns):
+            database.wait_until("lines come", lambda turn=turn: base.number("select count(*) from lumlog_line;")
+                                >= (turn + 1) * count // (len(turns) + 4), limit)
+            for victim in victims:
+                victim.kill()
+            if victims == [base]:  # while the database is away, one ends as it should
+                shippers[0].end()
+                shippers[0].start()
+            for victim in reversed(victims):
+                victim.start()
+        for writer in writers:
+            expect("the hosts end as they should", writer.wait(timeout=limit) == 0)
+        machines = {machine: lines_of(folder) for machine, folder in hosts.items()}
+        total = sum(len(lines) for lines in machines.values())
+        expect("the hosts have written all", total >= count)
+        database.wait_until("all lines are there", lambda: base.number("select count(*) from lumlog_line;") >= total, limit)
+        for shipper in shippers:
+            shipper.end()
+        expect_each_line_once(base, machines)
+        expect_answers(run, base, machines)
+        print(f"{total} lines")
+    finally:
+        for writer in writers:
+            if writer.poll() is None:
+                writer.kill()
+        for server in [*shippers, base]:
+            server.kill()
+
+
+def case_what_is_no_line_is_kept_apart(run):
+    base = database.Database(run.servers, run.work / "database")
+    try:
+        base.start()
+        schema = (run.shipping / "postgresql/lines.sql").read_text(encoding="utf-8")
+        base.ask(schema + schema)
+        line = ('{"time":"2026-11-21T08:54:57.106Z","level":4,"level_name":"WARNING","package":310,"process":1,"thread":2,'
+                '"run":"r","sequence":1,"text":"%s"}')
+        for record in (line % "nul \\u0000, no \\\\u0000, \\\\\\u0000", line % "twice", '{"time":"2026-', "[]", '{"text":"x"}', "",
+                       '{"time":"2026-'):
+            quoted = record.replace("'", "''")
+            base.ask(f"select lumlog_add('archive-1', '{quoted}');")
+        expect("what stands for zero is a picture", base.ask("select text from lumlog_line;")
+               == ["nul \u2400, no \\u0000, \\\u2400"])
+        expect("the rest is apart, once", sorted(base.ask("select record from lumlog_unread;"))
+               == sorted(['{"time":"2026-', "[]", '{"text":"x"}', ""]))
+    finally:
+        base.kill()
+
+
+def case_reports_are_in_the_database_once(run):
+    base = database.Database(run.servers, run.work / "database")
+    folder = fresh(run.work / "reports")
+    names = [f"crash-viewer-2026-11-{day}-154024.xml" for day in (20, 21)] + ["session-viewer-2026-11-21-160000.xml"]
+    for name in names:
+        exception = reports.EXCEPTION if name.startswith("crash") else ""
+        reports.write(reports.report(reports.session(reports.SYSTEM, exception, reports.MODULES),
+                                     errors=reports.event('cannot read "front.png", \\x01, \x85')), folder / name)
+    lines = subprocess.run([sys.executable, run.tree / "tools/report2json", *(folder / name for name in names)],
+                           check=True, capture_output=True, encoding="utf-8").stdout
+    page = (run.tree / "docs/reports.md").read_text(encoding="utf-8")
+    copy = re.search(r'psql -c "(copy [^"]*)"', page)[1]
+    try:
+        base.start()
+        schema = (run.shipping / "postgresql/reports.sql").read_text(encoding="utf-8")
+        base.ask(schema + schema)
+        for _ in range(2):
+            base.ask(f"{copy};\n{lines}\\.\n")
+        expect("each report is there once", base.ask("select file from lumlog_report order by file;") == sorted(names))
+        expect("all of it is", base.ask("select report->'errors'->0->>'text' from lumlog_report where code is null;")
+               == ['cannot read "front.png", \\x01, \x85'])
+        query, = re.findall(r"^```sql\n(.*?)\n```$", page, re.MULTILINE | re.DOTALL)
+        expect("the page's query has its answer", base.ask(f"{query};")
+               == ["viewer|1.2.3.4|viewer.exe|0x1234|2|1|2026-11-21 15:40:24"])
+        picture = re.search(r'psql -At -c "([^"]*)"', page)[1].replace("now()", "timestamp '2026-11-22'")
+        shown = subprocess.run([sys.executable, run.tree / "tools/crashes2html", "-", "-o", "-"], check=True, capture_output=True,
+                               input="\n".join(base.ask(f"{picture};")) + "\n", encoding="utf-8")
+        expect("the picture has both crashes", "<h1>2 crashes in 8 weeks</h1>" in shown.stdout and shown.stderr == "")
+    finally:
+        base.kill()
+
+
 def main():
+    signal.signal(signal.SIGTERM, lambda *_: sys.exit("stopped"))  # by way of what stops the servers
     *paths, case = sys.argv[1:]
     globals()[f"case_{case}"](Run(*paths))
 
