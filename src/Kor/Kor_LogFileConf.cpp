@@ -816,12 +816,6 @@ int Kor_LogFile::highest_level(int package) noexcept
         m_conf, m_local_conf, package, [=](const Kor_LogConf& conf) { return highest_level_of_rules(conf, package); });
 }
 
-int Kor_LogFile::CheckMsgLevel(long code, int level)
-{
-    const int package = static_cast<int>(code / PACKAGE_RANGE);
-    return IsRejected(level, package) ? 0 : check_level(package, level);
-}
-
 int Kor_LogFile::check_level(int package, int level)
 {
     if (m_shared_stamp == nullptr)

@@ -16,12 +16,6 @@ using kor::win::duplicate;
 using kor::win::KeptErrors;
 using kor::win::OwnerLockGuard;
 
-// What is rejected, which is most, costs a few loads and no frame; the rest is in note_params.
-int Kor_LogFile::StoreParams(const char* file, const char* function, int line, int level, int package, int)
-{
-    return IsRejected(level, package) ? 0 : note_params(file, function, line, level, package);
-}
-
 int Kor_LogFile::note_params(const char* file, const char* function, int line, int level, int package)
 {
     const KeptErrors kept;
