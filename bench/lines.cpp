@@ -17,6 +17,7 @@
 #include "Kor_LogFile.h"
 #include "bench_log.h"
 #include "import_hook.h"
+#include "lumlog.hpp"
 
 namespace
 {
@@ -173,6 +174,14 @@ template <class Form>
 void lumlog_line(benchmark::State& state)
 {
     measure_lines(state, &Form::lumlog);
+}
+
+// By the interface for every compiler.
+void modern_line(benchmark::State& state)
+{
+    measure_lines(
+        state, [](int number, const char* client)
+        { LUM_LOG(WANTED_LEVEL, BENCH_PACKAGE, "request %d of %s took %d us", number, client, 250); });
 }
 
 // What somebody can ask for. The text has nothing to escape, and the file no limit that it reaches.
@@ -490,6 +499,7 @@ int main(int argc, char** argv)
     for (const int threads : {1, 2, 4, 8, 16})
         add_forms<Plain>("line", threads);
     add("line/bare", 1, &bare_line, &begin_bare, &end_bare);
+    add("line/modern", 1, &modern_line, &begin_lumlog, &end_lumlog<Plain>);
     add("line/safe", 1, &lumlog_line<Plain>, &begin_safe, &end_safe);
     add("line/rotating", 1, &lumlog_line<Plain>, &begin_rotating, &end_rotating);
     add("line/json", 1, &json_line, &begin_json, &end_json);

@@ -4,6 +4,7 @@
 #include "Kor_LogFile.h"
 #include "bench_log.h"
 #include "floor/floor.h"
+#include "lumlog.hpp"
 #include "rejecting_peer.h"
 
 namespace
@@ -48,6 +49,16 @@ void macro_private(benchmark::State& state)
         KOR_LOG(log, REJECTED_LEVEL, BENCH_PACKAGE, "request %d of %s took %d us", ++number, "client", 250);
     if (number != 0)
         fail("KOR_LOG accepted a message");
+}
+
+// By the interface for every compiler, whose log is KorGLog.
+void modern_macro(benchmark::State& state)
+{
+    int number = 0;
+    for (auto _ : state)
+        LUM_LOG(REJECTED_LEVEL, BENCH_PACKAGE, "request %d of %s took %d us", ++number, "client", 250);
+    if (number != 0)
+        fail("LUM_LOG accepted a message");
 }
 
 // Of a call whose one argument is a finished text the compiler leaves nothing but the comparison of the levels.
@@ -101,6 +112,7 @@ int main(int argc, char** argv)
     benchmark::RegisterBenchmark("CheckMsgLevel/shared", [](benchmark::State& s) { check_level(s, KorGLog); });
     benchmark::RegisterBenchmark("KOR_LOG/private", &macro_private);
     benchmark::RegisterBenchmark("KOR_LOG/shared", &macro_shared);
+    benchmark::RegisterBenchmark("LUM_LOG/shared", &modern_macro);
     benchmark::RegisterBenchmark("spdlog/debug", &spdlog_debug);
     benchmark::RegisterBenchmark("KOR_LOG/text", &macro_of_text);
     benchmark::RegisterBenchmark("spdlog/text", &spdlog_of_text);

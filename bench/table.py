@@ -79,6 +79,10 @@ def rejected_rows(runs):
             [f"rejected, {name}" + ("" if kind == "text" else f", {kind}"), nanoseconds(time),
              nanoseconds(runs.time(f"spdlog/{peer}")), nanoseconds(runs.time("floor/inline")),
              f"{runs.ratio(call, f'spdlog/{peer}'):.2f}", "0.6 ns or 1.5", "yes" if time <= most else "NO"])
+    time = runs.time("LUM_LOG/shared")
+    rows.append(["rejected, LUM_LOG", nanoseconds(time), nanoseconds(runs.time("spdlog/debug")),
+                 nanoseconds(runs.time("floor/inline")), f"{runs.ratio('LUM_LOG/shared', 'spdlog/debug'):.2f}"]
+                + judged((time, 1.2, " ns")))
     return rows
 
 
@@ -104,6 +108,10 @@ def line_rows(runs):
         rows.append([f"line with {title}", nanoseconds(runs.time(name)),
                      nanoseconds(runs.time(f"line/{form}/spdlog threads:1")), "", f"{ratio:.2f} of a line"]
                     + judged((ratio, 1.15, " of a line")))
+    modern = "line/modern threads:1"
+    ratio = runs.ratio(modern, one)
+    rows.append(["line, LUM_LOG", nanoseconds(runs.time(modern)), "", "", f"{ratio:.2f} of a line"]
+                + judged((ratio, 1.03, " of a line")))
     safe, rotating = "line/safe threads:1", "line/rotating threads:1"
     ratio = runs.ratio(safe, one)
     rows.append(["line, safe", nanoseconds(runs.time(safe)), "", "", f"{ratio:.2f} of a line"]

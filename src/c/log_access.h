@@ -28,7 +28,8 @@ struct Kor_LogFileForC
             place<lum_uint64>(log.m_seen_count),
             reinterpret_cast<const void* const volatile*>(&log.m_local_conf),
             place<unsigned short>(log.m_cache_generation),
-            place<unsigned short>(log.m_level_cache[0])};
+            place<unsigned short>(log.m_level_cache[0]),
+            reinterpret_cast<const volatile lum_uint64* const volatile*>(&log.m_quick_stamp)};
     }
 
     static int open_without_file(Kor_LogFile& log, const char* app_name, bool banners)

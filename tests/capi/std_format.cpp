@@ -56,13 +56,17 @@ struct std::formatter<Broken>
 // Stand-ins. Levels from 1 to 6 are wanted; the gate decides nothing.
 namespace
 {
-const void* const someone = &written;
-const void* const volatile local = someone;
+const lum_uint64 stamp = 2;
+const lum_uint64 seen = 1;
+const volatile lum_uint64* const volatile stamp_place = &stamp;
+const unsigned short generation = 0;
+const unsigned short levels[LUM_PACKAGE_COUNT] = {};
 } // namespace
 
 extern "C"
 {
-    const lum_gate lum_process_gate = {sizeof(lum_gate), LUM_PACKAGE_COUNT, nullptr, nullptr, &local, nullptr, nullptr};
+    const lum_gate lum_process_gate = {sizeof(lum_gate), LUM_PACKAGE_COUNT, nullptr, &seen,
+                                       nullptr,          &generation,       levels,  &stamp_place};
 
     int LUM_CALL lum_wants(int level, int) { return level <= 6 ? 1 : 0; }
 
