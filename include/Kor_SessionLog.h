@@ -121,6 +121,7 @@ private:
     void reportToCrashLogFile(_EXCEPTION_POINTERS* exception);
     void saveState();
     void load_state();
+    bool start_watcher(const char*& wrong) noexcept;
     void load_dlls() noexcept;
     void find_process_name() noexcept;
     void reserve_memory();
@@ -144,6 +145,22 @@ struct KOR_API Kor_SessionLogHost
     /// Destroys the instance, which saves the state. To be called at the end of main, when no other thread uses the
     /// reporter. There will be no second instance.
     static void destroy();
+
+    /// Has a process of its own (LUMlogWatch.exe, beside LUMlog.dll or the program) watch this one, from now to its end. It
+    /// writes the minidump of a crash, from outside, where nothing of this process can be broken; and of an end that no
+    /// handler sees, such as a fast-fail or a kill, the line, the last lines and the report. One serves all processes of a
+    /// session of Windows and ends with the last of them. To be called behind GetInstance of an activated reporter, or
+    /// Kor_CrashHandlers::Install; takes the time of starting a program, if none is there yet, and does not wait for it. A
+    /// further call starts one where somebody has ended all of them. False, with a warning in the general log, when
+    /// there is none: then all is as without.
+    static bool startWatcher();
+
+    /// Promises the watcher a next call within so many milliseconds, from any thread. Where it does not come, the watcher
+    /// writes a minidump and a report of the process as it hangs, once, and a line in hangs.log, where another one says when
+    /// it is back. 0: nothing is promised any more. name: of at most 47 bytes, one for each promise; there is room for 16.
+    /// False without startWatcher, and where there is no room. Takes less than a microsecond, and no lock but for the first
+    /// call of a name.
+    static bool heartbeat(const char* name, unsigned milliseconds);
 };
 
 #endif // KOR_SESSIONLOG_H

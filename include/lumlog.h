@@ -549,6 +549,17 @@ extern "C"
     /** Saves the state and ends what lum_session_start has begun for crashes; at the end of main, from the last thread. */
     LUM_API void LUM_CALL lum_crash_end(void);
 
+    /** Has a process of its own (LUMlogWatch.exe, beside LUMlog.dll or the program) watch this one, behind lum_crash_install
+     * or lum_session_start(LUM_SESSION_CRASHES): it writes minidumps from outside, and of an end that no handler sees, such
+     * as a kill, the line, the last lines and the report. LUM_FAILED, with a warning in the log, when there is none; all is
+     * then as without. Since 1.1. */
+    LUM_API int LUM_CALL lum_watch_start(void);
+
+    /** Promises the watcher a next call within so many milliseconds, from any thread; where it does not come, a minidump and
+     * a report are written of the program as it hangs. 0: nothing is promised any more. name: of at most 47 bytes.
+     * LUM_FAILED without lum_watch_start, and with more than 16 names. Since 1.1. */
+    LUM_API int LUM_CALL lum_heartbeat(const char* name, unsigned int milliseconds);
+
 #ifdef __cplusplus
 }
 #endif

@@ -67,6 +67,15 @@ inline bool install_crash_handlers()
     prepare_thread_for_crashes();
     return true;
 }
+
+/// See lum_watch_start.
+inline bool start_watcher() { return ::lum_watch_start() == LUM_OK; }
+
+/// See lum_heartbeat.
+inline bool heartbeat(const char* name, unsigned int milliseconds)
+{
+    return ::lum_heartbeat(name, milliseconds) == LUM_OK;
+}
 } // namespace lum
 
 #endif // LUMLOG_CRASH_HPP

@@ -22,7 +22,7 @@ import lumlog_zip
 HERE = pathlib.Path(__file__).resolve().parent
 DOCUMENTS = "share/doc/lumlog"
 # What LUMlog's programs are linked of, in the rules that CMake has written for Ninja.
-PROGRAMS = ["LUMlog.dll", "LevelSync.exe", "lumlog-admin.exe"]
+PROGRAMS = ["LUMlog.dll", "LUMlogWatch.exe", "LevelSync.exe", "lumlog-admin.exe"]
 
 
 def fail(sentence):

@@ -18,6 +18,8 @@
 #              each of them whole and in order, but for those in the making (1000 kills)
 #   shipping   two hosts write lines of JSON while the shippers and the database behind them are killed eight times; whether each
 #              line is there once, with its fields (200,000 lines)
+#   watcher    hosts that are watched end in all ways, orderly or not, at random moments; whether each end that is none is told
+#              once, of the others nothing, and no process is left over (10,000 orderly ends and 1,000 others)
 #   kit        the kit for real Windows as a whole, without its benchmarks, as somebody would use it (once)
 #   same       that two builds make the same packages, with everything compiled anew (once)
 # --times: how often instead, for each of them.
@@ -26,7 +28,7 @@
 
 . "$(dirname "${BASH_SOURCE[0]}")/lib/setup.sh"
 
-all_soaks=(ends publishes levelsync rotation clients recorder java shipping kit same)
+all_soaks=(ends publishes levelsync rotation clients recorder watcher java shipping kit same)
 soaks=()
 times=
 preset=mingw-release
@@ -98,6 +100,12 @@ soak_shipping()
     build_lines_writer &&
         LUMLOG_TEST_SHIPPED=${times:-200000} shipping_case \
             each_line_of_two_hosts_is_in_the_database_once_whatever_is_killed
+}
+
+soak_watcher()
+{
+    export LUMLOG_TEST_WATCHED_ENDS=${times:-11000}
+    run_case watch_tests WatchedEndsAtRandom.AreToldOnceAndOrderlyOnesNever
 }
 
 soak_kit()

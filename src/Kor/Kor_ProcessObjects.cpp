@@ -16,6 +16,7 @@
 #include "Kor/recorder.h"
 #include "Kor/shared_name.h"
 #include "Kor/thread_client.h"
+#include "Kor/watched.h"
 #include "Kor_Error.h"
 #include "Kor_LogFile.h"
 #include "Kor_PerfmonLogFile.h"
@@ -70,6 +71,7 @@ private:
 };
 
 KeptTexts kept_texts;
+const kor::WatchedEnd watched_end;   // last of all
 const kor::RecorderEnd recorder_end; // after the logs, which have their end recorded
 } // namespace
 
@@ -85,6 +87,7 @@ kor::KnownLevels kor::process_levels;
 kor::Clients kor::clients;
 const char* kor::shared_block_name = nullptr;
 std::atomic<kor::Recorder*> kor::recorder{nullptr};
+std::atomic<kor::Watched*> kor::watched{nullptr};
 
 char* Kor_LogMTVars::m_app_name = nullptr;
 int Kor_LogMTVars::m_proc_id = static_cast<int>(::GetCurrentProcessId());

@@ -17,20 +17,20 @@
 #include <utility>
 #include <vector>
 
+#include "Kor/crash_files.h"
 #include "Kor/last_lines.h"
+#include "Kor/minidump.h"
+#include "Kor/watched.h"
 #include "Kor_LogFile.h"
 #include "Kor_SessionLogGatherer.h"
-#include "core/crash_texts.h"
 #include "core/file_path.h"
 #include "core/fixed_text.h"
 #include "core/system_texts.h"
 #include "general_log.h"
 #include "win/clock.h"
-#include "win/guarded_call.h"
 #include "win/kept_errors.h"
 #include "win/library.h"
 #include "win/memory.h"
-#include "win/output_file.h"
 #include "win/path.h"
 #include "win/recursive_lock.h"
 #include "win/text.h"
@@ -55,10 +55,6 @@ kor::win::RecursiveLock lock;
 std::atomic<bool> created{false};
 bool being_made = false; // only the holder of the lock looks at it
 
-using WriteDump = BOOL WINAPI(
-    HANDLE, DWORD, HANDLE, MINIDUMP_TYPE, PMINIDUMP_EXCEPTION_INFORMATION, PMINIDUMP_USER_STREAM_INFORMATION,
-    PMINIDUMP_CALLBACK_INFORMATION);
-
 // What the system's dump code takes. Where a crash has not got back what was kept for it, to have it do without would
 // be its end.
 constexpr std::size_t DUMP_MEMORY = 16 * 1024;
@@ -77,110 +73,7 @@ std::size_t count_modules() noexcept
     return ::EnumProcessModules(::GetCurrentProcess(), nullptr, 0, &bytes) ? bytes / sizeof(HMODULE) : 0;
 }
 
-/// Modules with paths of their own. Room for them is taken beforehand: they come while all other threads are
-/// suspended, one of which may be inside the heap.
-class ModuleList
-{
-public:
-    /// Throws when there is no memory.
-    void make_room(std::size_t count)
-    {
-        if (m_spare.size() >= count)
-            return;
-        const std::size_t characters = count * MAX_PATH;   // most paths take a quarter of that
-        m_path_room.emplace_back(new wchar_t[characters]); // not touched, so it takes no memory of the machine
-        m_path_at = m_path_room.back().get();
-        m_path_end = m_path_at + characters;
-        m_spare.resize(count);
-    }
-
-    /// Sees to it that there is room for as many as came last time. The first dump takes no memory here.
-    void begin_dump() noexcept
-    try
-    {
-        const std::size_t before = std::exchange(m_in_front, m_modules.size());
-        make_room(m_modules.size() - before);
-    }
-    catch (...) // no memory: the dump has the modules all the same
-    {
-        return;
-    }
-
-    /// Takes no memory and no lock. One that there is no room for is left out.
-    void add(const MINIDUMP_MODULE_CALLBACK& module) noexcept
-    {
-        if (m_spare.empty())
-            return;
-        m_modules.splice(m_modules.end(), m_spare, m_spare.begin());
-        m_modules.back() = module;
-        m_modules.back().FullPath = module.FullPath == nullptr ? nullptr : copy_of(module.FullPath);
-    }
-
-    const std::list<MINIDUMP_MODULE_CALLBACK>& list() const noexcept { return m_modules; }
-
-private:
-    wchar_t* copy_of(const wchar_t* path) noexcept
-    {
-        const std::size_t size = std::wcslen(path) + 1;
-        if (size > static_cast<std::size_t>(m_path_end - m_path_at))
-            return nullptr;
-        wchar_t* const copy = std::wmemcpy(m_path_at, path, size);
-        m_path_at += size;
-        return copy;
-    }
-
-    std::list<MINIDUMP_MODULE_CALLBACK> m_modules;
-    std::list<MINIDUMP_MODULE_CALLBACK> m_spare;
-    std::size_t m_in_front = 0;                          // modules in front of those of the last dump
-    std::vector<std::unique_ptr<wchar_t[]>> m_path_room; // the last one is in use
-    wchar_t* m_path_at = nullptr;
-    wchar_t* m_path_end = nullptr;
-};
-
 const std::list<MINIDUMP_MODULE_CALLBACK> no_modules;
-
-/// The file of a minidump. It is closed whatever its handle is, also when it could not be created.
-class DumpFile
-{
-public:
-    explicit DumpFile(const wchar_t* path) noexcept
-        : m_handle(kor::win::open_file(path, GENERIC_WRITE, 0, CREATE_ALWAYS))
-    {
-    }
-    DumpFile(const DumpFile&) = delete;
-    DumpFile& operator=(const DumpFile&) = delete;
-    ~DumpFile() { ::CloseHandle(m_handle); }
-
-    HANDLE handle() const noexcept { return m_handle; }
-
-private:
-    HANDLE m_handle;
-};
-
-struct DumpJob
-{
-    WriteDump* write_dump;
-    HANDLE file;
-    MINIDUMP_EXCEPTION_INFORMATION* crash;      // null: none
-    MINIDUMP_USER_STREAM_INFORMATION* comments; // null: none
-    MINIDUMP_CALLBACK_INFORMATION* callback;
-};
-
-/// Runs guarded.
-void run_dump(void* argument)
-{
-    const auto& job = *static_cast<const DumpJob*>(argument);
-    job.write_dump(
-        ::GetCurrentProcess(), ::GetCurrentProcessId(), job.file, MiniDumpNormal, job.crash, job.comments,
-        job.callback);
-}
-
-/// Asks for no zone, which a crash may have left locked.
-kor::core::LocalTime local_time() noexcept
-{
-    const SYSTEMTIME now = kor::win::known_local_time();
-    return {now.wYear, now.wMonth, now.wDay, now.wHour, now.wMinute, now.wSecond, now.wMilliseconds};
-}
 
 /// The folder of all files, in the code page of the thread; or, where the process's code page lacks some of its
 /// characters, as it is.
@@ -231,6 +124,11 @@ struct Kor_SessionLog::Content
     void prepare_for_crash() noexcept;
     /// Writes the recorded lines beside the minidump and the report, where there are any. Once for both.
     void write_last_lines(kor::LastLines& lines) noexcept;
+    /// Has the watcher write the minidump. False when it does not, and there is none of it.
+    bool dump_from_outside(EXCEPTION_POINTERS* exception) noexcept;
+    /// What the watcher has to know of all this.
+    kor::WatchedNames watched_names() const noexcept { return {directory, program, process_name}; }
+    void tell_report_name(const wchar_t* path) const noexcept;
     /// Makes a path of the directory, the type, the program, the present time, and the end of the name.
     void name(std::wstring& path, std::wstring_view type, std::wstring_view end) const;
 
@@ -243,15 +141,13 @@ struct Kor_SessionLog::Content
     std::wstring last_lines_path;
     bool last_lines_are_written = false; // since the last report
     char process_name[PATH_SIZE] = "";   // empty until enable
-    ModuleList modules;
+    kor::ModuleList modules;
     bool enabled = false;
     std::list<DllToLoad> dlls;
     void* reserved_memory = nullptr;
     std::unique_ptr<unsigned char[]> reserved_heap; // never touched, so it takes no memory of the machine
     int process_id = ::_getpid();
-    // Here and not when it is needed: to load a DLL in a crash could wait for a lock that the crash left behind.
-    OwnedLibrary dump_library = kor::win::load_system_library(L"dbghelp.dll");
-    WriteDump* write_dump = kor::win::find_function<WriteDump>(dump_library.get(), "MiniDumpWriteDump");
+    kor::DumpWriter dump_writer;
 };
 
 void Kor_SessionLog::Content::find_names()
@@ -259,7 +155,7 @@ void Kor_SessionLog::Content::find_names()
     constexpr std::size_t LONGEST_NAME = 64; // of the library's own files, but for the program's
     directory = find_directory() + L"\\";
     program = find_program_name();
-    crash_log_path = directory + L"crashes.log";
+    crash_log_path = directory + kor::CRASH_LOG_NAME;
     if (crash_log_path.size() > kor::core::LONGEST_PLAIN_PATH || kor::core::is_verbatim(crash_log_path))
         crash_log_path = kor::win::system_path(crash_log_path); // now, as it takes memory
     for (std::wstring* const path : {&report_path, &minidump_path, &last_lines_path})
@@ -273,6 +169,8 @@ try
     kor::win::local_system_time();           // notes the zone
     find_names();
     modules.make_room(2 * count_modules() + MORE_TO_COME);
+    if (kor::Watched* const process = kor::watched.load(std::memory_order_acquire))
+        process->set_names(watched_names());
 }
 catch (...)
 {
@@ -281,9 +179,7 @@ catch (...)
 
 void Kor_SessionLog::Content::name(std::wstring& path, std::wstring_view type, std::wstring_view end) const
 {
-    wchar_t stamp[kor::core::FILE_STAMP_LENGTH];
-    kor::core::write_file_stamp(stamp, local_time());
-    path.assign(directory).append(type).append(L"-").append(program).append(stamp, std::size(stamp)).append(end);
+    kor::name_file(path, directory, type, program, end);
 }
 
 void Kor_SessionLog::Content::write_last_lines(kor::LastLines& lines) noexcept
@@ -293,10 +189,37 @@ try
         return;
     name(last_lines_path, L"lastlines", L".log");
     last_lines_are_written = lines.write_to(last_lines_path.c_str());
+    if (last_lines_are_written)
+        kor::tell_watcher(kor::core::WATCH_LAST_LINES);
 }
 catch (...) // no memory for a path that is longer than it was
 {
     return;
+}
+
+bool Kor_SessionLog::Content::dump_from_outside(EXCEPTION_POINTERS* exception) noexcept
+try
+{
+    kor::Watched* const process = kor::watched.load(std::memory_order_acquire);
+    if (process == nullptr)
+        return false;
+    name(minidump_path, L"minidump", L".dmp");
+    const std::wstring_view file = std::wstring_view(minidump_path).substr(directory.size());
+    if (process->dump(file, exception, modules))
+        return true;
+    ::DeleteFileW(minidump_path.c_str()); // what a watcher has begun that was killed over it
+    return false;
+}
+catch (...) // no memory for a path that is longer than it was
+{
+    return false;
+}
+
+void Kor_SessionLog::Content::tell_report_name(const wchar_t* path) const noexcept
+{
+    kor::Watched* const process = kor::watched.load(std::memory_order_acquire);
+    if (process != nullptr && path != nullptr && path == report_path)
+        process->tell_report_name(std::wstring_view(path).substr(directory.size()));
 }
 
 // Life ------------------------------------------------------------------------------------------------------
@@ -332,7 +255,12 @@ Kor_SessionLog* Kor_SessionLog::GetInstance()
 
 bool Kor_SessionLog::IsActive() { return created.load(std::memory_order_acquire); }
 
-void Kor_SessionLog::setReportToCrashLogFileOnly(bool only) { bOnlyReportToCrashLogFile = only; }
+void Kor_SessionLog::setReportToCrashLogFileOnly(bool only)
+{
+    bOnlyReportToCrashLogFile = only;
+    if (kor::Watched* const process = kor::watched.load(std::memory_order_acquire))
+        process->set_line_only(only);
+}
 
 Kor_SessionLog::Kor_SessionLog()
 {
@@ -413,6 +341,22 @@ void Kor_SessionLog::enable()
     m_content->enabled = true;
 }
 
+bool Kor_SessionLog::start_watcher(const char*& wrong) noexcept
+try
+{
+    kor::Watched* const process = kor::find_or_make_watched(wrong);
+    if (process == nullptr)
+        return false;
+    process->set_names(m_content->watched_names());
+    process->set_line_only(bOnlyReportToCrashLogFile);
+    return process->find_or_start_watcher(wrong);
+}
+catch (...)
+{
+    wrong = "there is no memory";
+    return false;
+}
+
 void Kor_SessionLog::load_dlls() noexcept
 {
     for (DllToLoad& dll : m_content->dlls)
@@ -488,8 +432,10 @@ void Kor_SessionLog::createReport(_EXCEPTION_POINTERS* exception, const wchar_t*
     Kor_SessionLogGatherer* const gatherer = Kor_SessionLogGatherer::GetInstance();
     if (gatherer == nullptr)
         return;
+    m_content->tell_report_name(reportPath);
     gatherer->reportException(exception, eventId);
     gatherer->generateReport(reportPath, true);
+    kor::tell_watcher(kor::core::WATCH_REPORT);
 }
 
 void Kor_SessionLog::createSessionReport()
@@ -509,13 +455,14 @@ void Kor_SessionLog::produceMinidump(_EXCEPTION_POINTERS* exception)
     const KeptErrors kept;
     kor::LastLines lines;
     m_content->write_last_lines(lines); // first, as it needs nothing
+    if (m_content->dump_from_outside(exception))
+    {
+        kor::tell_watcher(kor::core::WATCH_DUMP);
+        return;
+    }
     if (!kor::win::has_memory(DUMP_MEMORY))
         return;
     m_content->modules.begin_dump();
-    const DumpFile file(generateMinidumpFullPath());
-    // A handle that means "failed" is none of null: the dump then fails by itself.
-    if (file.handle() == nullptr || m_content->write_dump == nullptr)
-        return;
     MINIDUMP_EXCEPTION_INFORMATION crash{};
     crash.ThreadId = ::GetCurrentThreadId();
     crash.ExceptionPointers = exception;
@@ -523,17 +470,10 @@ void Kor_SessionLog::produceMinidump(_EXCEPTION_POINTERS* exception)
     MINIDUMP_CALLBACK_INFORMATION callback{};
     callback.CallbackRoutine = &miniDumpCallback;
     callback.CallbackParam = this;
-    const std::string_view newest = lines.newest();
-    MINIDUMP_USER_STREAM comment{};
-    comment.Type = CommentStreamA;
-    comment.BufferSize = static_cast<ULONG>(newest.size() + 1);
-    comment.Buffer = const_cast<char*>(newest.data());
-    MINIDUMP_USER_STREAM_INFORMATION comments{1, &comment};
-    DumpJob job{
-        m_content->write_dump, file.handle(), exception == nullptr ? nullptr : &crash,
-        newest.empty() ? nullptr : &comments, &callback};
     // What the crash has damaged, or a lack of memory, may bring the system's code down. The report is still to come.
-    kor_guarded_call(&run_dump, &job);
+    m_content->dump_writer.write(
+        generateMinidumpFullPath(), {::GetCurrentProcess(), ::GetCurrentProcessId(),
+                                     exception == nullptr ? nullptr : &crash, lines.newest(), &callback});
 }
 
 /// Runs while all other threads are suspended, wherever they are: takes no memory and no lock.
@@ -550,18 +490,14 @@ void Kor_SessionLog::reportToCrashLogFile(_EXCEPTION_POINTERS* exception)
     if (m_content == nullptr)
         return;
     const KeptErrors kept;
-    kor::win::OutputFile file = kor::win::OutputFile::append(m_content->crash_log_path.c_str());
-    if (!file.is_open())
-        return;
     kor::core::CrashLine line{};
-    line.time = local_time();
+    line.time = kor::crash_time();
     line.program = m_content->process_name;
     line.process = static_cast<std::uint32_t>(m_content->process_id);
     line.thread = ::GetCurrentThreadId();
     line.code = code_of(exception);
-    char text[kor::core::CRASH_LINE_SIZE];
-    const std::string_view bytes = kor::core::write_crash_line(text, line);
-    file.write(bytes.data(), bytes.size());
+    kor::append_crash_line(m_content->crash_log_path.c_str(), line);
+    kor::tell_watcher(kor::core::WATCH_LINE);
 }
 
 // Names -----------------------------------------------------------------------------------------------------------
@@ -631,3 +567,24 @@ void Kor_SessionLogHost::saveState()
 }
 
 void Kor_SessionLogHost::destroy() { delete Kor_SessionLog::myInstance; }
+
+bool Kor_SessionLogHost::startWatcher()
+{
+    const KeptErrors kept;
+    const char* wrong = "Kor_SessionLog is not there, or not switched on";
+    Kor_SessionLog* const instance = Kor_SessionLog::myInstance;
+    if (instance != nullptr && instance->m_content != nullptr && instance->start_watcher(wrong))
+        return true;
+    KOR_GENERAL_LOG(
+        SOURCE, "Kor_SessionLogHost::startWatcher", kor::LEVEL_WARNING, "This process is not watched: %s.\n", wrong);
+    return false;
+}
+
+bool Kor_SessionLogHost::heartbeat(const char* name, unsigned milliseconds)
+{
+    if (name == nullptr)
+        return false;
+    const KeptErrors kept;
+    kor::Watched* const process = kor::watched.load(std::memory_order_acquire);
+    return process != nullptr && process->heartbeat(name, milliseconds);
+}

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <iterator>
+#include <list>
 #include <memory>
 #include <new>
 #include <optional>
@@ -11,6 +12,7 @@
 
 #include <xercesc/util/XMLUni.hpp>
 
+#include "Kor_SessionLog.h"
 #include "Kor_SessionLogGatherer.h"
 #include "core/session_text.h"
 #include "core/session_time.h"
@@ -346,16 +348,14 @@ void Kor_SessionLogGatherer::Report::write(xercesc::XMLFormatTarget& target)
     kor::ReportText& text = *in_use;
     kor::win::ZoneClock clock;
     SessionWriter writer(text, clock);
-    text.put(L"\xFEFF<?xml version=\"1.0\" encoding=\"utf-16\"?>"
-             L"<?xml-stylesheet type=\"text/xsl\" href=\"SessionLogSummary.xsl\"?>"
-             L"<lumariscontext>");
+    text.put(kor::core::REPORT_BEGIN);
     if (!m_has_gatherer)
         put_without_gatherer(text);
     else if (m_access.has_value())
         put_live_content(text, writer);
     else
         put_content(text, writer);
-    text.put(L"</lumariscontext>");
+    text.put(kor::core::REPORT_END);
     text.flush();
     target.flush();
     if (!m_has_gatherer)
@@ -370,7 +370,11 @@ void Kor_SessionLogGatherer::Report::put_without_gatherer(kor::core::TextBlocks&
     kor::win::KnownZoneClock clock;
     SessionWriter writer(text, clock);
     const TakenChanges waiting(m_content.waiting);
-    kor::put_crash(text, m_content.waiting_crash.facts(), clock);
+    const std::list<MINIDUMP_MODULE_CALLBACK> no_modules;
+    const Kor_SessionLog* const crash_reporter = Kor_SessionLog::myInstance;
+    kor::put_crash(
+        text, m_content.waiting_crash.facts(),
+        crash_reporter == nullptr ? no_modules : crash_reporter->getModulesList(), clock);
     writer.put_what_waits(waiting.list(), m_content.waiting.lost(), getCurrentTime());
 }
 

@@ -5,6 +5,19 @@
 
 namespace kor
 {
+bool write_lines(core::LineRingReader& lines, char* text, const wchar_t* path) noexcept
+{
+    win::OutputFile file = win::OutputFile::create(path);
+    if (!file.is_open())
+        return false;
+    bool is_written = true;
+    lines.rewind();
+    core::put_lines(
+        lines, text, Recorder::COMMENT_SIZE,
+        [&](std::string_view piece) { is_written = file.write(piece.data(), piece.size()) && is_written; });
+    return is_written;
+}
+
 LastLines::LastLines() noexcept : m_recorder(recorder.load(std::memory_order_acquire))
 {
     void* const room = m_recorder == nullptr ? nullptr : m_recorder->take_crash_room();
@@ -23,18 +36,7 @@ LastLines::~LastLines()
         m_recorder->give_crash_room_back();
 }
 
-bool LastLines::write_to(const wchar_t* path) noexcept
-{
-    win::OutputFile file = win::OutputFile::create(path);
-    if (!file.is_open() || !m_lines)
-        return false;
-    bool is_written = true;
-    m_lines->rewind();
-    core::put_lines(
-        *m_lines, m_text, Recorder::COMMENT_SIZE,
-        [&](std::string_view text) { is_written = file.write(text.data(), text.size()) && is_written; });
-    return is_written;
-}
+bool LastLines::write_to(const wchar_t* path) noexcept { return m_lines && write_lines(*m_lines, m_text, path); }
 
 std::string_view LastLines::newest() noexcept
 {

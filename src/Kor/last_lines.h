@@ -12,6 +12,9 @@
 
 namespace kor
 {
+/// Writes lines to a file, as a log has them. text: room for COMMENT_SIZE bytes. False when that failed.
+bool write_lines(core::LineRingReader& lines, char* text, const wchar_t* path) noexcept;
+
 /// The lines as they are now, in memory that was kept for it. Takes no memory and no lock. Of several threads that crash at
 /// once one has them, and the others none.
 class LastLines

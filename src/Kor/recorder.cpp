@@ -7,6 +7,7 @@
 
 #include "Kor/diagnostics.h"
 #include "Kor/shared_name.h"
+#include "Kor/watched.h"
 #include "win/environment.h"
 #include "win/owner_lock.h"
 #include "win/process_end.h"
@@ -66,6 +67,7 @@ int use(const core::RecorderSettings& settings) noexcept
     for (int package = 0; package < PACKAGE_COUNT; ++package)
         used->set_level(package, settings.levels[package]);
     recorder.store(used, std::memory_order_release);
+    tell_watcher_of_recorder();
     return 0;
 }
 } // namespace
@@ -95,6 +97,7 @@ int set_recorder(std::size_t bytes, int level) noexcept
         return -1;
     used->set_level(level);
     recorder.store(used, std::memory_order_release);
+    tell_watcher_of_recorder();
     return 0;
 }
 

@@ -39,6 +39,7 @@ public:
 
     const void* memory() const noexcept { return m_section.view(); }
     std::size_t size() const noexcept { return m_size; }
+    HANDLE mapping() const noexcept { return m_section.mapping(); }
 
     /// size() bytes, and COMMENT_SIZE behind them, for a crash, which has no memory but what is there. Null when there was
     /// none, too, and as long as somebody has it.

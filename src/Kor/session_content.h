@@ -21,6 +21,7 @@
 #include "core/session_waiting.h"
 #include "core/text_blocks.h"
 #include "session_crash.h"
+#include "watched.h"
 #include "win/kept_errors.h"
 #include "win/recursive_lock.h"
 
@@ -204,6 +205,8 @@ private:
     template <class Change>
     static void enter_change(const Kor_SessionLogGatherer& gatherer, Change&& change)
     {
+        if (kor::Watched* const process = kor::watched.load(std::memory_order_acquire))
+            process->tell_event(kor::core::told_by(change, getCurrentTime()));
         {
             const Access content(gatherer, Wait::FOR_AN_EVENT);
             if (content)

@@ -1,6 +1,5 @@
 #include "session_crash.h"
 
-#include "Kor_SessionLog.h"
 #include "win/owned.h"
 
 namespace kor
@@ -35,10 +34,14 @@ std::optional<PROCESS_MEMORY_COUNTERS_EX> sample_memory() noexcept
 {
     const win::OwnedHandle process(
         ::OpenProcess(PROCESS_QUERY_INFORMATION | PROCESS_VM_READ, FALSE, ::GetCurrentProcessId()));
+    return process ? sample_memory_of(process.get()) : std::nullopt;
+}
+
+std::optional<PROCESS_MEMORY_COUNTERS_EX> sample_memory_of(HANDLE process) noexcept
+{
     PROCESS_MEMORY_COUNTERS_EX counters{};
     counters.cb = sizeof counters;
-    if (!process ||
-        !::GetProcessMemoryInfo(process.get(), reinterpret_cast<PROCESS_MEMORY_COUNTERS*>(&counters), sizeof counters))
+    if (!::GetProcessMemoryInfo(process, reinterpret_cast<PROCESS_MEMORY_COUNTERS*>(&counters), sizeof counters))
         return std::nullopt;
     return counters;
 }
@@ -67,7 +70,9 @@ void WaitingCrash::put(const EXCEPTION_POINTERS* exception, const wchar_t* event
     m_state.store(State::THERE, std::memory_order_release);
 }
 
-void put_crash(core::TextBlocks& to, const CrashFacts& crash, core::LocalClock& clock)
+void put_crash(
+    core::TextBlocks& to, const CrashFacts& crash, const std::list<MINIDUMP_MODULE_CALLBACK>& modules,
+    core::LocalClock& clock)
 {
     to.put(L"<SessionLogData>");
     begin_element(
@@ -80,12 +85,11 @@ void put_crash(core::TextBlocks& to, const CrashFacts& crash, core::LocalClock& 
         to.put(L"/>");
     }
     to.put(L"</Exception><LoadedModules>");
-    if (const Kor_SessionLog* const crash_reporter = Kor_SessionLog::myInstance)
-        for (const MINIDUMP_MODULE_CALLBACK& module : crash_reporter->getModulesList())
-        {
-            begin_element(to, L"Module", [&](auto&& set) { tell_module(module, clock, set); });
-            to.put(L"/>");
-        }
+    for (const MINIDUMP_MODULE_CALLBACK& module : modules)
+    {
+        begin_element(to, L"Module", [&](auto&& set) { tell_module(module, clock, set); });
+        to.put(L"/>");
+    }
     to.put(L"</LoadedModules></SessionLogData>");
 }
 } // namespace kor

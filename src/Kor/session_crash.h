@@ -11,6 +11,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <iterator>
+#include <list>
 #include <optional>
 #include <string_view>
 
@@ -25,6 +26,8 @@ namespace kor
 {
 /// How much memory the process uses, nothing when Windows does not tell.
 std::optional<PROCESS_MEMORY_COUNTERS_EX> sample_memory() noexcept;
+/// The same of a process that the handle allows to be read.
+std::optional<PROCESS_MEMORY_COUNTERS_EX> sample_memory_of(HANDLE process) noexcept;
 
 /// What is known of a crash when it comes.
 struct CrashFacts
@@ -66,9 +69,11 @@ private:
     CrashFacts m_facts{};
 };
 
-/// Puts the element SessionLogData of a report for which the gatherer's document cannot be had: with the crash and the
-/// modules. Takes no memory.
-void put_crash(core::TextBlocks& to, const CrashFacts& crash, core::LocalClock& clock);
+/// Puts the element SessionLogData of a report for which no gatherer's document can be had: with the crash and the modules.
+/// Takes no memory.
+void put_crash(
+    core::TextBlocks& to, const CrashFacts& crash, const std::list<MINIDUMP_MODULE_CALLBACK>& modules,
+    core::LocalClock& clock);
 
 // Each calls set(name, text) with what attributes an element of the report has, in their order.
 

@@ -298,3 +298,13 @@ void lum_crash_end(void)
 {
     contained([] { Kor_SessionLogHost::destroy(); });
 }
+
+int lum_watch_start(void)
+{
+    return contained(LUM_FAILED, [] { return Kor_SessionLogHost::startWatcher() ? LUM_OK : LUM_FAILED; });
+}
+
+int lum_heartbeat(const char* name, unsigned int milliseconds)
+{
+    return Kor_SessionLogHost::heartbeat(name, milliseconds) ? LUM_OK : LUM_FAILED;
+}

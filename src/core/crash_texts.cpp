@@ -10,6 +10,15 @@ namespace
 constexpr int BITS_OF_DIGIT = 4;
 constexpr int DIGITS = 8; // of a code
 
+constexpr std::string_view LINE_BREAK = "\r\n";
+
+void add_time(BoundedText& to, const LocalTime& time) noexcept
+{
+    to.add_number(time.day, 2).add('/').add_number(time.month, 2).add(' ');
+    to.add_number(time.hour, 2).add(':').add_number(time.minute, 2).add(':');
+    to.add_number(time.second, 2).add('.').add_number(time.milliseconds, 3);
+}
+
 void add_hex(BoundedText& to, std::uint64_t value, int digits) noexcept
 {
     for (int digit = digits - 1; digit >= 0; --digit)
@@ -54,16 +63,26 @@ wchar_t* write_digits(wchar_t* to, wchar_t separator, int value, int digits) noe
 
 std::string_view write_crash_line(char (&to)[CRASH_LINE_SIZE], const CrashLine& from) noexcept
 {
-    constexpr std::string_view LINE_BREAK = "\r\n";
     constexpr std::size_t LONGEST_REST = 64; // what stands behind the program, with its longest numbers
     BoundedText text(to, sizeof to);
-    text.add_number(from.time.day, 2).add('/').add_number(from.time.month, 2).add(' ');
-    text.add_number(from.time.hour, 2).add(':').add_number(from.time.minute, 2).add(':');
-    text.add_number(from.time.second, 2).add('.').add_number(from.time.milliseconds, 3);
+    add_time(text, from.time);
     text.add(" Crashed Process Details: ").add(from.program.substr(0, CRASH_LINE_SIZE - 2 * LONGEST_REST));
     text.add('[').add_unsigned(from.process).add(',').add_unsigned(from.thread).add("] Exception Code: 0x");
     add_hex(text, from.code, DIGITS);
     text.add(LINE_BREAK);
+    return {to, static_cast<std::size_t>(text.finish())};
+}
+
+std::string_view write_hang_line(char (&to)[CRASH_LINE_SIZE], const HangLine& from) noexcept
+{
+    constexpr std::size_t LONGEST_PROGRAM = 200;
+    constexpr std::size_t LONGEST_NAME = 64;
+    BoundedText text(to, sizeof to);
+    add_time(text, from.time);
+    text.add(" Hanging Process Details: ").add(from.program.substr(0, LONGEST_PROGRAM)).add('[');
+    text.add_unsigned(from.process).add("] Heartbeat: ").add(from.heartbeat.substr(0, LONGEST_NAME));
+    text.add(from.is_back ? std::string_view(", back after ") : std::string_view(", silent for "));
+    text.add_unsigned(from.silence_ms).add(" ms").add(LINE_BREAK);
     return {to, static_cast<std::size_t>(text.finish())};
 }
 

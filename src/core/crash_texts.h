@@ -29,6 +29,21 @@ constexpr std::size_t CRASH_LINE_SIZE = 400;
 /// break of a text file: day before month, the code in lower case. Cut when the program's path is too long.
 std::string_view write_crash_line(char (&to)[CRASH_LINE_SIZE], const CrashLine& from) noexcept;
 
+/// What the log of hangs tells.
+struct HangLine
+{
+    LocalTime time;
+    std::string_view program; ///< its full path
+    std::uint32_t process;
+    std::string_view heartbeat; ///< its name
+    std::uint64_t silence_ms;   ///< since the last one
+    bool is_back;
+};
+
+/// "05/03 14:07:09.042 Hanging Process Details: C:\app\viewer.exe[1200] Heartbeat: gui, silent for 10012 ms", or "back after
+/// 25012 ms", with the line break of a text file. Cut when the program's path is too long.
+std::string_view write_hang_line(char (&to)[CRASH_LINE_SIZE], const HangLine& from) noexcept;
+
 /// What the general log tells of a crash.
 struct CrashMessage
 {

@@ -31,6 +31,12 @@ public:
 /// LAST_SESSION_TIME counts as that.
 std::int64_t local_session_time(LocalClock& clock, std::uint64_t time);
 
+// What stands around all that a report or a state file tells.
+inline constexpr wchar_t REPORT_BEGIN[] = L"\xFEFF<?xml version=\"1.0\" encoding=\"utf-16\"?>"
+                                          L"<?xml-stylesheet type=\"text/xsl\" href=\"SessionLogSummary.xsl\"?>"
+                                          L"<lumariscontext>";
+inline constexpr wchar_t REPORT_END[] = L"</lumariscontext>";
+
 /// The library's own warnings in a report.
 constexpr std::wstring_view OWN_WARNING_SUBJECT = L"Kor_SessionLogGatherer";
 /// Behind the number of events.

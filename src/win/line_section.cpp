@@ -2,9 +2,9 @@
 
 #include <windows.h>
 
-#include <sddl.h> // behind windows.h
-
 #include <utility>
+
+#include "win/owners_security.h"
 
 namespace kor::win
 {
@@ -14,30 +14,6 @@ std::uint64_t number_of(const FILETIME& time) noexcept
 {
     return std::uint64_t{time.dwHighDateTime} << 32 | time.dwLowDateTime;
 }
-
-/// The account that the process runs under may do everything, and so may the system; administrators may read. What a
-/// program logs is not for everybody on the machine.
-class OwnersSecurity
-{
-public:
-    OwnersSecurity() noexcept
-    {
-        constexpr char RIGHTS[] = "D:P(A;;GA;;;OW)(A;;GA;;;SY)(A;;GR;;;BA)";
-        PSECURITY_DESCRIPTOR descriptor = nullptr;
-        if (::ConvertStringSecurityDescriptorToSecurityDescriptorA(RIGHTS, SDDL_REVISION_1, &descriptor, nullptr))
-            m_descriptor = OwnedLocalMemory(descriptor);
-        m_attributes.nLength = sizeof m_attributes;
-        m_attributes.lpSecurityDescriptor = m_descriptor.get(); // null: what the account's token says, which is no more
-    }
-    OwnersSecurity(const OwnersSecurity&) = delete;
-    OwnersSecurity& operator=(const OwnersSecurity&) = delete;
-
-    SECURITY_ATTRIBUTES* attributes() noexcept { return &m_attributes; }
-
-private:
-    OwnedLocalMemory m_descriptor;
-    SECURITY_ATTRIBUTES m_attributes{};
-};
 } // namespace
 
 core::RingOwner own_process() noexcept
@@ -60,7 +36,7 @@ LineSection::LineSection(const core::RingOwner& owner, std::size_t size, bool is
 /// What somebody else has made under that name is not touched.
 bool LineSection::make(const char* name, std::size_t size) noexcept
 {
-    OwnersSecurity security;
+    OwnersSecurity security(OwnersSecurity::Owner::BY_NAME);
     ::SetLastError(ERROR_SUCCESS);
     OwnedHandle mapping(::CreateFileMappingA(
         INVALID_HANDLE_VALUE, security.attributes(), PAGE_READWRITE, 0, static_cast<DWORD>(size), name));

@@ -24,6 +24,7 @@ public:
     LineSection(const core::RingOwner& owner, std::size_t size, bool is_global) noexcept;
 
     void* view() const noexcept { return m_view.get(); }
+    HANDLE mapping() const noexcept { return m_mapping.get(); }
 
 private:
     bool make(const char* name, std::size_t size) noexcept;

@@ -18,7 +18,8 @@ import zlib
 import jsonschema
 
 DOCUMENTS = "share/doc/lumlog/"
-PROGRAMS = {"bin/LUMlog.dll", "bin/LUMlogEvents.dll", "bin/LevelSync.exe", "bin/lumlog-admin.exe"}
+PROGRAMS = {"bin/LUMlog.dll", "bin/LUMlogEvents.dll", "bin/LUMlogWatch.exe", "bin/LevelSync.exe",
+            "bin/lumlog-admin.exe"}
 LIBRARIES = {
     "lib/LUMlog.lib", "lib/libLUMlog.dll.a", "lib/cmake/LUMlog/LUMlogConfig.cmake",
     "lib/cmake/LUMlog/LUMlogConfigVersion.cmake", "lib/cmake/LUMlog/LUMlogEventMessages.cmake",

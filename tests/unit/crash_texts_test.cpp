@@ -97,6 +97,34 @@ TEST(CrashMessage, HasNamesInUtf8AndCutsThoseThatAreTooLong)
                  "+0xffffffffffffffff");
 }
 
+// Hangs --------------------------------------------------------------------------------------------------------------
+std::string hang_line(const kor::core::HangLine& line)
+{
+    char text[kor::core::CRASH_LINE_SIZE];
+    return std::string(kor::core::write_hang_line(text, line));
+}
+
+TEST(HangLine, TellsWhoHangsAndForHowLong)
+{
+    kor::core::HangLine line{{2024, 3, 5, 14, 7, 9, 42}, "C:\\app\\viewer.exe", 1200, "gui", 10012, false};
+    EXPECT_EQ(
+        hang_line(line), "05/03 14:07:09.042 Hanging Process Details: C:\\app\\viewer.exe[1200] Heartbeat: gui, silent "
+                         "for 10012 ms\r\n");
+    line.is_back = true;
+    EXPECT_EQ(
+        hang_line(line), "05/03 14:07:09.042 Hanging Process Details: C:\\app\\viewer.exe[1200] Heartbeat: gui, back "
+                         "after 10012 ms\r\n");
+}
+
+TEST(HangLine, IsWholeHoweverLongItsTextsAre)
+{
+    const std::string text(1000, 'x');
+    const std::string line = hang_line({{2024, 3, 5, 14, 7, 9, 42}, text, UINT32_MAX, text, UINT64_MAX, true});
+    EXPECT_EQ(
+        line, "05/03 14:07:09.042 Hanging Process Details: " + std::string(200, 'x') +
+                  "[4294967295] Heartbeat: " + std::string(64, 'x') + ", back after 18446744073709551615 ms\r\n");
+}
+
 TEST(FileStamp, HasDateAndTimeInDigits)
 {
     EXPECT_EQ(stamp_of({2024, 1, 31, 23, 59, 59, 7}), L"-2024-01-31-235959");

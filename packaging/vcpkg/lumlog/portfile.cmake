@@ -13,7 +13,8 @@ file(INSTALL "${source_path}/include/lumlog" DESTINATION "${CURRENT_PACKAGES_DIR
 file(INSTALL "${source_path}/bin/LUMlog.dll" DESTINATION "${CURRENT_PACKAGES_DIR}/bin")
 file(INSTALL "${source_path}/lib/LUMlog.lib" "${source_path}/lib/libLUMlog.dll.a" "${source_path}/lib/cmake"
      DESTINATION "${CURRENT_PACKAGES_DIR}/lib")
-file(INSTALL "${source_path}/bin/LUMlogEvents.dll" "${source_path}/bin/LevelSync.exe" "${source_path}/bin/lumlog-admin.exe"
+file(INSTALL "${source_path}/bin/LUMlogEvents.dll" "${source_path}/bin/LevelSync.exe" "${source_path}/bin/LUMlogWatch.exe"
+             "${source_path}/bin/lumlog-admin.exe"
              "${source_path}/bin/LUMlog.dll" DESTINATION "${CURRENT_PACKAGES_DIR}/tools/${PORT}")
 vcpkg_cmake_config_fixup(PACKAGE_NAME LUMlog CONFIG_PATH lib/cmake/LUMlog)
 file(GLOB licences "${source_path}/share/doc/lumlog/licences/*/*")

@@ -1,0 +1,221 @@
+#include "core/watch_reading.h"
+
+#include <algorithm>
+#include <iterator>
+#include <utility>
+
+#include "core/fixed_text.h"
+#include "core/session_changes.h"
+
+namespace kor::core
+{
+namespace
+{
+constexpr WatchTime LOOK_AT_LATE_MS = 500; // how often at a process that hangs, until it is back
+
+/// Control characters would stand in a log line or a report.
+std::string heartbeat_name(const WatchedHeartbeat& beat)
+{
+    char copy[sizeof beat.name];
+    std::copy(std::begin(beat.name), std::end(beat.name), std::begin(copy)); // once, as it may be changing
+    std::string name(bounded(copy));
+    std::replace_if(
+        name.begin(), name.end(), [](char c) { return static_cast<unsigned char>(c) < ' '; }, '?');
+    return name;
+}
+
+/// "" when it does not fit, as two names must not become one.
+std::string_view fitting_name(std::string_view name) noexcept
+{
+    return name.size() < sizeof(WatchedHeartbeat::name) ? name : std::string_view();
+}
+
+const WatchedHeartbeat* find_heartbeat(const WatchedProcess& in, std::string_view name) noexcept
+{
+    for (const WatchedHeartbeat& beat : in.heartbeats)
+        if (beat.is_named.load(std::memory_order_acquire) != 0 && bounded(beat.name) == name)
+            return &beat;
+    return nullptr;
+}
+} // namespace
+
+bool is_watched_process(const WatchedProcess& from, std::size_t size, const ProcessIdentity& identity) noexcept
+{
+    return size >= sizeof from && from.magic.load(std::memory_order_acquire) == WATCH_MAGIC &&
+           from.version == WATCH_VERSION && from.size == sizeof from && from.identity == identity;
+}
+
+std::wstring watched_text(const char16_t* from, std::size_t size)
+{
+    std::wstring text;
+    for (std::size_t i = 0; i < size; ++i)
+    {
+        const char16_t one = from[i];
+        if (one == u'\0')
+            break;
+        text += static_cast<wchar_t>(one);
+    }
+    return text;
+}
+
+std::wstring watched_file_name(const char16_t* from, std::size_t size)
+{
+    std::wstring name = watched_text(from, size);
+    const bool is_elsewhere = name.find_first_of(L"\\/:") != std::wstring::npos;
+    return is_elsewhere ? std::wstring() : name;
+}
+
+void tell_text(char16_t* to, std::size_t size, std::wstring_view from) noexcept
+{
+    const std::size_t length = std::min(from.size(), size - 1);
+    for (std::size_t i = 0; i < length; ++i)
+        to[i] = static_cast<char16_t>(from[i]);
+    to[length] = u'\0';
+}
+
+bool is_orderly_end(std::uint32_t exit_code, bool came_to_end) noexcept
+{
+    constexpr std::uint32_t TERMINATED_BY_SYSTEM =
+        0x40010004;                                 // DBG_TERMINATE_PROCESS: a logoff, or the machine goes down
+    constexpr std::uint32_t CONTROL_C = 0xC000013A; // also when the window of a console is closed
+    constexpr std::uint32_t SEVERITY = 0xF0000000;
+    constexpr std::uint32_t SYSTEM_ERROR = 0xC0000000; // of an NTSTATUS
+    if (exit_code == TERMINATED_BY_SYSTEM || exit_code == CONTROL_C)
+        return true;
+    return came_to_end && (exit_code & SEVERITY) != SYSTEM_ERROR;
+}
+
+std::uint32_t missing_steps(const WatchedProcess& from, WatchTime now) noexcept
+{
+    constexpr WatchTime OF_THIS_END_MS = 120'000;
+    constexpr std::uint32_t ALL = WATCH_LINE | WATCH_LAST_LINES | WATCH_REPORT;
+    const std::uint32_t steps = from.steps.load(std::memory_order_acquire);
+    const WatchTime time = from.step_time.load(std::memory_order_relaxed);
+    const bool is_of_this_end = time <= now && now - time <= OF_THIS_END_MS;
+    std::uint32_t missing = is_of_this_end ? ALL & ~steps : ALL;
+    if (from.line_only.load(std::memory_order_relaxed) != 0)
+        missing &= ~std::uint32_t{WATCH_REPORT};
+    return missing;
+}
+
+// Events -------------------------------------------------------------------------------------------------------------
+WatchedEvents::WatchedEvents(const WatchedProcess& from)
+{
+    std::vector<std::pair<std::uint64_t, std::uint32_t>> order; // sequence, slot
+    for (std::uint32_t slot = 0; slot < WATCHED_EVENTS; ++slot)
+        if (const std::uint64_t sequence = from.event_ring[slot].sequence.load(std::memory_order_acquire);
+            sequence != 0)
+            order.emplace_back(sequence, slot);
+    std::sort(order.begin(), order.end());
+    for (const auto& [sequence, slot] : order)
+    {
+        const WatchedEvent& told = from.event_ring[slot];
+        SessionEvent event;
+        event.type = watched_text(told.type, std::size(told.type));
+        event.subject = watched_text(told.subject, std::size(told.subject));
+        event.info = watched_text(told.info, std::size(told.info));
+        event.flags = told.flags;
+        event.weight = told.weight;
+        event.begin_time = told.begin_time;
+        event.end_time = told.end_time;
+        const std::uint32_t list = told.list;
+        std::atomic_thread_fence(std::memory_order_acquire);
+        if (told.sequence.load(std::memory_order_relaxed) != sequence)
+            continue;
+        if (list == static_cast<std::uint32_t>(ReportList::ERRORS))
+            errors.push_back(std::move(event));
+        else if (list == static_cast<std::uint32_t>(ReportList::WARNINGS))
+            warnings.push_back(std::move(event));
+        else
+            history.push_back(std::move(event));
+    }
+}
+
+void tell_event(
+    WatchedProcess& to, const SessionEvent& event, std::uint32_t list, std::uint64_t begin, std::uint64_t end)
+{
+    const std::uint64_t sequence = to.events.fetch_add(1) + 1;
+    WatchedEvent& told = to.event_ring[sequence % WATCHED_EVENTS];
+    told.sequence.store(WatchedEvent::CHANGING);
+    std::atomic_thread_fence(std::memory_order_release);
+    tell_text(told.type, std::size(told.type), event.type);
+    tell_text(told.subject, std::size(told.subject), event.subject);
+    tell_text(told.info, std::size(told.info), event.info);
+    told.flags = event.flags;
+    told.weight = event.weight;
+    told.begin_time = begin;
+    told.end_time = end;
+    told.list = list;
+    told.sequence.store(sequence, std::memory_order_release);
+}
+
+std::uint32_t watched_module_count(const WatchedProcess& from) noexcept
+{
+    return std::min(from.module_count.load(std::memory_order_acquire), MOST_WATCHED_MODULES);
+}
+
+// Heartbeats -----------------------------------------------------------------------------------------------------------
+std::vector<LateHeartbeat> HeartbeatWatch::look(const WatchedProcess& from, WatchTime now)
+{
+    std::vector<LateHeartbeat> changes;
+    for (std::uint32_t slot = 0; slot < MOST_HEARTBEATS; ++slot)
+    {
+        const WatchedHeartbeat& beat = from.heartbeats[slot];
+        State& state = m_states[slot];
+        if (beat.is_named.load(std::memory_order_acquire) == 0)
+            continue;
+        const std::uint32_t period = beat.period_ms.load(std::memory_order_relaxed);
+        const WatchTime last = beat.beat.load(std::memory_order_relaxed);
+        const bool is_late =
+            period != 0 && last < now && now - last > period && (!state.is_late || last == state.late_since);
+        if (is_late == state.is_late)
+            continue;
+        const WatchTime back = last > state.late_since ? last : now; // where it was taken back, there was no beat
+        changes.push_back(
+            {slot, heartbeat_name(beat), is_late ? now - last : back - std::min(state.late_since, back), !is_late});
+        state = {is_late, last};
+    }
+    return changes;
+}
+
+WatchTime HeartbeatWatch::next_look(const WatchedProcess& from, WatchTime now) const noexcept
+{
+    WatchTime next = NEVER;
+    for (std::uint32_t slot = 0; slot < MOST_HEARTBEATS; ++slot)
+    {
+        const WatchedHeartbeat& beat = from.heartbeats[slot];
+        const std::uint32_t period = beat.period_ms.load(std::memory_order_relaxed);
+        if (beat.is_named.load(std::memory_order_acquire) == 0 || (period == 0 && !m_states[slot].is_late))
+            continue;
+        const WatchTime last = std::min(beat.beat.load(std::memory_order_relaxed), now);
+        next = std::min(next, m_states[slot].is_late ? now + LOOK_AT_LATE_MS : std::max(last + period, now) + 1);
+    }
+    return next;
+}
+
+bool tell_heartbeat(WatchedProcess& to, std::string_view name, std::uint32_t period_ms, WatchTime now) noexcept
+{
+    name = fitting_name(name);
+    if (name.empty())
+        return false;
+    auto* beat = const_cast<WatchedHeartbeat*>(find_heartbeat(to, name));
+    if (beat == nullptr)
+    {
+        beat = std::find_if(
+            std::begin(to.heartbeats), std::end(to.heartbeats),
+            [](const WatchedHeartbeat& one) { return one.is_named.load(std::memory_order_relaxed) == 0; });
+        if (beat == std::end(to.heartbeats))
+            return false;
+        beat->name[name.copy(beat->name, name.size())] = '\0';
+    }
+    beat->beat.store(now, std::memory_order_relaxed);
+    beat->period_ms.store(period_ms, std::memory_order_relaxed);
+    beat->is_named.store(1, std::memory_order_release);
+    return true;
+}
+
+bool is_heartbeat(const WatchedProcess& from, std::string_view name) noexcept
+{
+    return find_heartbeat(from, fitting_name(name)) != nullptr;
+}
+} // namespace kor::core

@@ -1,0 +1,96 @@
+// watch_reading.h - what a watcher makes of the memory of a process that it watches, in which nothing is taken on trust.
+
+#ifndef KOR_CORE_WATCH_READING_H
+#define KOR_CORE_WATCH_READING_H
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "core/session_events.h"
+#include "core/watch_layout.h"
+
+namespace kor::core
+{
+/// A clock that all processes of a machine share, and that stands still while the machine sleeps, in milliseconds.
+using WatchTime = std::uint64_t;
+
+/// True when that is the memory of this process in a version that is known.
+bool is_watched_process(const WatchedProcess& from, std::size_t size, const ProcessIdentity& identity) noexcept;
+
+/// A text of size characters at most, up to its nul.
+std::wstring watched_text(const char16_t* from, std::size_t size);
+
+/// The name of a file without a folder, empty where it is none: it names nothing elsewhere.
+std::wstring watched_file_name(const char16_t* from, std::size_t size);
+
+/// Copies a text into what a process tells, cut where there is no room for it and its nul.
+void tell_text(char16_t* to, std::size_t size, std::wstring_view from) noexcept;
+
+/// True for the end of a process that is nobody's fault. came_to_end: its DLLs were told of it.
+bool is_orderly_end(std::uint32_t exit_code, bool came_to_end) noexcept;
+
+/// What a process that has not ended orderly has still to be written for it: of WATCH_LINE, WATCH_LAST_LINES and
+/// WATCH_REPORT. now: when it was found to have ended. A crash writes for a minute at most; what was written long before the
+/// end was of something else.
+std::uint32_t missing_steps(const WatchedProcess& from, WatchTime now) noexcept;
+
+/// What was reported last, oldest first, in the lists of a report. What was just being written is left out.
+struct WatchedEvents
+{
+    explicit WatchedEvents(const WatchedProcess& from);
+
+    SessionEventList history;
+    SessionEventList errors;
+    SessionEventList warnings;
+};
+
+/// Tells the watcher of an event. Any thread may do so at any time, and nobody waits.
+void tell_event(
+    WatchedProcess& to, const SessionEvent& event, std::uint32_t list, std::uint64_t begin, std::uint64_t end);
+
+/// How many modules there are that can be read.
+std::uint32_t watched_module_count(const WatchedProcess& from) noexcept;
+
+/// A heartbeat that did not come, or came back.
+struct LateHeartbeat
+{
+    std::uint32_t slot;
+    std::string name;
+    WatchTime silence; ///< how long ago the last one was; of one that is back: how long it was away
+    bool is_back;
+};
+
+/// Looks at the heartbeats of one process again and again, and tells of each hang once.
+class HeartbeatWatch
+{
+public:
+    static constexpr WatchTime NEVER = ~WatchTime{0};
+
+    /// What has changed since the last time.
+    std::vector<LateHeartbeat> look(const WatchedProcess& from, WatchTime now);
+
+    /// When to look again at the latest.
+    WatchTime next_look(const WatchedProcess& from, WatchTime now) const noexcept;
+
+private:
+    struct State
+    {
+        bool is_late = false;
+        WatchTime late_since = 0; // the last beat in front of the hang
+    };
+
+    State m_states[MOST_HEARTBEATS];
+};
+
+/// Notes a beat. False when there are as many names already as there is room for, or without a name. For one thread at a
+/// time where the name is new.
+bool tell_heartbeat(WatchedProcess& to, std::string_view name, std::uint32_t period_ms, WatchTime now) noexcept;
+
+/// True when there has been a beat of that name.
+bool is_heartbeat(const WatchedProcess& from, std::string_view name) noexcept;
+} // namespace kor::core
+
+#endif // KOR_CORE_WATCH_READING_H

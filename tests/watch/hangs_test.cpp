@@ -1,0 +1,66 @@
+// Processes that do not keep their promise to come back.
+
+#include "watched_hosts.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "Kor_CrashHandlers.h"
+#include "Kor_LogFile.h"
+#include "Kor_SessionLog.h"
+
+namespace
+{
+using ::testing::HasSubstr;
+
+constexpr unsigned long NOT_WATCHED = 40; // exit codes
+} // namespace
+
+KOR_CHILD(hangs_and_comes_back)
+{
+    const Signal come_back(args[0]);
+    const Signal end(args[1]);
+    KorGLog.Open("test.log", "viewer");
+    if (!Kor_CrashHandlers::Install() || !Kor_SessionLogHost::startWatcher())
+        return NOT_WATCHED;
+    Kor_SessionLogHost::heartbeat("gui", 200);
+    Kor_SessionLogHost::heartbeat("reader", 200);
+    Kor_SessionLogHost::heartbeat("reader", 0); // promises nothing any more
+    come_back.wait();
+    Kor_SessionLogHost::heartbeat("gui", 3'600'000);
+    return end.wait() ? 0 : 1;
+}
+
+namespace
+{
+TEST(Heartbeats, ThatDoNotComeAreToldOnceAndAgainWhenTheyAreBack)
+{
+    const Leavings left;
+    const Signal come_back("watch_come_back");
+    const Signal end("watch_hang_end");
+    ChildOptions options = left.directory().for_child();
+    options.arguments = {"watch_come_back", "watch_hang_end"};
+    Child host("hangs_and_comes_back", options);
+    host.ensure_begun();
+
+    const auto lines = [&] { return lines_of(left.directory().text("hangs.log")); };
+    ASSERT_TRUE(comes_true([&] { return left.report("hang-").find("</lumariscontext>") != std::string::npos; }));
+    ASSERT_EQ(lines().size(), 1u);
+    EXPECT_THAT(lines()[0], HasSubstr("Hanging Process Details: "));
+    EXPECT_THAT(lines()[0], HasSubstr('[' + std::to_string(host.pid()) + "] Heartbeat: gui, silent for "));
+    EXPECT_THAT(left.report("hang-"), HasSubstr(" Code=\"0xe0000003\" EventID=\"gui\""));
+    EXPECT_GE(elements(left.report("hang-"), "Module").size(), 4u);
+    EXPECT_EQ(left.dumps(), 1u);
+
+    come_back.give();
+    ASSERT_TRUE(comes_true([&] { return lines().size() == 2; }));
+    EXPECT_THAT(lines()[1], HasSubstr("] Heartbeat: gui, back after "));
+    end.give();
+    EXPECT_EQ(host.wait(PATIENCE_MS).exit_code, 0u);
+    ASSERT_TRUE(nobody_is_watched());
+    EXPECT_EQ(lines().size(), 2u);
+    EXPECT_EQ(left.dumps(), 1u);
+    EXPECT_EQ(left.files("hang-", ".xml").size(), 1u);
+    EXPECT_EQ(left.crashes(), 0u);
+}
+} // namespace

@@ -1,0 +1,21 @@
+// local_dumps.h - whether Windows itself writes a minidump of a program whose end no handler sees.
+
+#ifndef LUMLOGWATCH_LOCAL_DUMPS_H
+#define LUMLOGWATCH_LOCAL_DUMPS_H
+
+#include <string>
+
+namespace lumlogwatch
+{
+/// Where the program's settings are, in HKEY_LOCAL_MACHINE.
+std::wstring local_dumps_key(const std::wstring& program);
+
+/// Has Windows write minidumps of a program, by its file name, into a folder, the newest ten of them. Returns an error of
+/// Windows, 0: done.
+unsigned long register_program(const std::wstring& program, const std::wstring& folder);
+
+/// Takes that back. A program that was not registered is no error.
+unsigned long unregister_program(const std::wstring& program);
+} // namespace lumlogwatch
+
+#endif // LUMLOGWATCH_LOCAL_DUMPS_H

@@ -1,0 +1,20 @@
+// text.h - texts of the command line and of the system.
+
+#ifndef LUMLOGWATCH_TEXT_H
+#define LUMLOGWATCH_TEXT_H
+
+#include <string>
+#include <string_view>
+
+namespace lumlogwatch
+{
+std::string utf8(std::wstring_view text);
+
+/// Of UTF-8.
+std::wstring wide(std::string_view text);
+
+/// What the system calls an error of GetLastError, with its number.
+std::string system_text(unsigned long error);
+} // namespace lumlogwatch
+
+#endif // LUMLOGWATCH_TEXT_H
