@@ -5,7 +5,7 @@
 . "$(dirname "${BASH_SOURCE[0]}")/lib/setup.sh"
 
 ensure_packages "${base_packages[@]}" "${test_packages[@]}"
-ensure_dependencies ace xerces-c googletest libzip
+ensure_dependencies ace xerces-c googletest libzip cpp-httplib
 ensure_java
 preset=mingw-release
 configure_preset "$preset" || fail "The build could not be set up."

@@ -5,7 +5,7 @@
 . "$(dirname "${BASH_SOURCE[0]}")/lib/setup.sh"
 
 ensure_packages "${base_packages[@]}" "${bench_packages[@]}" python3
-ensure_dependencies ace xerces-c benchmark libzip
+ensure_dependencies ace xerces-c benchmark libzip cpp-httplib
 configure_preset mingw-bench || fail "The build could not be set up."
 build_preset mingw-bench || fail "The benchmarks could not be built."
 

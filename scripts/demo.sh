@@ -281,7 +281,7 @@ case $part in
 esac
 
 ensure_packages "${base_packages[@]}" "${demo_packages[@]}"
-ensure_dependencies ace xerces-c googletest libzip
+ensure_dependencies ace xerces-c googletest libzip cpp-httplib
 configure_preset mingw-release || fail "The build could not be set up."
 build_preset mingw-release LUMlog LevelSync examples || fail "LUMlog could not be built."
 

@@ -5,5 +5,5 @@
 . "$(dirname "${BASH_SOURCE[0]}")/lib/setup.sh"
 
 ensure_packages "${base_packages[@]}"
-ensure_dependencies ace xerces-c googletest libzip
+ensure_dependencies ace xerces-c googletest libzip cpp-httplib
 say "$dependency_path"

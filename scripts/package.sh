@@ -20,7 +20,7 @@ case ${1:-} in
 esac
 
 ensure_packages "${base_packages[@]}" "${packaging_packages[@]}"
-ensure_dependencies ace xerces-c libzip
+ensure_dependencies ace xerces-c libzip cpp-httplib
 ensure_java_compiler
 make_packages "$@"
 for package in "$build_dir/mingw-package/packages"/*; do

@@ -145,7 +145,7 @@ done
 [ ${#soaks[@]} -gt 0 ] || soaks=("${all_soaks[@]}")
 
 ensure_packages "${base_packages[@]}" "${test_packages[@]}"
-ensure_dependencies ace xerces-c googletest libzip
+ensure_dependencies ace xerces-c googletest libzip cpp-httplib
 ensure_java
 configure_preset "$preset" || fail "The build could not be set up."
 build_preset "$preset" || fail "The tests could not be built."

@@ -247,7 +247,7 @@ ensure_packages "${base_packages[@]}" "${test_packages[@]}"
 for stage in "${stages[@]}"; do
     case $stage in
         headers | mingw-* | clang-* | shipping | package)
-            ensure_dependencies ace xerces-c googletest libzip
+            ensure_dependencies ace xerces-c googletest libzip cpp-httplib
             ensure_java
             break
             ;;

@@ -20,7 +20,7 @@ case ${1:-} in
 esac
 
 ensure_packages "${base_packages[@]}" "${test_packages[@]}"
-ensure_dependencies ace xerces-c googletest libzip
+ensure_dependencies ace xerces-c googletest libzip cpp-httplib
 ensure_java
 make_test_kit "$with_benchmarks"
 say "$build_dir/LUMlog-test-kit.zip"

@@ -13,6 +13,7 @@ dependency_version()
         xerces-c) echo 3.2.4 ;;
         benchmark) echo 1.7.1 ;;
         libzip) echo 1.7.3 ;;
+        cpp-httplib) echo 0.11.4 ;;
         googletest) dpkg-query -W -f '${Version}' googletest | sed 's/-.*//' ;;
         *) fail "No recipe for a dependency called $1." ;;
     esac

@@ -35,7 +35,7 @@ make_test_kit()
     : >"$kit/benchmarks.txt"
     if [ -n "${1:-}" ]; then
         ensure_packages "${bench_packages[@]}"
-        ensure_dependencies ace xerces-c benchmark libzip
+        ensure_dependencies ace xerces-c benchmark libzip cpp-httplib
         configure_preset mingw-bench && build_preset mingw-bench || fail "The benchmarks could not be built."
         cp "$bench/bin/bench_floor.dll" "$kit/bin/"
         for name in "$project_dir"/bench/*.cpp; do

@@ -2,7 +2,7 @@
 # The packages of a tree, made by CPack.
 
 # What was built from source, and so what packages have the licences of.
-licensed_sources=(ace xerces-c libzip)
+licensed_sources=(ace xerces-c libzip cpp-httplib)
 
 # The commit's time; what has no history gives it itself.
 source_date()

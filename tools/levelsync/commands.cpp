@@ -1,4 +1,4 @@
-// The table of commands: one line for each. COMMAND(x) stands for command_x of commands/x.cpp. The first is what
+// The table of commands: one line for each. COMMAND(x) stands for command_x of commands/x.cpp, or of a folder of its own. The first is what
 // LevelSync without a command does.
 
 #include "command.h"
@@ -23,6 +23,7 @@
     COMMAND(tail)          \
     COMMAND(doctor)        \
     COMMAND(collect)       \
+    COMMAND(page)          \
     COMMAND(keep)
 // clang-format on
 

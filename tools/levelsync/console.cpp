@@ -62,11 +62,18 @@ Console::Console()
 {
 }
 
+Console::Console(std::string& out, std::string& err) : m_coloured(false)
+{
+    m_out.kept = &out;
+    m_err.kept = &err;
+}
+
 Console::~Console()
 {
     flush();
-    ::CloseHandle(m_out.handle);
-    ::CloseHandle(m_err.handle);
+    for (const Stream& stream : {m_out, m_err})
+        if (stream.handle != nullptr)
+            ::CloseHandle(stream.handle);
 }
 
 void Console::print(std::string_view text, Style style)
@@ -126,6 +133,11 @@ int Console::width() const noexcept
 /// Where nobody listens any more, nothing is left to be told: errors of the output are not looked at.
 void Console::write(const Stream& to, std::string_view text, Style style) const
 {
+    if (to.kept != nullptr)
+    {
+        *to.kept += text;
+        return;
+    }
     DWORD written = 0;
     if (!to.is_terminal)
     {

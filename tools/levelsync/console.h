@@ -26,6 +26,10 @@ class Console
 {
 public:
     Console();
+
+    /// Prints nothing: what would go to standard output and to standard error is kept in two texts, which live as long.
+    Console(std::string& out, std::string& err);
+
     Console(const Console&) = delete;
     Console& operator=(const Console&) = delete;
     ~Console();
@@ -53,6 +57,7 @@ private:
     struct Stream
     {
         void* handle = nullptr;
+        std::string* kept = nullptr; // instead of the handle
         bool is_terminal = false;
         unsigned short colours = 0;
     };

@@ -367,6 +367,20 @@ FoundLogs find_all_logs(const std::wstring& folder, const HostList& list)
     return all;
 }
 
+std::vector<std::wstring> log_folders(const Folder& folder)
+{
+    std::vector<std::wstring> folders{folder.path};
+    for (const Host& host : find_hosts().hosts)
+    {
+        const bool exists = host.folder && ::GetFileAttributesW(host.folder->c_str()) != INVALID_FILE_ATTRIBUTES;
+        const auto is_same = [&](const std::wstring& known)
+        { return ::lstrcmpiW(known.c_str(), host.folder->c_str()) == 0; };
+        if (exists && std::none_of(folders.begin(), folders.end(), is_same))
+            folders.push_back(*host.folder);
+    }
+    return folders;
+}
+
 void add_hosts_by_logs(HostList& list, const LogEnds& ends)
 {
     const auto knows_it = [&](const ClosedProcess& closed)

@@ -91,6 +91,9 @@ Json json_of(const Host& host, const LogEnds& ends);
 /// Logs of the folder and of the folders of all hosts, each once.
 FoundLogs find_all_logs(const std::wstring& folder, const HostList& list);
 
+/// The folder of the level file, and where running processes have others that are there, those: each once.
+std::vector<std::wstring> log_folders(const Folder& folder);
+
 /// Adds to the hosts those processes that could not be looked into but have written to a log since they started.
 void add_hosts_by_logs(HostList& list, const LogEnds& ends);
 } // namespace levelsync

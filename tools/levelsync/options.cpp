@@ -1,9 +1,13 @@
 #include "options.h"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cstdint>
 #include <optional>
+#include <utility>
 #include <vector>
+
+#include "failure.h"
 
 namespace levelsync
 {
@@ -59,4 +63,20 @@ Option* Options::add_flag(const std::string& names, bool& value, const std::stri
 }
 
 Option* Options::add(CLI::Option& option) { return &m_options.emplace_back(option); }
+
+void take_words(const std::function<void(Options&)>& declare, std::vector<std::string> words)
+{
+    CLI::App app;
+    Options options(app);
+    declare(options);
+    try
+    {
+        std::reverse(words.begin(), words.end());
+        app.parse(std::move(words));
+    }
+    catch (const CLI::ParseError& error)
+    {
+        throw Failure(error.what(), "LevelSync --help shows how its commands are called.", WRONG_CALL);
+    }
+}
 } // namespace levelsync

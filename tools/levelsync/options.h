@@ -4,7 +4,9 @@
 #define LEVELSYNC_OPTIONS_H
 
 #include <deque>
+#include <functional>
 #include <string>
+#include <vector>
 
 namespace CLI
 {
@@ -53,6 +55,10 @@ private:
     CLI::App& m_app;
     std::deque<Option> m_options;
 };
+
+/// Gives declared options their values of words, as they could be typed behind a command's name. Throws Failure for words
+/// that they do not take.
+void take_words(const std::function<void(Options&)>& declare, std::vector<std::string> words);
 } // namespace levelsync
 
 #endif // LEVELSYNC_OPTIONS_H

@@ -1,5 +1,8 @@
 // main.cpp - LevelSync as it is built, on a machine that refuses what the variable LEVELSYNC_FAULT names.
 
+// In front of windows.h, which else brings the older one.
+#include <winsock2.h>
+
 #include <windows.h>
 
 #include <shellapi.h>
@@ -34,10 +37,9 @@ decltype(&::GetProcAddress) real_get_proc_address = nullptr;
 decltype(&::GetTickCount64) real_get_tick_count = nullptr;
 
 template <class Function>
-void find_real(const char* name, Function& function)
+void find_real(const char* name, Function& function, const wchar_t* library = L"kernel32.dll")
 {
-    function = reinterpret_cast<Function>(
-        reinterpret_cast<void*>(::GetProcAddress(::GetModuleHandleW(L"kernel32.dll"), name)));
+    function = reinterpret_cast<Function>(reinterpret_cast<void*>(::GetProcAddress(::GetModuleHandleW(library), name)));
 }
 
 // A fault is "WHAT NAME": WHAT is refused for files of that name.
@@ -79,6 +81,20 @@ BOOL WINAPI move_file(LPCWSTR from, LPCWSTR to, DWORD flags)
         return real_move_file(from, to, flags);
     ::SetLastError(ERROR_SHARING_VIOLATION);
     return FALSE;
+}
+
+decltype(&::accept) real_accept = nullptr;
+
+/// For "reset": the first connection is gone again when it is to be accepted.
+SOCKET WSAAPI accept_connection(SOCKET listener, sockaddr* address, int* size)
+{
+    static int accepted = 0;
+    const SOCKET connection = real_accept(listener, address, size);
+    if (fault() != L"reset" || connection == INVALID_SOCKET || accepted++ > 0)
+        return connection;
+    ::closesocket(connection);
+    ::WSASetLastError(WSAECONNRESET);
+    return INVALID_SOCKET;
 }
 
 /// For "hurry" a clock that runs a hundred times as fast.
@@ -191,15 +207,17 @@ int main()
     find_real("MoveFileExW", real_move_file);
     find_real("GetProcAddress", real_get_proc_address);
     find_real("GetTickCount64", real_get_tick_count);
+    find_real("accept", real_accept, L"ws2_32.dll");
     const HMODULE self = ::GetModuleHandleW(nullptr);
     const ImportHook files(self, "CreateFileW", reinterpret_cast<void*>(&open_file));
     const ImportHook moves(self, "MoveFileExW", reinterpret_cast<void*>(&move_file));
     const ImportHook found(self, "GetProcAddress", reinterpret_cast<void*>(&WindowsSession::find));
     const ImportHook clock(self, "GetTickCount64", reinterpret_cast<void*>(&tick_count));
+    const ImportHook connections(self, "accept", reinterpret_cast<void*>(&accept_connection));
     const ImportHook mappings("OpenFileMappingA", reinterpret_cast<void*>(&open_mapping));
     const ImportHook new_mappings("CreateFileMappingA", reinterpret_cast<void*>(&create_mapping));
     if (!files.installed() || !moves.installed() || !found.installed() || !clock.installed() || !mappings.installed() ||
-        !new_mappings.installed())
+        !new_mappings.installed() || !connections.installed())
         return 99;
     int count = 0;
     wchar_t** const values = ::CommandLineToArgvW(::GetCommandLineW(), &count);

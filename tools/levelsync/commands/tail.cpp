@@ -51,7 +51,7 @@ public:
         const kor::core::RuleFilters rule = m_filters.for_rule();
 
         const StopSignal stop; // from here on nothing ends the process before the change is taken back
-        const std::vector<std::wstring> followed = folders(tool);
+        const std::vector<std::wstring> followed = log_folders(tool.folder);
         ChangeOptions options;
         options.is_dry_run = m_is_dry_run;
         options.until = now() + *length;
@@ -76,21 +76,6 @@ public:
     }
 
 private:
-    /// Of the level file, and where running processes have others.
-    static std::vector<std::wstring> folders(const Tool& tool)
-    {
-        std::vector<std::wstring> folders{tool.folder.path};
-        for (const Host& host : find_hosts().hosts)
-        {
-            const bool exists = host.folder && ::GetFileAttributesW(host.folder->c_str()) != INVALID_FILE_ATTRIBUTES;
-            const auto is_same = [&](const std::wstring& known)
-            { return ::lstrcmpiW(known.c_str(), host.folder->c_str()) == 0; };
-            if (exists && std::none_of(folders.begin(), folders.end(), is_same))
-                folders.push_back(*host.folder);
-        }
-        return folders;
-    }
-
     /// What is that high for everybody stays as it is.
     static void raise(Editor& editor, int package, int level, const kor::core::RuleFilters& rule)
     {
