@@ -20,6 +20,8 @@
 #              line is there once, with its fields (200,000 lines)
 #   watcher    hosts that are watched end in all ways, orderly or not, at random moments; whether each end that is none is told
 #              once, of the others nothing, and no process is left over (10,000 orderly ends and 1,000 others)
+#   site       an agent is killed at a random moment while its site changes; whether its machine always had a whole state
+#              (1000 kills), and a million overrides in etcd (once, where --times is not given)
 #   kit        the kit for real Windows as a whole, without its benchmarks, as somebody would use it (once)
 #   same       that two builds make the same packages, with everything compiled anew (once)
 # --times: how often instead, for each of them.
@@ -28,7 +30,7 @@
 
 . "$(dirname "${BASH_SOURCE[0]}")/lib/setup.sh"
 
-all_soaks=(ends publishes levelsync rotation clients recorder watcher java shipping kit same)
+all_soaks=(ends publishes levelsync rotation clients recorder watcher java shipping site kit same)
 soaks=()
 times=
 preset=mingw-release
@@ -106,6 +108,16 @@ soak_watcher()
 {
     export LUMLOG_TEST_WATCHED_ENDS=${times:-11000}
     run_case watch_tests WatchedEndsAtRandom.AreToldOnceAndOrderlyOnesNever
+}
+
+soak_site()
+{
+    ensure_packages "${site_test_packages[@]}"
+    ensure_etcd
+    build_site_programs || return
+    LUMLOG_TEST_SITE_KILLS=${times:-1000} site_soak_case a_machine_whose_agent_is_killed_at_any_moment_works || return
+    [ -n "$times" ] ||
+        LUMLOG_TEST_SITE_OVERRIDES=1000000 site_soak_case hostile_contents_of_etcd_are_refused_as_a_whole
 }
 
 soak_kit()

@@ -14,6 +14,7 @@
 #   mingw-debug    the tests again, with assertions; undefined behaviour stops a test
 #   clang-release  the tests again, built by Clang
 #   shipping       the files for programs that collect logs, with those programs
+#   site           LevelSync's agents with a real etcd, and with a folder that they share
 #   package        the ZIP and the installer, what is in them, and that two builds make the same
 # --quick is for a change to a file or two, before it is committed: format, direction, and of mingw-release the tests
 # that need no more than one process each. All others are for the whole run.
@@ -23,7 +24,7 @@
 
 . "$(dirname "${BASH_SOURCE[0]}")/lib/setup.sh"
 
-all_stages=(format direction headers native-asan native-fuzz mingw-release mingw-debug clang-release shipping package)
+all_stages=(format direction headers native-asan native-fuzz mingw-release mingw-debug clang-release shipping site package)
 quick_stages=(format direction mingw-release)
 quick_tests='^(unit|library|fault|capi|binary)/'
 stages=()
@@ -173,6 +174,22 @@ stage_shipping()
     done
 }
 
+stage_site()
+{
+    local case cases
+    ensure_packages "${site_test_packages[@]}"
+    ensure_etcd
+    if ! build_site_programs; then
+        failures+=("site: the build")
+        return
+    fi
+    mapfile -t cases < <(site_cases)
+    for case in "${cases[@]}"; do
+        [[ "site/$case" =~ $filter ]] || continue
+        record "site: ${case//_/ }" run_logged "Site: ${case//_/ }" "site-$case" site_case "$case"
+    done
+}
+
 # Every other stage: builds a preset and runs its tests.
 stage_preset()
 {
@@ -246,7 +263,7 @@ trap finish EXIT
 ensure_packages "${base_packages[@]}" "${test_packages[@]}"
 for stage in "${stages[@]}"; do
     case $stage in
-        headers | mingw-* | clang-* | shipping | package)
+        headers | mingw-* | clang-* | shipping | site | package)
             ensure_dependencies ace xerces-c googletest libzip cpp-httplib
             ensure_java
             break

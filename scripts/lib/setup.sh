@@ -35,6 +35,7 @@ cache_dir=${LUMLOG_CACHE:-${XDG_CACHE_HOME:-$HOME/.cache}/lumlog}
 . "$project_dir/scripts/lib/packaging.sh"
 . "$project_dir/scripts/lib/kit.sh"
 . "$project_dir/scripts/lib/shipping.sh"
+. "$project_dir/scripts/lib/site.sh"
 
 trap stop_wine_servers EXIT
 trap 'exit 130' INT

@@ -164,27 +164,6 @@ void settle(const Folder& folder, History& history)
     }
 }
 
-/// A file of some bytes for the library to read, where nothing is to be left in the folder.
-class TemporaryFile
-{
-public:
-    explicit TemporaryFile(std::string_view bytes)
-    {
-        wchar_t folder[MAX_PATH + 1] = {};
-        ::GetTempPathW(MAX_PATH + 1, folder);
-        m_path = folder + std::wstring(L"LevelSync-") + std::to_wstring(::GetCurrentProcessId()) + L".logger";
-        Replacement(m_path, bytes).put_in_place();
-    }
-    TemporaryFile(const TemporaryFile&) = delete;
-    TemporaryFile& operator=(const TemporaryFile&) = delete;
-    ~TemporaryFile() { ::DeleteFileW(m_path.c_str()); }
-
-    const std::wstring& path() const noexcept { return m_path; }
-
-private:
-    std::wstring m_path;
-};
-
 /// One change on its way.
 class Work
 {
@@ -206,8 +185,7 @@ public:
         outcome.is_running = running.conf != nullptr;
         if (m_options.is_dry_run)
         {
-            const TemporaryFile after(editor.file().bytes());
-            look_ahead(outcome, editor, running, bytes, *read_conf(after.path()));
+            look_ahead(outcome, editor, running, bytes, *conf_of(editor.file().bytes()));
             return outcome;
         }
         if (editor.lines().empty())
@@ -240,9 +218,8 @@ private:
         }
         if (running.conf && m_options.is_published)
             return;
-        const TemporaryFile before(bytes);
         if (!editor.lines().empty())
-            outcome.effects = texts_of(differences(*read_conf(before.path()), after));
+            outcome.effects = texts_of(differences(*conf_of(bytes), after));
     }
 
     void
@@ -362,6 +339,84 @@ Outcome publish_file(Tool& tool, Kor_LogConf& conf, const std::string& command, 
     history.finish(outcome.id);
     leave_line(tool.folder, *history.find(outcome.id));
     return outcome;
+}
+
+namespace
+{
+constexpr std::size_t MOST_EFFECTS_NOTED = 50;
+
+/// For the history, which is read as a whole by each LevelSync.
+std::vector<std::string> noted_effects(std::vector<std::string> effects)
+{
+    if (effects.size() <= MOST_EFFECTS_NOTED)
+        return effects;
+    const std::size_t more = effects.size() - MOST_EFFECTS_NOTED;
+    effects.resize(MOST_EFFECTS_NOTED);
+    effects.push_back(counted(more, "further change", "further changes"));
+    return effects;
+}
+
+/// Nothing when the file changed meanwhile: then it has to be looked at again.
+std::optional<Outcome> try_to_replace(
+    Tool& tool, const std::optional<std::string>& bytes, const std::string& wanted, History& history,
+    const std::string& command)
+{
+    const Running running = read_running();
+    require_readable(running);
+    std::optional<Replacement> replacement;
+    if (bytes != wanted)
+        replacement.emplace(tool.folder.file, wanted);
+    const Conf after = read_conf(replacement ? replacement->path_beside() : tool.folder.file);
+    const Conf before = running.conf ? nullptr : conf_of(bytes.value_or(std::string()));
+    Outcome outcome;
+    outcome.is_running = running.conf != nullptr;
+    outcome.effects = noted_effects(texts_of(differences(running.conf ? *running.conf : *before, *after)));
+    if (replacement && read_whole(tool.folder.file) != bytes)
+        return std::nullopt;
+    if (!replacement && outcome.effects.empty())
+        return outcome;
+    Change noted;
+    noted.command = command;
+    noted.effects = outcome.effects;
+    noted.file_after = fingerprint(wanted);
+    outcome.id = history.begin(noted);
+    try
+    {
+        if (replacement)
+            replacement->put_in_place();
+        if (running.conf)
+            publish(*after);
+    }
+    catch (const Failure& failure)
+    {
+        if (replacement && bytes && read_whole(tool.folder.file) == wanted)
+            Replacement(tool.folder.file, *bytes).put_in_place();
+        history.fail(outcome.id, failure.what());
+        throw;
+    }
+    history.finish(outcome.id);
+    leave_line(tool.folder, *history.find(outcome.id));
+    return outcome;
+}
+} // namespace
+
+Outcome replace_file(Tool& tool, const Making& making, const std::string& command)
+{
+    const Turn turn(tool);
+    History history(tool.folder);
+    settle(tool.folder, history);
+    for (int readings = 0; readings < MOST_READINGS; ++readings)
+    {
+        const auto bytes = read_whole(tool.folder.file);
+        const auto wanted = making(bytes, history);
+        if (!wanted)
+            return {};
+        if (auto outcome = try_to_replace(tool, bytes, *wanted, history, command))
+            return std::move(*outcome);
+    }
+    throw Failure(
+        "Another program keeps writing to " + shown(utf8(tool.folder.file)) + ".",
+        "Nothing was changed. Close the editor that has it open.");
 }
 
 std::string require_level_file(const Folder& folder)

@@ -82,6 +82,14 @@ void edit_level(Editor& editor, int package, int level, const kor::core::RuleFil
 /// Publishes a whole file. Nothing else is changed. effects: as change() has them.
 Outcome publish_file(Tool& tool, Kor_LogConf& conf, const std::string& command, const std::string& name);
 
+/// Makes a whole new file of the one that there is (nothing: there is none); nothing: it stays as it is.
+using Making =
+    std::function<std::optional<std::string>(const std::optional<std::string>& bytes, const History& history)>;
+
+/// Puts a whole file in place and gives all of it to the processes, as change() does with a part: under its turn, noted in
+/// the history, in one step, with a line in the general log. What is so already is not done again.
+Outcome replace_file(Tool& tool, const Making& making, const std::string& command);
+
 /// The level file's bytes; throws Failure when there is none.
 std::string require_level_file(const Folder& folder);
 

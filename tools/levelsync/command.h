@@ -24,6 +24,9 @@ public:
 
     /// Does it. Throws Failure with what went wrong and what to do next.
     virtual ExitCode run(Tool& tool) = 0;
+
+    /// The same on the site that --site names; commands that make no sense there say so.
+    virtual ExitCode run_on_site(Tool& tool);
 };
 
 /// A row of the table.

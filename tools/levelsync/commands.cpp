@@ -3,6 +3,8 @@
 
 #include "command.h"
 
+#include "failure.h"
+
 // clang-format off
 #define LEVELSYNC_COMMANDS \
     COMMAND(status)        \
@@ -24,6 +26,8 @@
     COMMAND(doctor)        \
     COMMAND(collect)       \
     COMMAND(page)          \
+    COMMAND(agent)         \
+    COMMAND(service)       \
     COMMAND(keep)
 // clang-format on
 
@@ -39,4 +43,11 @@ const std::vector<const levelsync::CommandEntry*>& levelsync::all_commands()
 {
     static const std::vector<const CommandEntry*> table{LEVELSYNC_COMMANDS};
     return table;
+}
+
+levelsync::ExitCode levelsync::Command::run_on_site(Tool&)
+{
+    throw Failure(
+        "That is about one machine, and not about a site.",
+        "With --site there are status, list, explain, set, clear, publish FILE, undo, history and check.", WRONG_CALL);
 }

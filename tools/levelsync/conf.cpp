@@ -148,6 +148,26 @@ void add_package_differences(
     if (found.size() == so_far && before == after)
         found.push_back({package, name + " has its rules in another order, which changes nothing"});
 }
+/// A file of some bytes for the library to read, where nothing is to be left in the folder.
+class TemporaryFile
+{
+public:
+    explicit TemporaryFile(std::string_view bytes)
+    {
+        wchar_t folder[MAX_PATH + 1] = {};
+        ::GetTempPathW(MAX_PATH + 1, folder);
+        m_path = folder + std::wstring(L"LevelSync-") + std::to_wstring(::GetCurrentProcessId()) + L".logger";
+        Replacement(m_path, bytes).put_in_place();
+    }
+    TemporaryFile(const TemporaryFile&) = delete;
+    TemporaryFile& operator=(const TemporaryFile&) = delete;
+    ~TemporaryFile() { ::DeleteFileW(m_path.c_str()); }
+
+    const std::wstring& path() const noexcept { return m_path; }
+
+private:
+    std::wstring m_path;
+};
 } // namespace
 
 // What runs -----------------------------------------------------------------------------------------------
@@ -197,6 +217,8 @@ Conf read_conf(const std::wstring& path)
             "Name the folder of the level file with --dir FOLDER, or set PRISMATE_LOG_DIR as the servers have it.");
     return conf;
 }
+
+Conf conf_of(std::string_view bytes) { return read_conf(TemporaryFile(bytes).path()); }
 
 void publish(Kor_LogConf& conf)
 {

@@ -5,6 +5,7 @@
 
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "Kor_LogConf.h"
@@ -35,6 +36,9 @@ void require_readable(const Running& running);
 
 /// What the library reads in a file. Throws Failure where there is none.
 Conf read_conf(const std::wstring& path);
+
+/// The same of bytes that are in no file. Leaves nothing behind.
+Conf conf_of(std::string_view bytes);
 
 /// Gives it to every process. Throws Failure when the right is missing.
 void publish(Kor_LogConf& conf);

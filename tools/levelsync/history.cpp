@@ -45,29 +45,6 @@ std::string bytes_of(const Json& json)
     return bytes;
 }
 
-kor::core::LineChange line_of(const Json& json)
-{
-    kor::core::LineChange line;
-    if (json.contains("package"))
-        line.what = json.at("package").get<int>();
-    else
-        line.what =
-            json.at("first_line") == "limit" ? kor::core::LineChange::SIZE_LIMIT : kor::core::LineChange::OUTPUT;
-    line.line = std::max<std::size_t>(json.at("line").get<std::size_t>(), 1) - 1;
-    if (!json.at("before").is_null())
-        line.before = bytes_of(json.at("before"));
-    if (!json.at("after").is_null())
-        line.after = bytes_of(json.at("after"));
-    return line;
-}
-
-std::string machine_name()
-{
-    wchar_t name[MAX_COMPUTERNAME_LENGTH + 1] = {};
-    DWORD size = MAX_COMPUTERNAME_LENGTH + 1;
-    return ::GetComputerNameW(name, &size) != FALSE ? shown(utf8(name)) : std::string();
-}
-
 Change change_of(const Json& json)
 {
     Change change;
@@ -82,12 +59,35 @@ Change change_of(const Json& json)
     if (json.contains("takes_back"))
         change.takes_back = json.at("takes_back").get<long long>();
     for (const Json& line : json.at("lines"))
-        change.lines.push_back(line_of(line));
+        change.lines.push_back(read_line_change(line));
     change.effects = json.at("effects").get<std::vector<std::string>>();
     change.file_after = json.at("file").get<std::uint64_t>();
     return change;
 }
 } // namespace
+
+std::string machine_name()
+{
+    wchar_t name[MAX_COMPUTERNAME_LENGTH + 1] = {};
+    DWORD size = MAX_COMPUTERNAME_LENGTH + 1;
+    return ::GetComputerNameW(name, &size) != FALSE ? shown(utf8(name)) : std::string();
+}
+
+kor::core::LineChange read_line_change(const Json& json)
+{
+    kor::core::LineChange line;
+    if (json.contains("package"))
+        line.what = json.at("package").get<int>();
+    else
+        line.what =
+            json.at("first_line") == "limit" ? kor::core::LineChange::SIZE_LIMIT : kor::core::LineChange::OUTPUT;
+    line.line = std::max<std::size_t>(json.at("line").get<std::size_t>(), 1) - 1;
+    if (!json.at("before").is_null())
+        line.before = bytes_of(json.at("before"));
+    if (!json.at("after").is_null())
+        line.after = bytes_of(json.at("after"));
+    return line;
+}
 
 Json json_of(const kor::core::LineChange& line)
 {

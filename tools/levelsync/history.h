@@ -35,6 +35,12 @@ struct Change
 
 Json json_of(const kor::core::LineChange& line);
 
+/// The other way round; throws Json::exception for what is none.
+kor::core::LineChange read_line_change(const Json& json);
+
+/// The name of this machine, as it can be shown.
+std::string machine_name();
+
 /// As the file has it, but for what became of it.
 Json json_of(const Change& change);
 

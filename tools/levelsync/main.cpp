@@ -48,12 +48,19 @@ struct SharedOptions
 {
     bool json = false;
     std::string folder;
+    std::string site;
+    std::string credentials;
 };
 
 void add_shared_options(CLI::App& app, SharedOptions& options)
 {
     app.add_flag("--json", options.json, "Report for programs, as JSON");
     app.add_option("--dir", options.folder, "Folder of the level file")->type_name("FOLDER");
+    app.add_option(
+           "--site", options.site, "A site of many machines instead: file:FOLDER or etcd:http://HOST:PORT/PREFIX")
+        ->type_name("ADDRESS");
+    app.add_option("--credentials", options.credentials, "User and password for the site, a line each")
+        ->type_name("FILE");
 }
 
 int report(Console& console, const Failure& failure, bool json)
@@ -144,13 +151,17 @@ int run(std::vector<std::string> words, Console& console)
             error.what(), hint + "LevelSync" + name + " --help shows how it is called, with an example.", WRONG_CALL);
     }
 
-    Tool tool{console, options.json, find_folder(options.folder), typed, LUMLOG_VERSION};
-    if (!app.got_subcommand("keep"))
-        take_back_due(tool);
+    Tool tool{console,        options.json, find_folder(options.folder), typed,
+              LUMLOG_VERSION, options.site, options.credentials};
+    Command* chosen = commands.front().second.get(); // the first is the one that needs no name
     for (const auto& [sub, command] : commands)
         if (sub->parsed())
-            return command->run(tool);
-    return commands.front().second->run(tool); // the first is the one that needs no name
+            chosen = command.get();
+    if (!tool.site.empty())
+        return chosen->run_on_site(tool);
+    if (!app.got_subcommand("keep"))
+        take_back_due(tool);
+    return chosen->run(tool);
 }
 } // namespace
 

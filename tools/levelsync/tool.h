@@ -39,8 +39,10 @@ struct Tool
     Console& console;
     bool json; ///< the report goes out as JSON
     Folder folder;
-    std::string command_line; ///< the words after the program's name, for the history
-    std::string version;      ///< of LevelSync
+    std::string command_line;     ///< the words after the program's name, for the history
+    std::string version;          ///< of LevelSync
+    std::string site = {};        ///< address of a site, where the command is about one
+    std::string credentials = {}; ///< file with the user and the password for it; empty: the environment says
 
     /// Prints a report for programs.
     void print(const Json& report) const { console.print(report.dump(2) + '\n'); }

@@ -15,6 +15,7 @@ constexpr DWORD PAUSE_MS = 10;
 // Bytes far behind what stands in the file: who reads that must not run into a lock.
 constexpr DWORD TURN_HIGH = 1;
 constexpr DWORD KEEPING_HIGH = 2;
+constexpr DWORD AGENT_HIGH = 3;
 
 OwnedHandle open_lock_file(const Folder& folder)
 {
@@ -88,5 +89,20 @@ bool Keeping::is_over(const Folder& folder, long long change)
 {
     const OwnedHandle file = open_lock_file(folder);
     return is_valid(file) && lock_byte(file, KEEPING_HIGH, static_cast<DWORD>(change), LOCKFILE_EXCLUSIVE_LOCK);
+}
+
+AgentDuty::AgentDuty(const Tool& tool)
+{
+    require_folder(tool.folder.path);
+    m_file = open_lock_file(tool.folder);
+    if (!is_valid(m_file))
+        throw Failure(
+            own_account() + " has no right to write in " + shown(utf8(tool.folder.path)) + ": " +
+                system_text(::GetLastError()) + ".",
+            "Run the agent under an account that has it.");
+    if (!lock_byte(m_file, AGENT_HIGH, 0, LOCKFILE_EXCLUSIVE_LOCK))
+        throw Failure(
+            "Another agent keeps the level file of " + shown(utf8(tool.folder.path)) + " already.",
+            "LevelSync service status tells of the one that is a service.");
 }
 } // namespace levelsync

@@ -37,6 +37,16 @@ public:
 private:
     OwnedHandle m_file;
 };
+/// The duty to keep the file as a site wants it, for as long as this object lives: one agent of a folder has it.
+class AgentDuty
+{
+public:
+    /// Throws Failure where another one has it.
+    explicit AgentDuty(const Tool& tool);
+
+private:
+    OwnedHandle m_file;
+};
 } // namespace levelsync
 
 #endif // LEVELSYNC_TURN_H

@@ -6,6 +6,7 @@
 #include "failure.h"
 #include "file.h"
 #include "filters.h"
+#include "site/view.h"
 #include "text.h"
 
 namespace levelsync
@@ -43,6 +44,8 @@ public:
                 return NOT_DONE;
         return DONE;
     }
+
+    ExitCode run_on_site(Tool& tool) override { return check_site(tool); }
 
 private:
     static std::string_view line_of(const kor::core::LevelFile& file, const Finding& finding)

@@ -9,6 +9,8 @@
 #include "file.h"
 #include "packages.h"
 #include "processes.h"
+#include "site/site_change.h"
+#include "site/view.h"
 #include "text.h"
 
 namespace levelsync
@@ -119,6 +121,7 @@ public:
         options.add_option("--app", m_application, "The application, as its lines name it")->type_name("NAME");
         options.add_option("--pid", m_process, "The process; its application is looked up")->type_name("ID");
         options.add_option("--session", m_session, "The session that it serves")->type_name("ID");
+        add_groups_option(options, m_groups);
     }
 
     ExitCode run(Tool& tool) override
@@ -131,6 +134,27 @@ public:
         const Kor_LogConf& conf = running.conf ? *running.conf : *from_file;
         const kor::core::LevelFile file(bytes.value_or(std::string()));
         const PackageNames names(tool.folder, &file, running.conf.get());
+        show(tool, conf, names, running.conf ? "running" : "file");
+        if (!tool.json && !running.conf)
+            tool.console.line("No process shares a configuration now; this is what the file says.");
+        return DONE;
+    }
+
+    ExitCode run_on_site(Tool& tool) override
+    {
+        if (m_process && m_application.empty())
+            throw Failure("A process is of one machine.", "Name its application too, as in --app viewer.", WRONG_CALL);
+        const auto store = open_site(tool);
+        const SiteView view = view_site(*store, m_groups);
+        const kor::core::LevelFile file(view.bytes);
+        const PackageNames names(tool.folder, &file, nullptr);
+        show(tool, *view.conf, names, "site");
+        return DONE;
+    }
+
+private:
+    void show(const Tool& tool, const Kor_LogConf& conf, const PackageNames& names, const char* source) const
+    {
         const Subject subject = find_subject(tool);
         Json answers = Json::array();
         bool is_for_clients = false;
@@ -144,18 +168,13 @@ public:
                 print(tool.console, answer, names);
         }
         if (tool.json)
-            tool.print(
-                {{"source", running.conf ? "running" : "file"}, {"subject", json_of(subject)}, {"packages", answers}});
+            tool.print({{"source", source}, {"subject", json_of(subject)}, {"packages", answers}});
         else if (m_client.empty() && is_for_clients)
             tool.console.line(
                 "Where a program's threads work for clients of their own, the rules for those count: name one with "
                 "--client.");
-        if (!tool.json && !running.conf)
-            tool.console.line("No process shares a configuration now; this is what the file says.");
-        return DONE;
     }
 
-private:
     /// "*" stands for all 750, named or not.
     std::vector<int> packages(const PackageNames& names) const
     {
@@ -252,6 +271,7 @@ private:
     std::string m_application;
     std::optional<std::uint32_t> m_process;
     std::optional<std::uint32_t> m_session;
+    std::vector<std::string> m_groups;
 };
 } // namespace
 

@@ -7,6 +7,8 @@
 #include "core/numbers.h"
 #include "file.h"
 #include "packages.h"
+#include "site/site_change.h"
+#include "site/view.h"
 #include "text.h"
 
 namespace levelsync
@@ -71,6 +73,7 @@ public:
     {
         options.add_option("WORDS", m_words, "Numbers, patterns of names (Re*), or words of names and comments");
         options.add_flag("--all", m_all, "Also packages that have no name");
+        add_groups_option(options, m_groups);
     }
 
     ExitCode run(Tool& tool) override
@@ -83,6 +86,23 @@ public:
         const Conf from_file = running.conf ? nullptr : read_conf(tool.folder.file);
         const Kor_LogConf& conf = running.conf ? *running.conf : *from_file;
         const PackageNames names(tool.folder, &file, running.conf.get());
+        return show(tool, conf, names, file, running.conf ? "running" : "file");
+    }
+
+    ExitCode run_on_site(Tool& tool) override
+    {
+        const auto store = open_site(tool);
+        const SiteView view = view_site(*store, m_groups);
+        const kor::core::LevelFile file(view.bytes);
+        const PackageNames names(tool.folder, &file, nullptr);
+        return show(tool, *view.conf, names, file, "site");
+    }
+
+private:
+    ExitCode show(
+        const Tool& tool, const Kor_LogConf& conf, const PackageNames& names, const kor::core::LevelFile& file,
+        const char* source) const
+    {
         std::vector<Row> rows;
         for (int package = 0; package < PACKAGE_COUNT; ++package)
         {
@@ -97,14 +117,13 @@ public:
                 rows.push_back(std::move(row));
         }
         if (tool.json)
-            print_json(tool, rows, running.conf != nullptr);
+            print_json(tool, rows, source);
         else
             print(tool.console, rows);
         return rows.empty() ? NOT_DONE : DONE;
     }
 
-private:
-    static void print_json(const Tool& tool, const std::vector<Row>& rows, bool is_running)
+    static void print_json(const Tool& tool, const std::vector<Row>& rows, const char* source)
     {
         Json packages = Json::array();
         for (const Row& row : rows)
@@ -114,7 +133,7 @@ private:
                  {"level", row.level},
                  {"rules", row.rules},
                  {"comment", row.comment}});
-        tool.print({{"source", is_running ? "running" : "file"}, {"packages", packages}});
+        tool.print({{"source", source}, {"packages", packages}});
     }
 
     static void print(Console& console, const std::vector<Row>& rows)
@@ -138,6 +157,7 @@ private:
 
     std::vector<std::string> m_words;
     bool m_all = false;
+    std::vector<std::string> m_groups;
 };
 } // namespace
 

@@ -8,6 +8,7 @@
 #include "failure.h"
 #include "file.h"
 #include "filters.h"
+#include "site/site_change.h"
 #include "text.h"
 
 namespace levelsync
@@ -32,10 +33,15 @@ public:
         options.add_flag(
             "--force", m_force, "Also a file with lines that do not count, or one that is not there (defaults)");
         options.add_flag("--dry-run", m_dry_run, "Say what would change, and change nothing");
+        options.add_option("--group", m_group, "With --site: as the section of that group of machines")
+            ->type_name("NAME");
+        add_reason_option(options, m_reason);
     }
 
     ExitCode run(Tool& tool) override
     {
+        if (!m_group.empty())
+            throw Failure("Groups are of a site.", "Name it with --site ADDRESS.", WRONG_CALL);
         const std::wstring path = m_file.empty() ? tool.folder.file : absolute(wide(m_file));
         const Conf conf = read(tool, path);
         Outcome outcome;
@@ -60,6 +66,33 @@ public:
                  {"effects", outcome.effects}});
         else
             print(tool.console, outcome, shown(utf8(path)));
+        return DONE;
+    }
+
+    /// A file becomes the site's base file, or the section of a group.
+    ExitCode run_on_site(Tool& tool) override
+    {
+        if (m_file.empty() || m_force)
+            throw Failure(
+                "A site gets a file that is named, and none that does not count as it looks.",
+                "LevelSync --site ... publish FILE", WRONG_CALL);
+        const auto bytes = read_whole(absolute(wide(m_file)));
+        if (!bytes)
+            throw Failure("There is no file " + shown(m_file) + ".", "Nothing was changed.");
+        const std::string problem = m_group.empty() ? kor::core::problem_of_site_base(*bytes)
+                                                    : kor::core::problem_of_site_section({m_group, *bytes});
+        if (!problem.empty())
+            throw Failure(shown(problem), "Nothing was changed: every machine would refuse that.");
+        const SiteChangeOptions options{m_dry_run, m_reason, {}, {}};
+        const auto store = open_site(tool);
+        const auto editing = [&](SiteEditor& editor)
+        {
+            if (m_group.empty())
+                editor.replace_base(*bytes);
+            else
+                editor.replace_section(m_group, *bytes);
+        };
+        report(tool, change_site(tool, *store, editing, options), options);
         return DONE;
     }
 
@@ -124,6 +157,8 @@ private:
     }
 
     std::string m_file;
+    std::string m_group;
+    std::string m_reason;
     bool m_force = false;
     bool m_dry_run = false;
 };

@@ -3,8 +3,10 @@
 #include "change.h"
 #include "command.h"
 #include "failure.h"
+#include "file.h"
 #include "filters.h"
 #include "override.h"
+#include "site/site_change.h"
 #include "text.h"
 
 namespace levelsync
@@ -21,17 +23,14 @@ public:
         m_filters.declare(options);
         options.add_option("--for", m_for, "Take it back after so long: 15m, 2h, 90s")->type_name("TIME");
         options.add_flag("--detach", m_detach, "With --for: a process in the background takes it back");
+        add_reason_option(options, m_reason);
         add_change_options(options, m_options);
     }
 
     ExitCode run(Tool& tool) override
     {
         const int level = read_level(m_level);
-        const kor::core::RuleFilters filters = m_filters.for_rule();
-        if (level == 0 && !filters.empty())
-            throw Failure(
-                "A rule raises a level, to 1 or more.",
-                "To write less for everybody: LevelSync set " + m_package + " 0.", WRONG_CALL);
+        const kor::core::RuleFilters filters = rule_filters(level);
         m_options.until = end_of(m_for, m_detach);
         Outcome outcome = change(
             tool,
@@ -53,7 +52,60 @@ public:
         return DONE;
     }
 
+    /// With an end it is an override of its own; without one the base file gets it.
+    ExitCode run_on_site(Tool& tool) override
+    {
+        const int level = read_level(m_level);
+        const kor::core::RuleFilters filters = rule_filters(level);
+        if (m_detach || !m_options.is_published)
+            throw Failure(
+                "On a site an override ends by itself, and each change counts for all machines.",
+                "Leave --detach and --no-publish out.", WRONG_CALL);
+        const SiteChangeOptions options{m_options.is_dry_run, m_reason, end_of(m_for, false), {}};
+        const auto store = open_site(tool);
+        const auto editing = [&](SiteEditor& editor)
+        {
+            for (const int package : editor.base().names().find(m_package))
+                if (options.until)
+                    editor.begin(override_of(editor, package, level, filters, *options.until));
+                else
+                    edit_level(editor.base(), package, level, filters);
+            warn_of_higher_level(tool, editor.base(), level, filters);
+        };
+        report(tool, change_site(tool, *store, editing, options), options);
+        return DONE;
+    }
+
 private:
+    /// Throws Failure for a rule that would lower a level.
+    kor::core::RuleFilters rule_filters(int level) const
+    {
+        kor::core::RuleFilters filters = m_filters.for_rule();
+        if (level == 0 && !filters.empty())
+            throw Failure(
+                "A rule raises a level, to 1 or more.",
+                "To write less for everybody: LevelSync set " + m_package + " 0.", WRONG_CALL);
+        return filters;
+    }
+
+    kor::core::SiteOverride override_of(
+        const SiteEditor& editor, int package, int level, const kor::core::RuleFilters& filters, Time until) const
+    {
+        kor::core::SiteOverride over;
+        over.package = package;
+        over.name = editor.base().names().of(package);
+        if (over.name.find_first_of(" \t") != std::string::npos)
+            over.name.clear();
+        over.level = level;
+        over.filters = filters;
+        over.author = own_account();
+        over.machine = machine_name();
+        over.reason = m_reason;
+        over.made = now();
+        over.until = until;
+        return over;
+    }
+
     static std::optional<Time> end_of(const std::string& duration, bool is_detached)
     {
         if (duration.empty() && is_detached)
@@ -89,6 +141,7 @@ private:
     std::string m_level;
     Filters m_filters;
     std::string m_for;
+    std::string m_reason;
     bool m_detach = false;
     ChangeOptions m_options;
 };

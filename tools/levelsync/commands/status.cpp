@@ -8,6 +8,7 @@
 #include "file.h"
 #include "override.h"
 #include "packages.h"
+#include "site/view.h"
 #include "text.h"
 
 namespace levelsync
@@ -62,6 +63,8 @@ public:
             print(tool, status, history);
         return status.bytes || status.running.conf ? DONE : NOT_DONE;
     }
+
+    ExitCode run_on_site(Tool& tool) override { return show_site_status(tool); }
 
 private:
     static Json json_of(const Tool& tool, const Status& status, const History& history)

@@ -3,6 +3,7 @@
 #include "command.h"
 #include "failure.h"
 #include "override.h"
+#include "site/site_change.h"
 
 namespace levelsync
 {
@@ -27,6 +28,7 @@ public:
     {
         options.add_option(
             "N", m_id, "Number of the change, as LevelSync history shows it; the last one where it is missing");
+        add_reason_option(options, m_reason);
         add_change_options(options, m_options);
     }
 
@@ -37,8 +39,17 @@ public:
         return DONE;
     }
 
+    ExitCode run_on_site(Tool& tool) override
+    {
+        const SiteChangeOptions options{m_options.is_dry_run, m_reason, {}, {}};
+        const auto store = open_site(tool);
+        report(tool, take_back_on_site(tool, *store, m_id, options), options);
+        return DONE;
+    }
+
 private:
     long long m_id = 0;
+    std::string m_reason;
     ChangeOptions m_options;
 };
 } // namespace

@@ -1,0 +1,41 @@
+# shellcheck shell=bash
+# A site of many machines: etcd of the distribution, unpacked, and LevelSync as its machines run it.
+
+site_dir=$build_dir/site
+
+# ensure_etcd: in etcd_program. Unpacked and not installed, as its package would start it.
+ensure_etcd()
+{
+    local work
+    etcd_program=$site_dir/etcd/usr/bin/etcd
+    [ ! -e "$etcd_program" ] || return 0
+    mkdir -p "$site_dir"
+    work=$(mktemp -d "$site_dir/unpack-XXXXXX")
+    run_logged "Fetching etcd" site-etcd unpack_packages "$work" "${site_packages[@]}" ||
+        fail "etcd could not be fetched."
+    rm -rf "$site_dir/etcd"
+    mv -T "$work/root" "$site_dir/etcd"
+    rm -rf "$work"
+}
+
+build_site_programs()
+{
+    configure_preset mingw-release && build_preset mingw-release LevelSync levelsync_site_host
+}
+
+site_cases()
+{
+    sed -n 's/^def case_\([a-z0-9_]*\)(run):.*/\1/p' "$project_dir/tests/site/site_test.py"
+}
+
+# site_case NAME
+site_case()
+{
+    timeout "${site_seconds:-600}" python3 "$project_dir/tests/site/site_test.py" "$build_dir/mingw-release/bin" \
+        "$etcd_program" "$site_dir/work" "$project_dir/scripts/lib/wine-run.sh" "$build_dir/mingw-release/wine" "$1"
+}
+
+site_soak_case()
+{
+    site_seconds=36000 site_case "$1"
+}
