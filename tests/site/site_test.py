@@ -1,10 +1,12 @@
 #!/usr/bin/env python3
 """site_test.py PROGRAMS ETCD WORK WINE_RUN PREFIX CASE: LevelSync's agents and a real etcd, or a folder that they share, each a
 process of its own. PROGRAMS: where LevelSync.exe is. CASE is a function below without its case_."""
+import hashlib
 import json
 import os
 import random
 import re
+import struct
 import subprocess
 import sys
 import threading
@@ -565,23 +567,54 @@ def case_a_user_and_a_password_are_taken_from_the_environment_or_a_file(run):
     machine.wait_for("Replay 320 7")
 
 
-def case_a_certificate_that_nobody_trusts_is_refused(run):
+def case_a_certificate_counts_where_windows_trusts_it(run):
     key, certificate = run.work / "key.pem", run.work / "certificate.pem"
     subprocess.run(["openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-keyout", key, "-out", certificate, "-days",
-                    "2", "-subj", "/CN=localhost", "-addext", "subjectAltName=DNS:localhost,IP:127.0.0.1"], check=True,
-                   capture_output=True)
+                    "2", "-subj", "/CN=localhost", "-addext", "subjectAltName=DNS:localhost"], check=True, capture_output=True)
     client, peer = etcd.free_ports(2)
     here = f"https://127.0.0.1:{client}"
-    server = run.started(etcd.Member(
+    run.started(etcd.Member(
         run.etcd, run.work / "etcd/tls", client=client, peer=peer,
         options=("--cert-file", str(certificate), "--key-file", str(key), "--listen-client-urls", here,
-                 "--advertise-client-urls", here)))
-    server.start()
+                 "--advertise-client-urls", here))).start()
     comes_true("it is there", lambda: subprocess.run(
         ["openssl", "s_client", "-connect", f"127.0.0.1:{client}"], stdin=subprocess.DEVNULL, capture_output=True,
         check=False, timeout=20).returncode == 0)
+    site = f"etcd:https://localhost:{client}/site"
+    said = run.on_site(site, "list", code=1)
+    expect("who is not trusted is refused", "certificate is not trusted on this machine" in said.err, said)
+    root = run.started(TrustedRoot(run, certificate))
+    said = run.on_site(site, "list", code=1)
+    expect("who is trusted answers", "The site has no base file." in said.err, said)
+    base = run.work / "base"
+    base.write_text(BASE)
+    run.on_site(site, "publish", windows_path(base))
+    machine = Machine(run, site, "one").start()
+    machine.wait_for("Replay 320 6")
     said = run.on_site(f"etcd:{here}/site", "list", code=1)
-    expect("it is refused", "certificate is not trusted on this machine" in said.err, said)
+    expect("a certificate of another name is refused", "certificate is not trusted on this machine" in said.err, said)
+    root.end()
+
+
+class TrustedRoot:
+    """A certificate that this machine's Windows programs trust, as long as this object is there."""
+
+    def __init__(self, run, certificate):
+        der = subprocess.run(["openssl", "x509", "-in", certificate, "-outform", "DER"], check=True, capture_output=True).stdout
+        number = hashlib.sha1(der).digest()
+        self.run, self.file = run, run.work / "root.reg"
+        self.key = f"HKEY_CURRENT_USER\\Software\\Microsoft\\SystemCertificates\\Root\\Certificates\\{number.hex().upper()}"
+        # As the system has it: properties by number (3: the digest, 32: the certificate), each with its size.
+        blob = b"".join(struct.pack("<III", kind, 1, len(data)) + data for kind, data in ((3, number), (32, der)))
+        self.write(f'[{self.key}]\r\n"Blob"=hex:' + ",".join(f"{byte:02x}" for byte in blob))
+
+    def write(self, text):
+        self.file.write_text("Windows Registry Editor Version 5.00\r\n\r\n" + text + "\r\n")
+        subprocess.run(["wine", "regedit", "/S", windows_path(self.file)], stdin=subprocess.DEVNULL, check=True, timeout=120,
+                       capture_output=True, env=self.run.environment)
+
+    def end(self):
+        self.write(f"[-{self.key}]")
 
 
 def case_the_agent_is_a_service(run):

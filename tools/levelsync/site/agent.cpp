@@ -115,11 +115,10 @@ void Agent::look_at_store()
     {
         const SiteMark mark = m_store.mark();
         m_is_away = false;
-        const bool is_known = m_state.wish && mark == m_state.mark;
+        // What was refused is looked at again: a store that went back can come to the same numbers by another way.
+        const bool is_known = m_state.wish && mark == m_state.mark && m_refused.empty();
         const bool is_refused = !m_refused.empty() && mark == m_refused_mark;
-        if (is_known)
-            m_refused.clear();
-        else if (!is_refused || ::GetTickCount64() - m_refused_at >= TRY_AGAIN_MS)
+        if (!is_known && (!is_refused || ::GetTickCount64() - m_refused_at >= TRY_AGAIN_MS))
         {
             m_refused_mark = mark;
             m_refused_at = ::GetTickCount64();
@@ -152,6 +151,7 @@ void Agent::take(const SiteRead& read)
     m_state.mark = mark;
     m_state.note_position(mark);
     m_is_merged = false;
+    m_failure.clear();
     // Before anything of it is in force: whatever happens then, nothing older comes after it.
     save_agent_state(m_tool.folder, m_state);
 }
@@ -228,14 +228,28 @@ void Agent::look_at_local(const std::string& file, const LocalOverrides& overrid
 
 void Agent::put(const LocalOverrides& overrides, const std::string& why)
 {
+    // What cannot be done is noted in the history each time, and so not tried with each look.
+    if (!m_failure.empty() && ::GetTickCount64() - m_failed_at < TRY_AGAIN_MS)
+        throw Failure(m_failure, "");
     const std::string expected = overrides.put_into(m_merged);
     const auto making = [&](const std::optional<std::string>& file, const History&) -> std::optional<std::string>
     {
         keep_replaced(file, overrides);
         return expected;
     };
-    const Outcome outcome = replace_file(
-        m_tool, making, "LevelSync agent: " + why + ", state " + m_state.mark.state + " of " + m_tool.site);
+    Outcome outcome;
+    try
+    {
+        outcome = replace_file(
+            m_tool, making, "LevelSync agent: " + why + ", state " + m_state.mark.state + " of " + m_tool.site);
+    }
+    catch (const Failure& failure)
+    {
+        m_failure = failure.what();
+        m_failed_at = ::GetTickCount64();
+        throw;
+    }
+    m_failure.clear();
     m_state.applied = fingerprint(m_merged);
     m_state.applied_at = now();
     m_state.left = expected;

@@ -70,6 +70,8 @@ private:
     SiteMark m_refused_mark;
     std::uint64_t m_refused_at = 0;
     bool m_is_away = false;
+    std::string m_failure; // why the file could not be put in place
+    std::uint64_t m_failed_at = 0;
 
     std::string m_looked_at; // the file of the last verdict
     std::string m_verdict;   // what is different here; empty: nothing

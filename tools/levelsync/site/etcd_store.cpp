@@ -361,11 +361,14 @@ bool EtcdStore::keep_alive()
 void EtcdStore::report(const std::string& machine, const std::string& bytes)
 {
     const std::uint64_t clock = ::GetTickCount64();
-    if (m_known_at == 0 || clock - m_known_at >= KNOWN_EVERY_MS)
+    const bool is_known = !m_known.empty() && clock - m_known_at < KNOWN_EVERY_MS;
+    if (!is_known)
     {
-        put("known/" + machine, bytes, lease(KNOWN_FOR_MS));
+        m_known = lease(KNOWN_FOR_MS);
         m_known_at = clock;
     }
+    if (!is_known || bytes != m_said)
+        put("known/" + machine, bytes, m_known);
     const bool is_kept = !m_presence.empty() && bytes == m_said;
     if (is_kept && clock - m_said_at < REPORT_EVERY_MS)
         return;
@@ -380,7 +383,7 @@ void EtcdStore::report(const std::string& machine, const std::string& bytes)
 
 void EtcdStore::leave(const std::string& machine, const std::string& bytes)
 {
-    put("known/" + machine, bytes, lease(KNOWN_FOR_MS));
+    put("known/" + machine, bytes, m_known.empty() ? lease(KNOWN_FOR_MS) : m_known);
     if (!m_presence.empty())
         ask("/v3/lease/revoke", {{"ID", std::exchange(m_presence, {})}});
 }

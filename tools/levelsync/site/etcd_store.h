@@ -58,6 +58,7 @@ private:
     bool m_is_careful = false; // there may be far too much
     std::string m_token;
     std::string m_presence; // lease of the machine's own words
+    std::string m_known;    // lease of what is left of them when it is gone
     std::string m_said;
     std::uint64_t m_said_at = 0; // by the clock that counts from the machine's start
     std::uint64_t m_known_at = 0;
