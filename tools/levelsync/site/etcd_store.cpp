@@ -360,6 +360,21 @@ bool EtcdStore::keep_alive()
 
 void EtcdStore::report(const std::string& machine, const std::string& bytes)
 {
+    try
+    {
+        try_to_report(machine, bytes);
+    }
+    catch (const Failure&)
+    {
+        // A store that was put back to an earlier day knows nothing of these.
+        m_known.clear();
+        m_presence.clear();
+        throw;
+    }
+}
+
+void EtcdStore::try_to_report(const std::string& machine, const std::string& bytes)
+{
     const std::uint64_t clock = ::GetTickCount64();
     const bool is_known = !m_known.empty() && clock - m_known_at < KNOWN_EVERY_MS;
     if (!is_known)

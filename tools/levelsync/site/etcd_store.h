@@ -48,6 +48,7 @@ private:
     pages(const std::string& folder, std::size_t most, std::size_t at_once, bool is_last_first, std::int64_t revision);
     std::string lease(std::int64_t milliseconds);
     bool keep_alive();
+    void try_to_report(const std::string& machine, const std::string& bytes);
     void put(const std::string& key, const std::string& bytes, const std::string& lease);
 
     kor::core::SiteAddress m_address;
