@@ -6,6 +6,7 @@ import json
 import os
 import random
 import re
+import signal
 import struct
 import subprocess
 import sys
@@ -645,6 +646,7 @@ def case_the_agent_is_a_service(run):
 
 def main():
     *arguments, name = sys.argv[1:]
+    signal.signal(signal.SIGTERM, lambda *_: sys.exit("ended from outside"))  # so that nothing is left behind
     run = Run(*arguments)
     try:
         globals()["case_" + name](run)

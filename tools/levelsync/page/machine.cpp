@@ -58,13 +58,6 @@ Json without_lines(Json change)
     return change;
 }
 
-std::string machine_name()
-{
-    wchar_t name[MAX_COMPUTERNAME_LENGTH + 1] = {};
-    DWORD size = MAX_COMPUTERNAME_LENGTH + 1;
-    return ::GetComputerNameW(name, &size) != FALSE ? shown(utf8(name)) : std::string();
-}
-
 /// A rule only ever raises a level.
 void require_lower(const Editor& editor, int package, int level)
 {
