@@ -4,6 +4,7 @@
 #   scripts/demo.sh         two hosts that share one configuration, and LevelSync, which changes it while they run
 #   scripts/demo.sh pool    a server that works for twenty clients at once, of whom one is raised to debug
 #   scripts/demo.sh crash   a host that crashes, and what it leaves for those who look for the cause
+#   scripts/demo.sh site    three machines that a site tells their levels, a page, and one query over the lines of all
 #
 # The exit status is 0 when the change reached the host or client it was meant for, and no other; or when the crash left all
 # that it should.
@@ -259,6 +260,18 @@ show_pool()
     say "    $logs/pool.log"
 }
 
+show_site()
+{
+    local machine folder=$demo_dir/site
+    ensure_etcd
+    ensure_servers
+    choose_text
+    for machine in HALL-1 HALL-2 HALL-3; do
+        ensure_wine_prefix "$folder/$machine/wine"
+    done
+    python3 "$project_dir/scripts/lib/demo_site.py" "$project_dir" "$tree/bin" "$folder" "$etcd_program" "$server_dir" "$text"
+}
+
 finish()
 {
     local status=$? host
@@ -272,7 +285,7 @@ finish()
 
 part=${1:-}
 case $part in
-    '' | pool | crash) ;;
+    '' | pool | crash | site) ;;
     -h | --help)
         sed -n '2,/^$/s/^# \{0,1\}//p' "${BASH_SOURCE[0]}"
         exit 0

@@ -7,12 +7,14 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <string_view>
 #include <thread>
 #include <vector>
 
+#include "Kor_LogDestJsonLines.h"
 #include "Kor_LogFile.h"
 
 namespace
@@ -124,11 +126,12 @@ int usage()
 {
     std::fprintf(
         stderr,
-        "example_host NAME CLIENT SESSION TEXT [SECONDS [LINES]]\n\n"
+        "example_host NAME CLIENT SESSION TEXT [SECONDS [LINES [json]]]\n\n"
         "Replays the lines of the file TEXT as messages of the application NAME, which serves the\n"
         "address CLIENT, first in the session SESSION. Writes to NAME.log beside the `logger` file, in\n"
         "the folder that PRISMATE_LOG_DIR names. Ends at Ctrl-C, at \"example_control stop NAME\", or\n"
-        "after SECONDS, %lu if not given. Replays LINES in a second, %lu if not given.\n",
+        "after SECONDS, %lu if not given. Replays LINES in a second, %lu if not given. With json it\n"
+        "writes each message to NAME.jsonl as well, as a line of JSON.\n",
         DEFAULT_SECONDS, DEFAULT_LINES);
     return 2;
 }
@@ -136,7 +139,7 @@ int usage()
 
 int main(int argc, char** argv)
 {
-    if (argc < 5 || argc > 7)
+    if (argc < 5 || argc > 8)
         return usage();
     const std::string name = argv[1];
     const char* const client = argv[2];
@@ -144,7 +147,9 @@ int main(int argc, char** argv)
     const char* const path = argv[4];
     const DWORD seconds = argc > 5 ? std::strtoul(argv[5], nullptr, 10) : DEFAULT_SECONDS;
     const DWORD lines = argc > 6 ? std::strtoul(argv[6], nullptr, 10) : DEFAULT_LINES;
-    if (session < 1 || seconds < 1 || seconds > 86'400 || lines < 1 || lines > THREADS * 1'000)
+    const bool has_json = argc > 7 && std::string_view(argv[7]) == "json";
+    if ((argc > 7 && !has_json) || session < 1 || seconds < 1 || seconds > 86'400 || lines < 1 ||
+        lines > THREADS * 1'000)
         return usage();
 
     stop_event = ::CreateEventA(nullptr, TRUE, FALSE, ("lumlog-host-" + name).c_str());
@@ -161,6 +166,12 @@ int main(int argc, char** argv)
         return 1;
     }
 
+    std::unique_ptr<Kor_LogDestJsonLines> json;
+    if (has_json)
+    {
+        json = std::make_unique<Kor_LogDestJsonLines>((KorGLog.GetLogConfigDir() + ('\\' + name) + ".jsonl").c_str());
+        KorGLog.RegisterLogDestination(json.get());
+    }
     std::vector<std::thread> workers;
     for (DWORD i = 1; i <= THREADS; ++i)
         workers.emplace_back(&replay, std::ref(text), i, THREADS * 1'000 / lines);
@@ -169,5 +180,6 @@ int main(int argc, char** argv)
     for (std::thread& worker : workers)
         worker.join();
     KOR_LOG(KorGLog, KOR_LEVEL_NOTICE, PACKAGE_CLIENT, "the host %s stops", name.c_str());
+    KorGLog.UnregisterLogDestination(json.get());
     return 0;
 }
