@@ -162,16 +162,17 @@ the_file()
     printf '%s\n' "${found[0]}"
 }
 
-# crash_host WAY: its exit status is the exit code of a Windows program, as far as it fits into eight bits.
+# crash_host CODE WAY [watched]: its exit status is the exit code of a Windows program, as far as it fits into eight bits.
 crash_host()
 {
-    local status=0
-    (in_wine example_crashing_host "$1") >"$demo_dir/crashing_host.out" 2>&1 &
+    local status=0 code=$1
+    shift
+    (in_wine example_crashing_host "$@") >"$demo_dir/crashing_host.out" 2>&1 &
     process[crashing]=$!
     wait_until 90 has_ended "${process[crashing]}" || fail "The host was told to crash and goes on."
     wait "${process[crashing]}" || status=$?
     unset "process[crashing]"
-    [ "$status" -eq $((0xc0000005 & 0xff)) ] ||
+    [ "$status" -eq $((code & 0xff)) ] ||
         fail "The host ended with status $status instead; see $demo_dir/crashing_host.out"
 }
 
@@ -181,11 +182,18 @@ report_text()
     xmllint --xpath "string($1)" "$(the_file 'crash-*.xml')"
 }
 
+# The second report comes last.
+watcher_has_written()
+{
+    local found=("$logs"/crash-*.xml)
+    [ ${#found[@]} -eq 2 ] && [ "$(tail -c 34 "${found[1]}" | tr -d '\0')" = "</lumariscontext>" ] || return 1
+}
+
 show_crash()
 {
     local pattern file list
     title "1. A host crashes: it writes to a null pointer"
-    crash_host null-write
+    crash_host 0xc0000005 null-write
     tail -n 2 "$logs/crashing_host.log" | show_lines
     say
     say "    The last line is of a filter that was there before the crash handlers of the host, which pass the crash on."
@@ -209,9 +217,19 @@ show_crash()
     [ "$(report_text //Exception/@Code)" = 0xc0000005 ] || fail "The report does not tell of the crash."
     "$project_dir/tools/report2html" "$(the_file 'crash-*.xml')" -o "$logs/crash.html" ||
         fail "The report could not be made into a page."
+
+    title "5. Another ends by a fast-fail, which no handler sees; the process that watches it writes what it could not"
+    crash_host 0xc0000602 fast-fail watched
+    wait_until 30 watcher_has_written || fail "The watcher has not told of the end."
+    tail -n 1 "$logs/crashes.log" | show_lines
     say
-    say "${green}As it should be:$plain four files tell of the crash. They, the log, and the report as a page for a browser"
-    say "(crash.html) are in"
+    say "    Its last lines, out of the memory that it shared with the watcher:"
+    say
+    show_lines <"$(the_file 'lastlines-*.log')"
+
+    say
+    say "${green}As it should be:$plain four files tell of the crash, and of the fast-fail the line, a report and the last lines."
+    say "They, the log, and the first report as a page for a browser (crash.html) are in"
     say "    $logs"
 }
 

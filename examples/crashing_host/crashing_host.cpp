@@ -53,6 +53,12 @@ void open_session()
     Kor_SessionLogGatherer::GetInstance()->gatherSystemInfo();
 }
 
+void be_watched()
+{
+    KorGLog.SetRecorder(256 * 1024, 0);
+    Kor_SessionLogHost::startWatcher(); // looks after what this process cannot write itself
+}
+
 void report_work()
 {
     using Gatherer = Kor_SessionLogGatherer;
@@ -203,6 +209,104 @@ void crash_on_two_threads()
 // What a compiler's check of the stack and a broken heap end in, too: no handler of the process is asked.
 void fail_fast() { ::RaiseFailFastException(nullptr, nullptr, 0); }
 
+/// Runs code that each compiler has another name for, or none.
+template <std::size_t SIZE>
+void run_code(const unsigned char (&code)[SIZE])
+{
+    void* const memory = ::VirtualAlloc(nullptr, SIZE, MEM_RESERVE | MEM_COMMIT, PAGE_EXECUTE_READWRITE);
+    std::memcpy(memory, code, SIZE);
+    volatile int result = reinterpret_cast<int (*)()>(memory)(); // or else this function is left for that one
+    static_cast<void>(result);
+}
+
+void interrupt_29h()
+{
+    constexpr unsigned char INT_29H[] = {0xB9, 7, 0, 0, 0, 0xCD, 0x29, 0xC3}; // mov ecx, 7; int 29h; ret
+    run_code(INT_29H);
+}
+
+constexpr char KILL[] = "--kill"; // what this program calls itself with
+
+/// As an impatient user does, or a service that stops what does not answer.
+void be_killed_from_outside()
+{
+    char line[MAX_PATH + 32];
+    char path[MAX_PATH] = {};
+    ::GetModuleFileNameA(nullptr, path, MAX_PATH);
+    std::snprintf(line, sizeof line, "\"%s\" %s %lu", path, KILL, ::GetCurrentProcessId());
+    STARTUPINFOA startup{};
+    startup.cb = sizeof startup;
+    PROCESS_INFORMATION process{};
+    if (!::CreateProcessA(path, line, nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup, &process))
+        return;
+    ::CloseHandle(process.hThread);
+    ::WaitForSingleObject(process.hProcess, 60'000);
+    ::CloseHandle(process.hProcess);
+}
+
+int kill(unsigned long process)
+{
+    const HANDLE handle = ::OpenProcess(PROCESS_TERMINATE, FALSE, process);
+    return ::TerminateProcess(handle, 1) ? 0 : 1; // the handle goes with this process
+}
+
+int fill_stack_with_large_frames(int depth)
+{
+    volatile char frame[20 * 1024]; // more than the page that guards the stack
+    for (std::size_t i = 0; i < sizeof frame; i += 1024)
+        frame[i] = static_cast<char>(depth);
+    return depth < 0 ? 0 : fill_stack_with_large_frames(depth + 1) + frame[1024];
+}
+
+void overflow_stack_of_thread()
+{
+    std::thread(
+        []
+        {
+            Kor_CrashHandlers::PrepareThread();
+            fill_stack_with_large_frames(0);
+        })
+        .join();
+}
+
+void crash_with_the_loader_lock_taken()
+{
+    using Lock = LONG NTAPI(ULONG, ULONG*, ULONG_PTR*);
+    auto* const lock = reinterpret_cast<Lock*>(
+        reinterpret_cast<void (*)()>(::GetProcAddress(::GetModuleHandleW(L"ntdll.dll"), "LdrLockLoaderLock")));
+    static const HANDLE locked = ::CreateEventA(nullptr, TRUE, FALSE, nullptr);
+    std::thread(
+        [=]
+        {
+            ULONG_PTR cookie = 0;
+            lock(0, nullptr, &cookie);
+            ::SetEvent(locked);
+            ::Sleep(60'000);
+        })
+        .detach();
+    ::WaitForSingleObject(locked, 10'000);
+    write_to_null(); // while another thread has it
+}
+
+/// Takes all addresses that the system hands out.
+void exhaust_address_space()
+{
+    for (SIZE_T size = SIZE_T{1} << 46; size >= 0x10000; size /= 2)
+        while (::VirtualAlloc(nullptr, size, MEM_RESERVE, PAGE_NOACCESS) != nullptr)
+            ;
+    write_to_null();
+}
+
+/// Does not come back in time, does so, and ends as it should.
+void hang()
+{
+    Kor_SessionLogHost::heartbeat("main", 500);
+    ::Sleep(8'000);
+    Kor_SessionLogHost::heartbeat("main", 0);
+    ::Sleep(1'000);
+    std::exit(0);
+}
+
 struct Way
 {
     const char* name;
@@ -223,15 +327,23 @@ constexpr Way WAYS[] = {
     {"two-threads", &crash_on_two_threads},
     {"filter", &crash_again_in_filter},
     {"fast-fail", &fail_fast},
+    {"int-29h", &interrupt_29h},
+    {"killed", &be_killed_from_outside},
+    {"large-frames", &overflow_stack_of_thread},
+    {"loader-lock", &crash_with_the_loader_lock_taken},
+    {"address-space", &exhaust_address_space},
+    {"hang", &hang},
     {"none", nullptr},
 };
 
 int usage()
 {
     std::fprintf(
-        stderr, "example_crashing_host WAY [silently]\n\n"
-                "Reports some work and then crashes, and leaves what it has to say of that in the folder that\n"
-                "PRISMATE_LOG_DIR names. With \"silently\" nobody else is asked about the crash. WAY is one of\n");
+        stderr,
+        "example_crashing_host WAY [silently] [watched]\n\n"
+        "Reports some work and then crashes, and leaves what it has to say of that in the folder that\n"
+        "PRISMATE_LOG_DIR names. With \"silently\" nobody else is asked about the crash; with \"watched\" another\n"
+        "process looks after what it cannot write, and its last lines are kept. WAY is one of\n");
     for (const Way& way : WAYS)
         std::fprintf(stderr, "    %s\n", way.name);
     return 2;
@@ -240,15 +352,26 @@ int usage()
 
 int main(int argc, char** argv)
 {
-    const bool silently = argc == 3 && std::strcmp(argv[2], "silently") == 0;
+    if (argc == 3 && std::strcmp(argv[1], KILL) == 0)
+        return kill(std::strtoul(argv[2], nullptr, 10));
+    const auto is_given = [&](const char* word)
+    {
+        return std::any_of(
+            argv + std::min(argc, 2), argv + argc, [=](const char* one) { return std::strcmp(one, word) == 0; });
+    };
+    const bool silently = is_given("silently");
+    const bool watched = is_given("watched");
     const Way* const way = std::find_if(
         std::begin(WAYS), std::end(WAYS),
-        [&](const Way& known) { return (argc == 2 || silently) && std::strcmp(known.name, argv[1]) == 0; });
+        [&](const Way& known)
+        { return argc == 2 + (silently ? 1 : 0) + (watched ? 1 : 0) && std::strcmp(known.name, argv[1]) == 0; });
     if (way == std::end(WAYS))
         return usage();
 
     ::SetUnhandledExceptionFilter(&earlier_filter);
     open_session();
+    if (watched)
+        be_watched();
     Kor_SessionLog::bSuppressExceptions = silently;
     report_work();
     KOR_LOG(KorGLog, KOR_LEVEL_WARNING, PACKAGE_HOST, "and now: %s", way->name);
