@@ -314,7 +314,7 @@ esac
 ensure_packages "${base_packages[@]}" "${demo_packages[@]}"
 ensure_dependencies ace xerces-c googletest libzip cpp-httplib
 configure_preset mingw-release || fail "The build could not be set up."
-build_preset mingw-release LUMlog LevelSync examples || fail "LUMlog could not be built."
+build_preset mingw-release LUMlog LevelSync LUMlogWatch examples || fail "LUMlog could not be built."
 
 # A prefix of the demo's own: programs of other scripts would share the configuration otherwise.
 trap finish EXIT
