@@ -1,7 +1,8 @@
 #include "server.h"
 
-// A browser sends lines of a few hundred bytes, but for the cookies that other servers of this machine have set.
-#define CPPHTTPLIB_HEADER_MAX_LENGTH 4096
+// A browser sends lines of a few hundred bytes, but for the cookies that other servers of this machine have set. Ranges are
+// matched by an expression that takes a piece of the stack for each character: from 3,500 on a megabyte was too little.
+#define CPPHTTPLIB_HEADER_MAX_LENGTH 1500
 #define CPPHTTPLIB_REQUEST_URI_MAX_LENGTH 4096
 #define CPPHTTPLIB_IDLE_INTERVAL_USECOND 250000
 #include <httplib.h>
