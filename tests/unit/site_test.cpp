@@ -51,6 +51,14 @@ SiteWish wish_of(std::vector<SiteOverride> overrides = {}, std::vector<SiteSecti
     return {BASE, std::move(groups), std::move(overrides)};
 }
 
+/// Why a site is refused, nothing where it is not. Of one that is refused nothing is put together.
+std::string problem(const SiteWish& wish)
+{
+    const MergedSite merged = merge_site(wish, NOW);
+    EXPECT_EQ(merged.bytes.empty(), !merged.problem.empty());
+    return merged.problem;
+}
+
 std::string replaced(std::string text, const std::string& before, const std::string& after)
 {
     const std::size_t at = text.find(before);
@@ -151,16 +159,10 @@ TEST(Site, ABaseFileWithoutPackagesAndWithoutALastLineEndGetsLinesToo)
 
 TEST(Site, IsRefusedAsAWholeWithASentenceThatSaysWhatIsWrong)
 {
-    const auto problem = [](const SiteWish& wish)
-    {
-        const MergedSite merged = merge_site(wish, NOW);
-        EXPECT_EQ(merged.bytes, "");
-        return merged.problem;
-    };
     SiteWish none = wish_of();
     none.base.reset();
     EXPECT_EQ(problem(none), "The site has no base file.");
-    const auto with_base = [&problem](const std::string& base)
+    const auto with_base = [](const std::string& base)
     {
         SiteWish wish = wish_of();
         wish.base = base;
@@ -200,6 +202,38 @@ TEST(Site, IsRefusedAsAWholeWithASentenceThatSaysWhatIsWrong)
     EXPECT_EQ(problem(wish_of({wrong})), "Override 7 is for somebody whose name cannot be shown.");
     wrong = override_of("..", 320, 7);
     EXPECT_EQ(problem(wish_of({wrong})), "Override has no id that can be one.");
+}
+
+TEST(Site, RefusesWhatIsJustBeyondItsLimits)
+{
+    const auto groups = [](std::size_t count)
+    {
+        SiteWish wish = wish_of({});
+        for (std::size_t i = 0; i < count; ++i)
+            wish.groups.push_back({"group" + std::to_string(i), ""});
+        return wish;
+    };
+    EXPECT_EQ(problem(groups(MOST_SITE_GROUPS)), "");
+    EXPECT_EQ(problem(groups(MOST_SITE_GROUPS + 1)), "There are 65 groups; a machine belongs to 64 at most.");
+
+    SiteOverride over = override_of("7", 320, 7);
+    over.author.assign(MOST_SITE_AUTHOR_BYTES, 'x');
+    over.reason.assign(MOST_SITE_REASON_BYTES, 'x');
+    EXPECT_EQ(problem(wish_of({over})), "");
+    over.author += 'x';
+    EXPECT_EQ(problem(wish_of({over})), "Override 7 has an author that can be none.");
+    over.author = "\x1B[2J";
+    EXPECT_EQ(problem(wish_of({over})), "Override 7 has an author that can be none.");
+    over.author.clear();
+    over.reason += 'x';
+    EXPECT_EQ(problem(wish_of({over})), "Override 7 has a reason that is too long, or cannot be shown.");
+
+    for (const int package : {-1, -2'147'483'647, 750, 2'147'483'647})
+        EXPECT_NE(problem(wish_of({override_of("7", package, 7)})), "") << package;
+    EXPECT_EQ(problem(wish_of({override_of("7", -1, 7)})), "Override 7 names no package.");
+    over = override_of("7", 320, 7);
+    over.until = over.made;
+    EXPECT_EQ(problem(wish_of({over})), "Override 7 ends before it begins, or lasts for more than 30 days.");
 }
 
 TEST(Site, RefusesWhatTheReaderWouldLeaveOut)
