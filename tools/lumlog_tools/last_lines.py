@@ -8,8 +8,8 @@ from lumlog_tools.reading import lines_of
 from lumlog_tools.writing import text_html
 
 LEVELS = ("NONE", "SEVERE", "CRITICAL", "ERROR", "WARNING", "NOTICE", "INFO", "DEBUG")
-COLUMNS = (("Time", "time"), ("Level", "name"), ("Package", "number"), ("Thread", "name"), ("Client", "name"),
-           ("Place", "name"), ("Text", "info"))
+COLUMNS = (("Time", "time"), ("Level", "name"), ("Package", "number"), ("Thread", "name"), ("Text", "info"),
+           ("Client", "name"), ("Place", "name"))
 MOST_LINES = 5000  # the newest; a page of more is of no use to anybody
 MOST_THREADS = 200  # to choose from
 
@@ -52,7 +52,7 @@ def line_row(line):
     level = LEVELS.index(line.level) if line.level else 0
     thread = line.thread + (f" {line.thread_name}" if line.thread_name else "")
     cells = (cell(html.escape(line.time), "time code"), name_cell(line.level), cell(text_html(line.package), "number"),
-             name_cell(thread), name_cell(line.client), name_cell(line.place), cell(text_html("\n".join(line.texts)), "info"))
+             name_cell(thread), cell(text_html("\n".join(line.texts)), "info"), name_cell(line.client), name_cell(line.place))
     kind = ' class="here"' if 1 <= level <= 3 else ""
     return f'<tr{kind} data-level="{level}" data-thread="{html.escape(line.thread)}">{"".join(cells)}</tr>\n'
 
