@@ -32,7 +32,32 @@ site_cases()
 site_case()
 {
     timeout "${site_seconds:-600}" python3 "$project_dir/tests/site/site_test.py" "$build_dir/mingw-release/bin" \
-        "$etcd_program" "$site_dir/work" "$project_dir/scripts/lib/wine-run.sh" "$build_dir/mingw-release/wine" "$1"
+        "$etcd_program" "$site_dir/work/$1" "$project_dir/scripts/lib/wine-run.sh" "$build_dir/mingw-release/wine" "$1"
+}
+
+# run_site_cases NAME...: several at a time, as they wait most of the time. What each says is in site_dir/said, and its
+# name in site_dir/passed when it passed. A shell of its own: it waits for all that it has begun.
+run_site_cases()
+(
+    rm -rf "$site_dir/said" "$site_dir/passed"
+    mkdir -p "$site_dir/said" "$site_dir/passed"
+    running=0
+    for case; do
+        if [ "$running" -gt "$(nproc)" ]; then
+            wait -n || true
+        else
+            running=$((running + 1))
+        fi
+        { site_case "$case" >"$site_dir/said/$case" 2>&1 && : >"$site_dir/passed/$case"; } &
+    done
+    wait
+)
+
+# site_result NAME: of a case that has been run.
+site_result()
+{
+    cat "$site_dir/said/$1"
+    [ -e "$site_dir/passed/$1" ]
 }
 
 site_soak_case()
