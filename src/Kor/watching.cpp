@@ -17,6 +17,7 @@
 #include "core/session_text.h"
 #include "win/clock.h"
 #include "win/output_file.h"
+#include "win/path.h"
 #include "win/zone_clock.h"
 
 namespace kor
@@ -28,6 +29,8 @@ using core::WatchedProcess;
 
 constexpr DWORD HANG_CODE = 0xE0000003; // in the report of a process that hangs, as the system has none
 constexpr std::size_t MOST_RECORDED = 64 * 1024 * 1024;
+constexpr int MOST_NAMES = 40; // tried for a file, so that its program has ten seconds to itself
+constexpr DWORD NEXT_NAME_MS = 250;
 constexpr std::size_t MOST_MODULES = 1024; // a process with more has those that came first in its reports
 
 /// A report on its way to its file.
@@ -252,7 +255,9 @@ void WatchedByUs::tell_hang(const core::LateHeartbeat& late) const
 void WatchedByUs::report_hang(const core::LateHeartbeat& late)
 {
     write_last_lines();
-    dump(path_of(L"minidump", L".dmp"), nullptr);
+    const std::wstring path = path_of(L"minidump", L".dmp");
+    if (!dump(path, nullptr))
+        ::DeleteFileW(path.c_str());
     write_report(path_of(L"hang", L".xml"), HANG_CODE, std::wstring(late.name.begin(), late.name.end()).c_str());
 }
 
@@ -304,12 +309,19 @@ std::string WatchedByUs::program_text() const
     return text;
 }
 
+/// Made at once, so that programs of one name that end in the same second do not take the places of each other's files.
 std::wstring WatchedByUs::path_of(const wchar_t* type, const wchar_t* end) const
 {
-    win::local_system_time(); // notes the zone
-    std::wstring path;
-    name_file(path, folder(), type, program(), end);
-    return path;
+    for (int tries = 1;; ++tries)
+    {
+        win::local_system_time(); // notes the zone
+        std::wstring path;
+        name_file(path, folder(), type, program(), end);
+        const win::OwnedFile made(win::open_file(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ, CREATE_NEW));
+        if (made || ::GetLastError() != ERROR_FILE_EXISTS || tries == MOST_NAMES)
+            return path;
+        ::Sleep(NEXT_NAME_MS); // names have the second in them
+    }
 }
 
 void WatchedByUs::write_last_lines()

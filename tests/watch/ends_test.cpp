@@ -9,8 +9,11 @@
 #include <cstdlib>
 #include <cstring>
 #include <iterator>
+#include <memory>
 #include <random>
+#include <string>
 #include <thread>
+#include <vector>
 
 #include "Kor_CrashHandlers.h"
 #include "Kor_LogFile.h"
@@ -242,6 +245,29 @@ TEST(WatchedEnds, OfTwoProcessesAreSeenByOneWatcher)
     EXPECT_EQ(first.wait(PATIENCE_MS).exit_code, 0u);
     ASSERT_TRUE(nobody_is_watched());
     EXPECT_EQ(left.crashes(), 1u) << left.crash_lines();
+}
+
+TEST(WatchedEnds, OfOneProgramInTheSameSecondLeaveAReportEach)
+{
+    constexpr unsigned int HOSTS = 3;
+    const Leavings left;
+    ChildOptions options = left.directory().for_child();
+    std::vector<std::unique_ptr<Child>> hosts;
+    for (unsigned int i = 0; i < HOSTS; ++i)
+    {
+        const std::string name = "watch_ready_" + std::to_string(i);
+        const Signal ready(name);
+        options.arguments = {name, "watch_never"};
+        hosts.push_back(std::make_unique<Child>("waits_watched", options));
+        hosts.back()->ensure_begun();
+        ASSERT_TRUE(ready.wait());
+    }
+    ASSERT_TRUE(comes_true([] { return count_watched() == HOSTS; }));
+    for (const auto& host : hosts)
+        host->kill();
+    ASSERT_TRUE(nobody_is_watched());
+    EXPECT_EQ(left.crashes(), std::size_t{HOSTS}) << left.crash_lines();
+    EXPECT_EQ(left.reports(), std::size_t{HOSTS});
 }
 
 TEST(WatchedEnds, AreSeenByTheNextWatcherWhenOneIsKilled)
