@@ -678,7 +678,7 @@ def case_AMinidumpOfAnotherCrashIsLeftAlone():
 
 def case_AMinidumpThatIsNotWholeIsDoneWithout():
     Dump().write(DUMP, keep=100)
-    same(place_and_time(warning=f"{DUMP}: the page does without it: this minidump is cut"), ("0x40001560", "2024-01-31 08:00:10"))
+    same(place_and_time(warning=f"{DUMP}: done without it: this minidump is cut"), ("0x40001560", "2024-01-31 08:00:10"))
 
 
 def case_ACrashBeganWithTheFirstOfItsFiles():

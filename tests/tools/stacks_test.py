@@ -10,11 +10,11 @@ import signal
 import struct
 import subprocess
 import sys
-import tempfile
 import time
 import zlib
 
 from minidump_writer import BASE, CRASHED, OTHER, SYSTEM_BASE, Dump
+from pages import check, run_case, same
 
 TOOL, REPORT2HTML, CASE = sys.argv[1:]
 TIMEOUT = 100
@@ -65,20 +65,7 @@ def link_to(name, symbols):
     return name + bytes(4 - len(name) % 4) + struct.pack("<I", zlib.crc32(symbols))
 
 
-# Checks ------------------------------------------------------------------------------------------------------------
-class Failure(Exception):
-    pass
-
-
-def check(truth, message):
-    if not truth:
-        raise Failure(message)
-
-
-def same(is_so, expected):
-    check(is_so == expected, f"is so:    {is_so!r}\nexpected: {expected!r}")
-
-
+# Running the tools ------------------------------------------------------------------------------------------------------------
 def run(*arguments, status=0, tool=TOOL, **environment):
     """The tool, which has to end with that status; its standard output and standard error."""
     done = subprocess.run([sys.executable, tool, *arguments], capture_output=True, timeout=TIMEOUT, check=False,
@@ -385,12 +372,7 @@ def case_ThePageRefusesWhatHoldsNoStacks():
 
 
 def main():
-    with tempfile.TemporaryDirectory() as folder:
-        os.chdir(folder)
-        try:
-            globals()[f"case_{CASE}"]()
-        except Failure as failure:
-            sys.exit(f"{CASE}: {failure}")
+    run_case(CASE, globals()[f"case_{CASE}"])
 
 
 if __name__ == "__main__":

@@ -5,6 +5,7 @@ import os
 import re
 
 from lumlog_tools.minidump import module_at, read_minidump
+from lumlog_tools.program import Refused, say
 from lumlog_tools.reading import hexadecimal
 
 NAME = re.compile(r"(?:crash|session)-(.+)-([0-9]{4}-[0-9]{2}-[0-9]{2}-[0-9]{6})\.xml")
@@ -67,3 +68,17 @@ def place_in_minidump(path, known):
     if dump.crash.code != code or (dump.crash.address ^ address) & LOWER_HALF:
         return None
     return Place(dump.crash.address, dump.modules)
+
+
+def place_of_crash(tool, path, exceptions):
+    """Where the last exception of a report was, and when the minidump was begun that tells it; None twice where none stands
+    beside the report. One that cannot be read is done without, which is said."""
+    dump, begun = find_beside(path, "minidump", ".dmp")
+    if not dump or not exceptions:
+        return None, None
+    try:
+        place = place_in_minidump(dump, exceptions[-1]["known"])
+    except (Refused, OSError) as why:
+        say(tool, dump, f"done without it: {why}")
+        return None, None
+    return (place, begun) if place else (None, None)
