@@ -6,19 +6,25 @@ shipping_dir=$build_dir/shipping
 # ensure_servers: in server_dir. They run without rights, so root's stand in the build tree, where others can read them.
 ensure_servers()
 {
-    local wanted work
     ensure_packages "${shipping_packages[@]}"
     server_dir=$shipping_dir/servers
-    wanted=${unpacked_packages[*]}
-    [ "$(cat "$server_dir.ready" 2>/dev/null)" != "$wanted" ] || return 0
-    mkdir -p "$shipping_dir"
-    work=$(mktemp -d "$shipping_dir/unpack-XXXXXX")
-    run_logged "Fetching the log servers" shipping-servers unpack_packages "$work" "${unpacked_packages[@]}" ||
-        fail "The log servers could not be fetched."
-    rm -rf "$server_dir"
-    mv -T "$work/root" "$server_dir"
+    ensure_unpacked "$server_dir" "${unpacked_packages[@]}"
+}
+
+# ensure_unpacked DIR NAME...: there, unless those packages are there already. Unpacked and not installed, as servers would be
+# started. Whole or not at all.
+ensure_unpacked()
+{
+    local dir=$1 work
+    shift
+    [ "$(cat "$dir.ready" 2>/dev/null)" != "$*" ] || return 0
+    mkdir -p "${dir%/*}"
+    work=$(mktemp -d "$dir-XXXXXX")
+    run_logged "Fetching $*" "unpack-${dir##*/}" unpack_packages "$work" "$@" || fail "Packages could not be fetched: $*"
+    rm -rf "$dir"
+    mv -T "$work/root" "$dir"
     rm -rf "$work"
-    printf '%s\n' "$wanted" >"$server_dir.ready"
+    printf '%s\n' "$*" >"$dir.ready"
 }
 
 # unpack_packages DIR NAME...: into DIR/root, of the versions that the machine's registry has.

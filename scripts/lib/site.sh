@@ -3,19 +3,11 @@
 
 site_dir=$build_dir/site
 
-# ensure_etcd: in etcd_program. Unpacked and not installed, as its package would start it.
+# ensure_etcd: in etcd_program.
 ensure_etcd()
 {
-    local work
     etcd_program=$site_dir/etcd/usr/bin/etcd
-    [ ! -e "$etcd_program" ] || return 0
-    mkdir -p "$site_dir"
-    work=$(mktemp -d "$site_dir/unpack-XXXXXX")
-    run_logged "Fetching etcd" site-etcd unpack_packages "$work" "${site_packages[@]}" ||
-        fail "etcd could not be fetched."
-    rm -rf "$site_dir/etcd"
-    mv -T "$work/root" "$site_dir/etcd"
-    rm -rf "$work"
+    ensure_unpacked "$site_dir/etcd" "${site_packages[@]}"
 }
 
 build_site_programs()
