@@ -397,7 +397,10 @@ TEST(WatchedEndsAtRandom, AreToldOnceAndOrderlyOnesNever)
         false_reports += !is_crash && host.crashes() + host.reports() + host.dumps() != 0 ? 1 : 0;
         missing += is_crash && (host.crashes() != 1 || host.reports() != 1) ? 1 : 0;
         if ((round + 1) % 100 == 0 || round + 1 == rounds)
+        {
             std::printf("%d ends: %d false reports, %d missing\n", round + 1, false_reports, missing);
+            std::fflush(stdout); // who waits for ten thousand of them reads a pipe
+        }
     }
     EXPECT_EQ(false_reports, 0);
     EXPECT_EQ(missing, 0);
