@@ -7,36 +7,19 @@
 
 #include "core/bounded_text.h"
 #include "core/calendar.h"
+#include "core/eight_bytes.h"
 
 namespace kor::core
 {
 namespace
 {
-constexpr std::uint64_t EACH_BYTE = 0x0101010101010101;
-constexpr std::uint64_t TOP_BITS = EACH_BYTE << 7;
-constexpr std::size_t STEP = sizeof(std::uint64_t);
-
 constexpr std::size_t LONGEST_ESCAPE = 6; // "\u001b"; no byte becomes more
 constexpr std::string_view LINE_END = "\"}\n";
-
-constexpr bool has_zero(std::uint64_t bytes) noexcept { return ((bytes - EACH_BYTE) & ~bytes & TOP_BITS) != 0; }
 
 /// True when eight bytes are printable ASCII characters that mean nothing in a string of JSON.
 constexpr bool is_plain(std::uint64_t bytes) noexcept
 {
-    // What is below a blank borrows, DEL carries into the top bit, and what is above ASCII has it.
-    const std::uint64_t other = (bytes - EACH_BYTE * 0x20) | (bytes + EACH_BYTE) | bytes;
-    return (other & TOP_BITS) == 0 && !has_zero(bytes ^ EACH_BYTE * '"') && !has_zero(bytes ^ EACH_BYTE * '\\');
-}
-
-constexpr bool is_within(unsigned int value, unsigned int first, unsigned int last) noexcept
-{
-    return value - first <= last - first;
-}
-
-unsigned char byte_at(std::string_view text, std::size_t at) noexcept
-{
-    return at < text.size() ? static_cast<unsigned char>(text[at]) : 0;
+    return (not_printable(bytes) & TOP_BITS) == 0 && !has_byte(bytes, '"') && !has_byte(bytes, '\\');
 }
 
 constexpr bool is_continuation(unsigned char byte) noexcept { return (byte & 0xC0U) == 0x80; }
@@ -134,14 +117,14 @@ public:
         while (!text.empty() && !m_is_full)
         {
             std::uint64_t bytes = 0;
-            if (text.size() >= STEP && room() >= STEP)
+            if (text.size() >= EIGHT && room() >= EIGHT)
             {
-                std::memcpy(&bytes, text.data(), STEP);
+                std::memcpy(&bytes, text.data(), EIGHT);
                 if (is_plain(bytes))
                 {
-                    std::memcpy(m_at, &bytes, STEP);
-                    m_at += STEP;
-                    text.remove_prefix(STEP);
+                    std::memcpy(m_at, &bytes, EIGHT);
+                    m_at += EIGHT;
+                    text.remove_prefix(EIGHT);
                     continue;
                 }
             }

@@ -6,6 +6,7 @@
 #include <new>
 
 #include "core/bounded_text.h"
+#include "core/eight_bytes.h"
 
 namespace kor::core
 {
@@ -20,19 +21,6 @@ int end_with_newline(char* buffer, int length) noexcept
     return length + 1;
 }
 
-namespace
-{
-constexpr std::uint64_t EACH_BYTE = 0x0101010101010101;
-
-/// True when one of the eight bytes is a newline: it is zero after the exclusive or, and only a byte
-/// that is zero, or stands above one that is, borrows from its top bit.
-constexpr bool has_newline(std::uint64_t bytes) noexcept
-{
-    const std::uint64_t zero_where_newline = bytes ^ (EACH_BYTE * '\n');
-    return ((zero_where_newline - EACH_BYTE) & ~zero_where_newline & (EACH_BYTE << 7)) != 0;
-}
-} // namespace
-
 char* append_text_mode(char* to, std::string_view text) noexcept
 {
     const char* from = text.data();
@@ -43,7 +31,7 @@ char* append_text_mode(char* to, std::string_view text) noexcept
         if (end - from >= static_cast<std::ptrdiff_t>(sizeof bytes))
         {
             std::memcpy(&bytes, from, sizeof bytes);
-            if (!has_newline(bytes))
+            if (!has_byte(bytes, '\n'))
             {
                 std::memcpy(to, &bytes, sizeof bytes);
                 from += sizeof bytes;

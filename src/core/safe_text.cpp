@@ -7,26 +7,21 @@
 #include <new>
 
 #include "core/bounded_text.h"
+#include "core/eight_bytes.h"
 
 namespace kor::core
 {
 namespace
 {
-constexpr std::uint64_t EACH_BYTE = 0x0101010101010101;
-constexpr std::uint64_t TOP_BITS = EACH_BYTE << 7;
-
-/// Looks whether all bytes of a text are printable ASCII characters, STEP of them at a time.
+/// Looks whether all bytes of a text are printable ASCII characters, eight of them at a time.
 class Printable
 {
 public:
-    static constexpr std::size_t STEP = 8;
-
     void look_at(const char* bytes) noexcept
     {
         std::uint64_t text = 0;
         std::memcpy(&text, bytes, sizeof text);
-        // What is below a blank borrows, DEL carries into the top bit, and what is above ASCII has it.
-        m_other |= (text - EACH_BYTE * 0x20) | (text + EACH_BYTE) | text;
+        m_other |= not_printable(text);
     }
     bool all() const noexcept { return (m_other & TOP_BITS) == 0; }
 
@@ -39,40 +34,27 @@ bool is_printable(std::string_view text) noexcept
 {
     const char* const data = text.data();
     Printable seen;
-    if (text.size() < Printable::STEP)
+    if (text.size() < EIGHT)
     {
-        char filled[Printable::STEP];
+        char filled[EIGHT];
         std::memset(filled, ' ', sizeof filled);
         copy_text(filled, data, text.size());
         seen.look_at(filled);
         return seen.all();
     }
-    const std::size_t last = text.size() - Printable::STEP;
-    for (std::size_t at = 0; at < last; at += Printable::STEP)
+    const std::size_t last = text.size() - EIGHT;
+    for (std::size_t at = 0; at < last; at += EIGHT)
         seen.look_at(data + at);
     seen.look_at(data + last);
     return seen.all();
 }
-
-constexpr bool has_zero(std::uint64_t bytes) noexcept { return ((bytes - EACH_BYTE) & ~bytes & TOP_BITS) != 0; }
 
 /// True when one of the bytes begins something that may not be safe: a control character, or what those of
 /// more than one byte begin with (0xC2 and 0xE2, which differ in one bit).
 constexpr bool has_suspect(std::uint64_t bytes) noexcept
 {
     const bool has_control = ((bytes - EACH_BYTE * 0x20) & ~bytes & TOP_BITS) != 0;
-    return has_control || has_zero(bytes ^ (EACH_BYTE * 0x7F)) ||
-           has_zero((bytes | (EACH_BYTE * 0x20)) ^ (EACH_BYTE * 0xE2));
-}
-
-unsigned char byte_at(std::string_view text, std::size_t at) noexcept
-{
-    return at < text.size() ? static_cast<unsigned char>(text[at]) : 0;
-}
-
-constexpr bool is_within(unsigned char c, unsigned char first, unsigned char last) noexcept
-{
-    return c >= first && c <= last;
+    return has_control || has_byte(bytes, 0x7F) || has_byte(bytes | EACH_BYTE * 0x20, 0xE2);
 }
 
 /// A piece of a text that stays together.
