@@ -1,7 +1,6 @@
 #include "Kor/watching.h"
 
 #include <algorithm>
-#include <cstring>
 #include <iterator>
 #include <memory>
 #include <optional>
@@ -11,13 +10,13 @@
 #include "Kor/last_lines.h"
 #include "Kor/session_crash.h"
 #include "core/crash_texts.h"
-#include "core/fixed_text.h"
 #include "core/last_lines.h"
 #include "core/line_ring_reader.h"
 #include "core/session_text.h"
 #include "win/clock.h"
 #include "win/output_file.h"
 #include "win/path.h"
+#include "win/utf8.h"
 #include "win/zone_clock.h"
 
 namespace kor
@@ -44,12 +43,6 @@ private:
 
     win::OutputFile& m_file;
 };
-
-void clean(std::string& text) noexcept
-{
-    std::replace_if(
-        text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < ' '; }, '?');
-}
 } // namespace
 
 /// The lines that the process has recorded, as they are now.
@@ -79,7 +72,7 @@ struct WatchedByUs::Lines
 };
 
 // Beginning ----------------------------------------------------------------------------------------------------------
-WatchedByUs::WatchedByUs(core::WatchedEntry& entry, const DumpWriter& dumps) noexcept
+WatchedByUs::WatchedByUs(core::WatchedEntry& entry, const DumpWriter& dumps)
     : m_dumps(dumps), m_identity{entry.process, entry.created}
 {
     take_given_handles(entry);
@@ -92,6 +85,8 @@ WatchedByUs::WatchedByUs(core::WatchedEntry& entry, const DumpWriter& dumps) noe
         m_section = win::NamedSection::open(core::WatchName(m_identity).text(), sizeof(WatchedProcess));
     if (m_section.view() != nullptr && !core::is_watched_process(told(), sizeof(WatchedProcess), m_identity))
         m_section = win::NamedSection();
+    if (m_section.view() != nullptr)
+        m_folder_at_begin = core::watched_folder(told());
     m_news = win::open_event(core::WatchName(m_identity, core::WATCH_NEWS).text());
     m_answer = win::open_event(core::WatchName(m_identity, core::WATCH_ANSWER).text());
     entry.handles_are_for.store(0);
@@ -116,10 +111,7 @@ void WatchedByUs::watch()
     for (;;)
     {
         look_at_news();
-        const core::WatchTime now = win::watch_time();
-        const core::WatchTime next = m_heartbeats.next_look(told(), now);
-        const DWORD limit =
-            next == core::HeartbeatWatch::NEVER ? INFINITE : static_cast<DWORD>(std::max(next, now) - now);
+        const DWORD limit = m_heartbeats.time_to_next_look(told(), win::watch_time());
         const HANDLE either[] = {m_process.get(), m_news.get()};
         const DWORD what = ::WaitForMultipleObjects(m_news ? 2 : 1, either, FALSE, limit);
         if (what == WAIT_OBJECT_0 || what == WAIT_FAILED)
@@ -165,7 +157,8 @@ void WatchedByUs::answer_request()
     if (!change_request(DumpRequest::REQUESTED, DumpRequest::CLAIMED))
         return;
     ::SetEvent(m_answer.get());
-    const std::wstring name = core::watched_file_name(told().dump_name, std::size(told().dump_name));
+    const std::wstring name =
+        core::watched_file_name(told().dump_name, std::size(told().dump_name), L"minidump-", L".dmp");
     const std::wstring path = folder() + name;
     MINIDUMP_EXCEPTION_INFORMATION crash{};
     crash.ThreadId = told().crashed_thread;
@@ -241,7 +234,7 @@ void WatchedByUs::tell_hang(const core::LateHeartbeat& late) const
         return;
     core::HangLine line{};
     line.time = crash_time();
-    const std::string program = program_text();
+    const std::string program = core::watched_program_text(told());
     line.program = program;
     line.process = m_identity.process;
     line.heartbeat = late.name;
@@ -258,7 +251,7 @@ void WatchedByUs::report_hang(const core::LateHeartbeat& late)
     const std::wstring path = path_of(L"minidump", L".dmp");
     if (!dump(path, nullptr))
         ::DeleteFileW(path.c_str());
-    write_report(path_of(L"hang", L".xml"), HANG_CODE, std::wstring(late.name.begin(), late.name.end()).c_str());
+    write_report(path_of(L"hang", L".xml"), HANG_CODE, win::wide_of_utf8(late.name).c_str());
 }
 
 // Ends that no handler sees --------------------------------------------------------------------------------------------
@@ -275,7 +268,7 @@ void WatchedByUs::report_end()
     {
         core::CrashLine line{};
         line.time = crash_time();
-        const std::string program = program_text();
+        const std::string program = core::watched_program_text(told());
         line.program = program;
         line.process = m_identity.process;
         line.code = code;
@@ -286,27 +279,22 @@ void WatchedByUs::report_end()
     if ((missing & core::WATCH_REPORT) == 0)
         return;
     // One that the process has begun and not ended is written anew.
-    const std::wstring begun = core::watched_file_name(told().report_name, std::size(told().report_name));
-    const bool is_crash = begun.compare(0, 6, L"crash-") == 0;
-    write_report(is_crash ? folder() + begun : path_of(L"crash", L".xml"), code, nullptr);
+    const std::wstring begun =
+        core::watched_file_name(told().report_name, std::size(told().report_name), L"crash-", L".xml");
+    write_report(begun.empty() ? path_of(L"crash", L".xml") : folder() + begun, code, nullptr);
 }
 
 // Files --------------------------------------------------------------------------------------------------------------
-std::wstring WatchedByUs::folder() const { return core::watched_text(told().folder, std::size(told().folder)); }
+std::wstring WatchedByUs::folder() const
+{
+    std::wstring folder = core::watched_folder(told());
+    return folder.empty() ? m_folder_at_begin : folder;
+}
 
 std::wstring WatchedByUs::program() const
 {
     std::wstring name = core::watched_file_name(told().program, std::size(told().program));
     return name.empty() ? L"unknown" : name;
-}
-
-std::string WatchedByUs::program_text() const
-{
-    char copy[core::WATCH_PROGRAM_SIZE];
-    std::memcpy(copy, told().program_text, sizeof copy); // once, as it may be changing
-    std::string text(core::bounded(copy));
-    clean(text);
-    return text;
 }
 
 /// Made at once, so that programs of one name that end in the same second do not take the places of each other's files.

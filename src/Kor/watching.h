@@ -21,8 +21,9 @@ namespace kor
 class WatchedByUs
 {
 public:
-    /// Takes the handles that the process has given, or opens it by its id. Both must live as long as this.
-    WatchedByUs(core::WatchedEntry& entry, const DumpWriter& dumps) noexcept;
+    /// Takes the handles that the process has given, or opens it by its id. Both must live as long as this. Throws when there
+    /// is no memory.
+    WatchedByUs(core::WatchedEntry& entry, const DumpWriter& dumps);
 
     /// False when the process is gone, or may not be looked at.
     bool is_there() const noexcept { return m_process && m_section.view() != nullptr; }
@@ -53,7 +54,6 @@ private:
 
     std::wstring folder() const;
     std::wstring program() const;
-    std::string program_text() const;
     std::wstring path_of(const wchar_t* type, const wchar_t* end) const;
     void write_last_lines();
     void write_report(const std::wstring& path, DWORD code, const wchar_t* event_id) const;
@@ -66,7 +66,8 @@ private:
     win::NamedSection m_section;
     win::OwnedHandle m_news;
     win::OwnedHandle m_answer;
-    win::OwnedHandle m_recorder; // a section
+    win::OwnedHandle m_recorder;    // a section
+    std::wstring m_folder_at_begin; // for a process that has written over it since
     core::HeartbeatWatch m_heartbeats;
     ModuleList m_modules;
 };

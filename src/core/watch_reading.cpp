@@ -14,14 +14,15 @@ namespace
 constexpr WatchTime LOOK_AT_LATE_MS = 500; // how often at a process that hangs, until it is back
 
 /// Control characters would stand in a log line or a report.
-std::string heartbeat_name(const WatchedHeartbeat& beat)
+template <std::size_t SIZE>
+std::string plain_text(const char (&from)[SIZE])
 {
-    char copy[sizeof beat.name];
-    std::copy(std::begin(beat.name), std::end(beat.name), std::begin(copy)); // once, as it may be changing
-    std::string name(bounded(copy));
+    char copy[SIZE];
+    std::copy(std::begin(from), std::end(from), std::begin(copy)); // once, as it may be changing
+    std::string text(bounded(copy));
     std::replace_if(
-        name.begin(), name.end(), [](char c) { return static_cast<unsigned char>(c) < ' '; }, '?');
-    return name;
+        text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < ' '; }, '?');
+    return text;
 }
 
 /// "" when it does not fit, as two names must not become one.
@@ -58,12 +59,24 @@ std::wstring watched_text(const char16_t* from, std::size_t size)
     return text;
 }
 
-std::wstring watched_file_name(const char16_t* from, std::size_t size)
+std::wstring watched_file_name(const char16_t* from, std::size_t size, std::wstring_view begin, std::wstring_view end)
 {
     std::wstring name = watched_text(from, size);
     const bool is_elsewhere = name.find_first_of(L"\\/:") != std::wstring::npos;
-    return is_elsewhere ? std::wstring() : name;
+    const bool is_such = name.size() >= begin.size() + end.size() && name.compare(0, begin.size(), begin) == 0 &&
+                         name.compare(name.size() - end.size(), end.size(), end) == 0;
+    return is_elsewhere || !is_such ? std::wstring() : name;
 }
+
+std::wstring watched_folder(const WatchedProcess& from)
+{
+    std::wstring folder = watched_text(from.folder, std::size(from.folder));
+    const bool is_whole =
+        folder.size() > 2 && (folder.compare(0, 2, L"\\\\") == 0 || folder.compare(1, 2, L":\\") == 0);
+    return is_whole && folder.back() == L'\\' ? folder : std::wstring();
+}
+
+std::string watched_program_text(const WatchedProcess& from) { return plain_text(from.program_text); }
 
 void tell_text(char16_t* to, std::size_t size, std::wstring_view from) noexcept
 {
@@ -170,9 +183,10 @@ std::vector<LateHeartbeat> HeartbeatWatch::look(const WatchedProcess& from, Watc
             period != 0 && last < now && now - last > period && (!state.is_late || last == state.late_since);
         if (is_late == state.is_late)
             continue;
-        const WatchTime back = last > state.late_since ? last : now; // where it was taken back, there was no beat
+        // Where it was taken back, there was no beat, and none can come from the future.
+        const WatchTime back = last > state.late_since ? std::min(last, now) : now;
         changes.push_back(
-            {slot, heartbeat_name(beat), is_late ? now - last : back - std::min(state.late_since, back), !is_late});
+            {slot, plain_text(beat.name), is_late ? now - last : back - std::min(state.late_since, back), !is_late});
         state = {is_late, last};
     }
     return changes;
@@ -191,6 +205,14 @@ WatchTime HeartbeatWatch::next_look(const WatchedProcess& from, WatchTime now) c
         next = std::min(next, m_states[slot].is_late ? now + LOOK_AT_LATE_MS : std::max(last + period, now) + 1);
     }
     return next;
+}
+
+std::uint32_t HeartbeatWatch::time_to_next_look(const WatchedProcess& from, WatchTime now) const noexcept
+{
+    const WatchTime next = next_look(from, now);
+    if (next == NEVER)
+        return WAIT_FOR_EVER;
+    return static_cast<std::uint32_t>(std::min<WatchTime>(next - now, WAIT_FOR_EVER - 1)); // a promise may be as long
 }
 
 bool tell_heartbeat(WatchedProcess& to, std::string_view name, std::uint32_t period_ms, WatchTime now) noexcept

@@ -23,8 +23,16 @@ bool is_watched_process(const WatchedProcess& from, std::size_t size, const Proc
 /// A text of size characters at most, up to its nul.
 std::wstring watched_text(const char16_t* from, std::size_t size);
 
-/// The name of a file without a folder, empty where it is none: it names nothing elsewhere.
-std::wstring watched_file_name(const char16_t* from, std::size_t size);
+/// The name of a file that begins and ends so, without a folder. Empty where it is anything else: what has been written over
+/// names nothing elsewhere, and none of the other files there.
+std::wstring
+watched_file_name(const char16_t* from, std::size_t size, std::wstring_view begin = {}, std::wstring_view end = {});
+
+/// The folder of all files, empty where what stands there is none, as it has been written over.
+std::wstring watched_folder(const WatchedProcess& from);
+
+/// The program as in crashes.log, for a line of a log.
+std::string watched_program_text(const WatchedProcess& from);
 
 /// Copies a text into what a process tells, cut where there is no room for it and its nul.
 void tell_text(char16_t* to, std::size_t size, std::wstring_view from) noexcept;
@@ -74,6 +82,10 @@ public:
 
     /// When to look again at the latest.
     WatchTime next_look(const WatchedProcess& from, WatchTime now) const noexcept;
+
+    /// The same as milliseconds to wait for, as the system counts them; WAIT_FOR_EVER for NEVER alone.
+    std::uint32_t time_to_next_look(const WatchedProcess& from, WatchTime now) const noexcept;
+    static constexpr std::uint32_t WAIT_FOR_EVER = ~std::uint32_t{0};
 
 private:
     struct State

@@ -101,6 +101,45 @@ TEST(WatchedTexts, NameNoFileElsewhere)
     EXPECT_EQ(kor::core::watched_file_name(text, 32), L"minidump-viewer.dmp");
 }
 
+TEST(WatchedTexts, NameNoOtherFileOfTheFolder)
+{
+    const auto name_of = [](const wchar_t* told)
+    {
+        char16_t text[32] = {};
+        kor::core::tell_text(text, 32, told);
+        return kor::core::watched_file_name(text, 32, L"minidump-", L".dmp");
+    };
+    EXPECT_EQ(name_of(L"minidump-viewer.dmp"), L"minidump-viewer.dmp");
+    EXPECT_EQ(name_of(L"CLGState.mp"), L"");
+    EXPECT_EQ(name_of(L"minidump-viewer.xml"), L"");
+    EXPECT_EQ(name_of(L"a minidump-viewer.dmp"), L"");
+    EXPECT_EQ(name_of(L"minidump.dmp"), L"");
+    EXPECT_EQ(name_of(L""), L"");
+}
+
+TEST(WatchedTexts, NameAWholeFolderOrNone)
+{
+    const auto process = make_process();
+    const auto folder_of = [&](const wchar_t* told)
+    {
+        kor::core::tell_text(process->folder, std::size(process->folder), told);
+        return kor::core::watched_folder(*process);
+    };
+    for (const wchar_t* const whole : {L"C:\\logs\\", L"C:\\", L"\\\\server\\logs\\", L"\\\\?\\C:\\logs\\"})
+        EXPECT_EQ(folder_of(whole), whole);
+    for (const wchar_t* const none : {L"", L"C", L"C:", L"C:\\logs", L"logs\\", L"\\logs\\", L"\\\\server"})
+        EXPECT_EQ(folder_of(none), L"");
+}
+
+TEST(WatchedTexts, OfAProgramAreOneLine)
+{
+    const auto process = make_process();
+    std::memset(process->program_text, 'x', sizeof process->program_text); // without its nul
+    EXPECT_EQ(kor::core::watched_program_text(*process), std::string(256, 'x'));
+    std::memcpy(process->program_text, "a\r\n\x1F\x7F", 6);
+    EXPECT_EQ(kor::core::watched_program_text(*process), "a???\x7F");
+}
+
 // Ends -------------------------------------------------------------------------------------------------------------
 TEST(WatchedEnd, IsOrderlyByItsCodeAndHowFarItCame)
 {
@@ -224,6 +263,31 @@ TEST(WatchedHeartbeats, ThatAreTakenBackWhileTheyAreLateAreBack)
     ASSERT_EQ(back.size(), 1u);
     EXPECT_TRUE(back[0].is_back);
     EXPECT_EQ(back[0].silence, 2000u);
+}
+
+TEST(WatchedHeartbeats, FromTheFutureAreBackNow)
+{
+    const auto process = make_process();
+    HeartbeatWatch watch;
+    kor::core::tell_heartbeat(*process, "gui", 100, 1000);
+    ASSERT_EQ(watch.look(*process, 2000).size(), 1u);
+    process->heartbeats[0].beat = ~std::uint64_t{0}; // written over
+    const auto back = watch.look(*process, 2500);
+    ASSERT_EQ(back.size(), 1u);
+    EXPECT_TRUE(back[0].is_back);
+    EXPECT_EQ(back[0].silence, 1500u);
+}
+
+TEST(WatchedHeartbeats, AreWaitedForAsLongAsTheSystemCan)
+{
+    const auto process = make_process();
+    const HeartbeatWatch watch;
+    EXPECT_EQ(watch.time_to_next_look(*process, 1000), HeartbeatWatch::WAIT_FOR_EVER);
+    kor::core::tell_heartbeat(*process, "gui", 0xFFFFFFFF, 1000);
+    EXPECT_EQ(watch.time_to_next_look(*process, 1000), 0xFFFFFFFEu); // and not 0
+    EXPECT_EQ(watch.time_to_next_look(*process, 1001), 0xFFFFFFFEu); // and not for ever
+    kor::core::tell_heartbeat(*process, "gui", 100, 1000);
+    EXPECT_EQ(watch.time_to_next_look(*process, 1050), 51u);
 }
 
 TEST(WatchedHeartbeats, HaveNamesThatFitAndRoomForSixteen)

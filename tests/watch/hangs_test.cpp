@@ -14,6 +14,7 @@ namespace
 using ::testing::HasSubstr;
 
 constexpr unsigned long NOT_WATCHED = 40; // exit codes
+constexpr char GUI[] = "gui \xC3\xA4";    // in UTF-8
 } // namespace
 
 KOR_CHILD(hangs_and_comes_back)
@@ -23,11 +24,11 @@ KOR_CHILD(hangs_and_comes_back)
     KorGLog.Open("test.log", "viewer");
     if (!Kor_CrashHandlers::Install() || !Kor_SessionLogHost::startWatcher())
         return NOT_WATCHED;
-    Kor_SessionLogHost::heartbeat("gui", 200);
+    Kor_SessionLogHost::heartbeat(GUI, 200);
     Kor_SessionLogHost::heartbeat("reader", 200);
     Kor_SessionLogHost::heartbeat("reader", 0); // promises nothing any more
     come_back.wait();
-    Kor_SessionLogHost::heartbeat("gui", 3'600'000);
+    Kor_SessionLogHost::heartbeat(GUI, 3'600'000);
     return end.wait() ? 0 : 1;
 }
 
@@ -47,14 +48,14 @@ TEST(Heartbeats, ThatDoNotComeAreToldOnceAndAgainWhenTheyAreBack)
     ASSERT_TRUE(comes_true([&] { return left.report("hang-").find("</lumariscontext>") != std::string::npos; }));
     ASSERT_EQ(lines().size(), 1u);
     EXPECT_THAT(lines()[0], HasSubstr("Hanging Process Details: "));
-    EXPECT_THAT(lines()[0], HasSubstr('[' + std::to_string(host.pid()) + "] Heartbeat: gui, silent for "));
-    EXPECT_THAT(left.report("hang-"), HasSubstr(" Code=\"0xe0000003\" EventID=\"gui\""));
+    EXPECT_THAT(lines()[0], HasSubstr('[' + std::to_string(host.pid()) + "] Heartbeat: " + GUI + ", silent for "));
+    EXPECT_THAT(left.report("hang-"), HasSubstr(std::string(" Code=\"0xe0000003\" EventID=\"") + GUI + '"'));
     EXPECT_GE(elements(left.report("hang-"), "Module").size(), 4u);
     EXPECT_EQ(left.dumps(), 1u);
 
     come_back.give();
     ASSERT_TRUE(comes_true([&] { return lines().size() == 2; }));
-    EXPECT_THAT(lines()[1], HasSubstr("] Heartbeat: gui, back after "));
+    EXPECT_THAT(lines()[1], HasSubstr(std::string("] Heartbeat: ") + GUI + ", back after "));
     end.give();
     EXPECT_EQ(host.wait(PATIENCE_MS).exit_code, 0u);
     ASSERT_TRUE(nobody_is_watched());
