@@ -16,6 +16,8 @@
 #include "Kor_SessionLog.h"
 #include "Kor_SessionLogGatherer.h"
 
+#include <psapi.h> // behind windows.h
+
 // Known outside of this file, as else a compiler knows all classes that there are, and that no object which is
 // finished has a pure virtual function.
 class Unfinished
@@ -269,7 +271,8 @@ void overflow_stack_of_thread()
         .join();
 }
 
-void crash_with_the_loader_lock_taken()
+/// Another thread has the lock under which DLLs are loaded, and does then(); it is taken when this returns.
+void have_the_loader_lock_taken(void (*then)())
 {
     using Lock = LONG NTAPI(ULONG, ULONG*, ULONG_PTR*);
     auto* const lock = reinterpret_cast<Lock*>(
@@ -281,20 +284,70 @@ void crash_with_the_loader_lock_taken()
             ULONG_PTR cookie = 0;
             lock(0, nullptr, &cookie);
             ::SetEvent(locked);
-            ::Sleep(60'000);
+            then();
         })
         .detach();
     ::WaitForSingleObject(locked, 10'000);
-    write_to_null(); // while another thread has it
 }
 
-/// Takes all addresses that the system hands out.
+void crash_with_the_loader_lock_taken()
+{
+    have_the_loader_lock_taken([] { ::Sleep(60'000); });
+    write_to_null();
+}
+
+/// The end of a process waits for that lock, until somebody loses patience.
+void exit_with_the_loader_lock_taken()
+{
+    Kor_SessionLogHost::heartbeat("main", 500);
+    have_the_loader_lock_taken(
+        []
+        {
+            ::Sleep(8'000);
+            ::TerminateProcess(::GetCurrentProcess(), 1);
+        });
+    std::exit(0);
+}
+
+SIZE_T memory_taken()
+{
+    PROCESS_MEMORY_COUNTERS memory{};
+    ::GetProcessMemoryInfo(::GetCurrentProcess(), &memory, sizeof memory);
+    return memory.WorkingSetSize;
+}
+
+/// Takes all addresses that the system hands out. Wine notes each of their pages, for which no machine has the memory: there,
+/// a limit from outside has to make them few.
 void exhaust_address_space()
 {
-    for (SIZE_T size = SIZE_T{1} << 46; size >= 0x10000; size /= 2)
+    constexpr SIZE_T ENOUGH = SIZE_T{512} << 20;
+    for (SIZE_T size = SIZE_T{1} << 36; size >= 0x10000; size /= 2)
         while (::VirtualAlloc(nullptr, size, MEM_RESERVE, PAGE_NOACCESS) != nullptr)
-            ;
+            if (memory_taken() > ENOUGH)
+                return;
     write_to_null();
+}
+
+/// Writes behind the end of blocks, and gives back what is there.
+void overrun_heap()
+{
+    constexpr std::size_t SIZE = 40;
+    static void* volatile blocks[256];
+    for (void* volatile& block : blocks)
+        block = std::malloc(SIZE);
+    for (void* volatile& block : blocks) // wherever they lie, another is behind most of them
+        std::memset(block, 'A', 2 * SIZE);
+    for (void* volatile& block : blocks)
+        std::free(block);
+}
+
+/// Gives a block back twice, which is so large that the system has it for itself.
+void free_twice()
+{
+    static void* volatile block = std::malloc(std::size_t{8} << 20);
+    std::free(block);
+    std::free(block);
+    block = nullptr; // or else this function is left for free()
 }
 
 /// Does not come back in time, does so, and ends as it should.
@@ -331,7 +384,10 @@ constexpr Way WAYS[] = {
     {"killed", &be_killed_from_outside},
     {"large-frames", &overflow_stack_of_thread},
     {"loader-lock", &crash_with_the_loader_lock_taken},
+    {"exit-with-loader-lock", &exit_with_the_loader_lock_taken},
     {"address-space", &exhaust_address_space},
+    {"heap-overrun", &overrun_heap},
+    {"double-free", &free_twice},
     {"hang", &hang},
     {"none", nullptr},
 };

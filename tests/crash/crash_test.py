@@ -1,6 +1,6 @@
-"""crash_test.py TEST PROGRAM WORK_DIR EMULATOR...: crashes the example program crashing_host and has what it left read
-by programs that share no code with it: the report and the state by xmllint, the minidump by LLDB. Its stacks are read by
-tools/stacks, which names the function that crashed.
+"""crash_test.py TEST PROGRAM WORK_DIR EMULATOR...: crashes the example program crashing_host, with a watcher and without,
+and has what it left read by programs that share no code with it: the report and the state by xmllint, the minidump by
+LLDB. Its stacks are read by tools/stacks, which names the function that crashed.
 
 TEST is the name of a function below.
 
@@ -12,9 +12,11 @@ import json
 import os
 import pathlib
 import re
+import resource
 import shutil
 import subprocess
 import sys
+import time
 
 MOST_SECONDS = 100
 TO_FILE = "2\nfile_size_limit_in_mb=0\n"
@@ -26,6 +28,9 @@ MODULES = "/lumariscontext/SessionLogData/LoadedModules"
 
 Dump = collections.namedtuple("Dump", "process thread code address modules")
 Line = collections.namedtuple("Line", "process thread code")
+# A way to crash: the exception's code and name, the functions on top of the stack, and that of them which did it; whether
+# it is on main's thread.
+Way = collections.namedtuple("Way", "code description functions crashed on_main", defaults=[True])
 
 
 def windows_path(path):
@@ -64,16 +69,30 @@ class Host:
         self.program = program
         self.emulator = emulator
 
-    def run(self, way, code):
-        """code: the exit code, of which the lower eight bits get here."""
+    def run(self, way, code, most_addresses=None):
+        """code: the exit code, of which the lower eight bits get here. most_addresses: bytes that it may have."""
+        def limit():
+            if most_addresses is not None:
+                resource.setrlimit(resource.RLIMIT_AS, (most_addresses, most_addresses))
+
         # The emulator keeps variables of the library from what it starts.
         script = (f"set PRISMATE_LOG_DIR={windows_path(self.directory)}&& set KORAL_LOG_DEVELOP=1&& "
                   f"{windows_path(self.program)} {way}")
         done = subprocess.run(self.emulator + ["cmd.exe", "/c", script], stdin=subprocess.DEVNULL,
-                              stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, timeout=MOST_SECONDS, check=False)
+                              stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, timeout=MOST_SECONDS, check=False,
+                              preexec_fn=limit)
         if not (self.directory / "crashing_host.log").exists():
             sys.exit(1)
         expect("lower bits of the exit code", done.returncode, code & 0xff)
+
+    def wait_for_watchers(self):
+        """Until all that they write is written, and they have gone."""
+        end = time.monotonic() + MOST_SECONDS
+        status = [*self.emulator, windows_path(self.program.parent / "LUMlogWatch.exe"), "--status"]
+        while output_of(status).strip() != "Nobody watches.":
+            if time.monotonic() > end:
+                fail("somebody still watches")
+            time.sleep(0.2)
 
     def file(self, pattern):
         """The one file with such a name."""
@@ -158,13 +177,17 @@ def short_name(function):
     return re.match(r"(operator\(\)|[^(<])*", function)[0]
 
 
+def names_of(stack):
+    return [short_name(frame["function"] or "?") for frame in stack]
+
+
 def expect_stack(host, functions, crashed):
     """Of the thread that crashed, from the top and without the library's handlers, whose names are in no file here. One is
     that which did it, and the host's."""
     stacks = read_stacks(host, host.program.parent, *SYSTEM_DLLS)
     expect("thread on top", stacks["threads"][0]["id"], stacks["exception"]["thread"])
     frames = [frame for frame in stacks["threads"][0]["frames"] if frame["module"] != "LUMlog.dll"]
-    names = [short_name(frame["function"] or "?") for frame in frames]
+    names = names_of(frames)
     expect("functions on top", names[:len(functions)], functions)
     frame = frames[names.index(crashed)]
     expect("source of the function that crashed", (str(frame["file"]).rpartition("/")[2], frame["line"] > 20),
@@ -172,16 +195,17 @@ def expect_stack(host, functions, crashed):
     expect("what the program lacks", [lack for lack in stacks["missing"] if lack["module"] == host.program.name], [])
 
 
-def expect_everything_left_by(host, way, code, description, functions, crashed, on_main=True):
-    host.run(way, int(code, 16))
+def expect_everything_left_by(host, name):
+    way = WAYS[name]
+    host.run(name, int(way.code, 16))
     line = host.crash_line()
     dump = read_dump(host.file("minidump-example_crashing_host-*.dmp"))
-    expect("code in the crash line", line.code, code)
+    expect("code in the crash line", line.code, way.code)
     expect("process, thread and code in the minidump", dump[:3], line)
-    expect("whether main's thread crashed", line.thread == host.thread_of_main(), on_main)
+    expect("whether main's thread crashed", line.thread == host.thread_of_main(), way.on_main)
 
     report = Document(host.file("crash-example_crashing_host-*.xml"))
-    for name, value in (("Code", code), ("Description", description), ("Module", windows_path(host.program)),
+    for name, value in (("Code", way.code), ("Description", way.description), ("Module", windows_path(host.program)),
                         ("Address", low_half(dump.address))):
         expect(name, report.text(f"{EXCEPTION}/@{name}"), value)
     report.expect_count(1, f"{EXCEPTION}/memory[@working_set_size > 0]")
@@ -190,11 +214,43 @@ def expect_everything_left_by(host, way, code, description, functions, crashed, 
     for event in REPORTED_WORK:
         report.expect_count(1, event)
     expect_modules(report, dump, host.program)
-    expect_stack(host, functions, crashed)
+    expect_stack(host, way.functions, way.crashed)
 
     state = Document(host.file("CLGState.mp"))
     state.expect_count(1, COUNTED_LOGIN.format(1))
     state.expect_count(0, "/*/context | /*/history | /*/errors | /*/warnings")
+
+
+def expect_line_report_and_last_lines(host, name, code):
+    host.wait_for_watchers()
+    expect("code in the crash line", host.crash_line().code, code)
+    report = Document(host.file("crash-example_crashing_host-*.xml"))
+    expect("code in the report", report.text(f"{EXCEPTION}/@Code"), code)
+    report.expect_count(1, "/*/errors/event[@subject='Loader']/info[.='cannot read front.png']")
+    for file in host.directory.glob("lastlines-example_crashing_host-*.log"):
+        expect("whether the last lines are there", f" main -> and now: {name}\n" in file.read_text(encoding="ascii"), True)
+
+
+def expect_watched(host, name, exit_code=None, most_addresses=None):
+    """What is left with a watcher, which writes the minidump."""
+    way = WAYS[name]
+    host.wait_for_watchers()  # of nobody: what it starts must not have the limit of a host
+    host.run(f"{name} watched", int(way.code, 16) if exit_code is None else exit_code, most_addresses)
+    expect_line_report_and_last_lines(host, name, way.code)
+    host.file("lastlines-*.log")
+    expect_stack(host, way.functions, way.crashed)
+
+
+def expect_hang(host, name, exit_code, function):
+    """The minidump is of a process that goes on; the thread that hangs is in this function."""
+    host.run(f"{name} watched", exit_code)
+    host.wait_for_watchers()
+    stacks = read_stacks(host, host.program.parent, *SYSTEM_DLLS)
+    expect("exception", stacks["exception"], None)
+    stack = [thread["frames"] for thread in stacks["threads"] if thread["id"] == host.thread_of_main()][0]
+    expect("whether the function that hangs is named", function in names_of(stack), True)
+    report = Document(host.file("hang-example_crashing_host-*.xml"))
+    expect("whose promise it was", report.text(f"{EXCEPTION}/@EventID"), "main")
 
 
 def expect_modules(report, dump, program):
@@ -205,57 +261,75 @@ def expect_modules(report, dump, program):
         report.expect_count(1, f"{MODULES}/Module[@FullPath='{path}'][@BaseAddress='{low_half(base)}']")
 
 
-# Tests --------------------------------------------------------------------------------------------------------------
-# How what nobody catches gets to the handler, and a thread to what it is to do.
+# Ways to crash --------------------------------------------------------------------------------------------------------
+# How what nobody catches gets to the handler, and a thread to what it is to do; how a block is given back.
 TERMINATED = ["Kor_CrashHandlers::on_terminate", "__cxxabiv1::__terminate", "std::terminate", "__cxa_throw"]
 ON_THREAD = ["operator()", "__invoke_impl", "__invoke", "_M_invoke"]
+FREE = ["RtlFreeHeap", "msvcrt_heap_free", "free"]
+ACCESS_VIOLATION = ("0xc0000005", "EXCEPTION_ACCESS_VIOLATION")
+UNCAUGHT = ("0xe06d7363", "(C++ thrown() exception)")
+
+WAYS = {
+    "null-write": Way(*ACCESS_VIOLATION, ["write_to_null", "main"], "write_to_null"),
+    "stack-overflow": Way("0xc00000fd", "EXCEPTION_STACK_OVERFLOW", ["fill_stack"] * 5, "fill_stack"),
+    # What is called first is nothing at all.
+    "pure-call": Way(*ACCESS_VIOLATION, ["?", "Unfinished::call", "Unfinished::Unfinished", "Finished::Finished",
+                                         "call_pure_virtual"], "Unfinished::call"),
+    # abort() itself is the system's.
+    "abort": Way("0xe0000001", "EXCEPTION_UNKNOWN", ["Kor_CrashHandlers::on_abort", "raise", "abort", "main"], "main"),
+    "uncaught": Way(*UNCAUGHT, [*TERMINATED, "throw_uncaught"], "throw_uncaught"),
+    "uncaught-on-thread": Way(*UNCAUGHT, [*TERMINATED, "throw_uncaught"], "throw_uncaught", False),
+    "heap-exhaustion": Way(*UNCAUGHT, [*TERMINATED, "exhaust_heap"], "exhaust_heap"),
+    "divide": Way("0xc0000094", "EXCEPTION_INT_DIVIDE_BY_ZERO", ["divide", "divide_by_zero", "main"], "divide"),
+    # Which is in memory that no program was loaded into.
+    "illegal-instruction": Way("0xc000001d", "EXCEPTION_ILLEGAL_INSTRUCTION", ["?", "run_illegal_instruction", "main"],
+                               "run_illegal_instruction"),
+    "second-thread": Way(*ACCESS_VIOLATION, ["write_to_null", *ON_THREAD], "write_to_null", False),
+    "two-threads": Way(*ACCESS_VIOLATION, ["write_to_null", *ON_THREAD], "write_to_null", False),
+    "filter": Way(*ACCESS_VIOLATION, ["write_to_null", "crash_again_in_filter", "main"], "write_to_null"),
+    # What fails is the heap of the system, far from what has broken it.
+    "heap-overrun": Way(*ACCESS_VIOLATION, ["list_remove", "heap_free_block", *FREE, "overrun_heap"], "overrun_heap"),
+    "double-free": Way(*ACCESS_VIOLATION, ["block_get_subheap", "unsafe_block_from_ptr", *FREE, "free_twice"],
+                       "free_twice"),
+    "address-space": Way(*ACCESS_VIOLATION, ["write_to_null", "exhaust_address_space"], "write_to_null"),
+}
 
 
+# Tests --------------------------------------------------------------------------------------------------------------
 def a_write_to_null(host):
-    expect_everything_left_by(host, "null-write", "0xc0000005", "EXCEPTION_ACCESS_VIOLATION", ["write_to_null", "main"],
-                              "write_to_null")
+    expect_everything_left_by(host, "null-write")
 
 
 def a_stack_overflow(host):
-    expect_everything_left_by(host, "stack-overflow", "0xc00000fd", "EXCEPTION_STACK_OVERFLOW", ["fill_stack"] * 5,
-                              "fill_stack")
+    expect_everything_left_by(host, "stack-overflow")
     size = host.file("minidump-*.dmp").stat().st_size
     expect(f"whether the full stack, 2 MB, is among the {size} bytes of the minidump", size > 2000000, True)
 
 
 def a_pure_virtual_call(host):
-    # What is called first is nothing at all.
-    expect_everything_left_by(
-        host, "pure-call", "0xc0000005", "EXCEPTION_ACCESS_VIOLATION",
-        ["?", "Unfinished::call", "Unfinished::Unfinished", "Finished::Finished", "call_pure_virtual"], "Unfinished::call")
+    expect_everything_left_by(host, "pure-call")
 
 
 def an_abort(host):
-    # abort() itself is the system's.
-    expect_everything_left_by(host, "abort", "0xe0000001", "EXCEPTION_UNKNOWN",
-                              ["Kor_CrashHandlers::on_abort", "raise", "abort", "main"], "main")
+    expect_everything_left_by(host, "abort")
 
 
 def an_uncaught_exception(host):
-    expect_everything_left_by(host, "uncaught", "0xe06d7363", "(C++ thrown() exception)", [*TERMINATED, "throw_uncaught"],
-                              "throw_uncaught")
+    expect_everything_left_by(host, "uncaught")
 
 
 def an_uncaught_exception_on_a_thread(host):
-    expect_everything_left_by(host, "uncaught-on-thread", "0xe06d7363", "(C++ thrown() exception)",
-                              [*TERMINATED, "throw_uncaught"], "throw_uncaught", on_main=False)
+    expect_everything_left_by(host, "uncaught-on-thread")
 
 
 def a_lack_of_memory(host):
-    expect_everything_left_by(host, "heap-exhaustion", "0xe06d7363", "(C++ thrown() exception)",
-                              [*TERMINATED, "exhaust_heap"], "exhaust_heap")
+    expect_everything_left_by(host, "heap-exhaustion")
     Document(host.file("crash-*.xml")).expect_count(
         1, "/*/errors/event[@subject='uncaught exception']/info[.='std::bad_alloc']")
 
 
 def a_division_by_zero(host):
-    expect_everything_left_by(host, "divide", "0xc0000094", "EXCEPTION_INT_DIVIDE_BY_ZERO",
-                              ["divide", "divide_by_zero", "main"], "divide")
+    expect_everything_left_by(host, "divide")
     # Without any other file.
     stacks = read_stacks(host)
     frames = stacks["threads"][0]["frames"]
@@ -266,25 +340,95 @@ def a_division_by_zero(host):
 
 
 def an_illegal_instruction(host):
-    # Which is in memory that no program was loaded into.
-    expect_everything_left_by(host, "illegal-instruction", "0xc000001d", "EXCEPTION_ILLEGAL_INSTRUCTION",
-                              ["?", "run_illegal_instruction", "main"], "run_illegal_instruction")
+    expect_everything_left_by(host, "illegal-instruction")
 
 
 def a_thread_while_another_reports(host):
-    expect_everything_left_by(host, "second-thread", "0xc0000005", "EXCEPTION_ACCESS_VIOLATION",
-                              ["write_to_null", *ON_THREAD], "write_to_null", on_main=False)
+    expect_everything_left_by(host, "second-thread")
 
 
 def two_threads_at_once(host):
-    expect_everything_left_by(host, "two-threads", "0xc0000005", "EXCEPTION_ACCESS_VIOLATION",
-                              ["write_to_null", *ON_THREAD], "write_to_null", on_main=False)
+    expect_everything_left_by(host, "two-threads")
 
 
 def a_crash_in_a_filter(host):
     """The minidump is of the first crash, the exit code that of the second."""
     host.run("filter", 0xc0000094)
-    expect_stack(host, ["write_to_null", "crash_again_in_filter", "main"], "write_to_null")
+    expect_stack(host, WAYS["filter"].functions, WAYS["filter"].crashed)
+
+
+# The same with minidumps that the watcher writes.
+def a_watched_write_to_null(host):
+    expect_watched(host, "null-write")
+
+
+def a_watched_stack_overflow(host):
+    expect_watched(host, "stack-overflow")
+
+
+def a_watched_pure_virtual_call(host):
+    expect_watched(host, "pure-call")
+
+
+def a_watched_abort(host):
+    expect_watched(host, "abort")
+
+
+def a_watched_uncaught_exception(host):
+    expect_watched(host, "uncaught")
+
+
+def a_watched_uncaught_exception_on_a_thread(host):
+    expect_watched(host, "uncaught-on-thread")
+
+
+def a_watched_lack_of_memory(host):
+    expect_watched(host, "heap-exhaustion")
+
+
+def a_watched_division_by_zero(host):
+    expect_watched(host, "divide")
+
+
+def a_watched_illegal_instruction(host):
+    expect_watched(host, "illegal-instruction")
+
+
+def a_watched_thread_while_another_reports(host):
+    expect_watched(host, "second-thread")
+
+
+def two_watched_threads_at_once(host):
+    expect_watched(host, "two-threads")
+
+
+def a_watched_crash_in_a_filter(host):
+    expect_watched(host, "filter", exit_code=0xc0000094)
+
+
+def a_watched_heap_that_was_overrun(host):
+    expect_watched(host, "heap-overrun")
+
+
+def a_watched_block_that_is_given_back_twice(host):
+    expect_watched(host, "double-free")
+
+
+def a_watched_lack_of_addresses(host):
+    # Wine takes three billion of them before a program begins.
+    expect_watched(host, "address-space", most_addresses=6 << 30)
+
+
+def a_watched_hang(host):
+    expect_hang(host, "hang", 0, "hang")
+    expect("crashes", list(host.directory.glob("crash-*")), [])
+    expect("whether there is a crash line", (host.directory / "crashes.log").exists(), False)
+
+
+def a_watched_exit_that_hangs(host):
+    """Until somebody ends the process."""
+    expect_hang(host, "exit-with-loader-lock", 1, "exit_with_the_loader_lock_taken")
+    expect_line_report_and_last_lines(host, "exit-with-loader-lock", "0x00000001")
 
 
 def an_ordinary_end_and_the_next_process(host):

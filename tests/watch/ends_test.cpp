@@ -94,6 +94,8 @@ int end_in_this_way(const std::string& way)
         interrupt_29h();
     if (way == "NTSTATUS")
         ::ExitProcess(NTSTATUS_ERROR);
+    if (way == "broken heap") // as the system ends a process whose heap it finds broken
+        ::TerminateProcess(::GetCurrentProcess(), NTSTATUS_ERROR);
     if (way == "terminate")
         ::TerminateProcess(::GetCurrentProcess(), 3);
     if (way == "null-write")
@@ -174,6 +176,10 @@ TEST(WatchedEnds, OfInterrupt29hAllIsTold) { expect_all_told(EndedHost("int 29h"
 TEST(WatchedEnds, OfAnExitWithAnErrorOfTheSystemAllIsTold)
 {
     expect_all_told(EndedHost("NTSTATUS"), NTSTATUS_ERROR, "0xc0000374");
+}
+TEST(WatchedEnds, OfABrokenHeapThatTheSystemHasFoundAllIsTold)
+{
+    expect_all_told(EndedHost("broken heap"), NTSTATUS_ERROR, "0xc0000374");
 }
 TEST(WatchedEnds, OfATerminateProcessOfItsOwnAllIsTold) { expect_all_told(EndedHost("terminate"), 3, "0x00000003"); }
 

@@ -73,9 +73,18 @@ TEST(WaysToDie, WithTheLoaderLockTakenLeaveAllAndAMinidump)
     EXPECT_EQ(left.dumps(), 1u);
 }
 
-TEST(WaysToDie, WithoutAddressSpaceLeaveLineReportAndLastLines)
+TEST(WaysToDie, WithAHeapThatWasOverrunLeaveAllAndAMinidump)
 {
-    expect_line_report_and_last_lines(WatchedExample("address-space")); // under Wine the process vanishes
+    const WatchedExample left("heap-overrun");
+    expect_line_report_and_last_lines(left);
+    EXPECT_EQ(left.dumps(), 1u);
+}
+
+TEST(WaysToDie, WithABlockThatIsGivenBackTwiceLeaveAllAndAMinidump)
+{
+    const WatchedExample left("double-free");
+    expect_line_report_and_last_lines(left);
+    EXPECT_EQ(left.dumps(), 1u);
 }
 
 TEST(WaysToDie, AHangIsToldAndNoCrash)
