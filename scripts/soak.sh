@@ -106,7 +106,7 @@ soak_shipping()
 
 soak_watcher()
 {
-    export LUMLOG_TEST_WATCHED_ENDS=${times:-11000}
+    export LUMLOG_TEST_WATCHED_ENDS=${times:-11200} # one of ten is a crash
     run_case watch_tests WatchedEndsAtRandom.AreToldOnceAndOrderlyOnesNever
 }
 
