@@ -269,6 +269,7 @@ for stage in "${stages[@]}"; do
         headers | mingw-* | clang-* | shipping | site | package)
             ensure_dependencies ace xerces-c googletest libzip cpp-httplib
             ensure_java
+            build_dependency libcxx
             break
             ;;
         native-asan) ensure_jar_tests ;;

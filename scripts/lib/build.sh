@@ -10,7 +10,7 @@ export CCACHE_SLOPPINESS=pch_defines,time_macros,include_file_mtime,include_file
 # CMake by itself when a list of sources changed.
 configure_preset()
 {
-    local preset=$1 tree=$build_dir/$1 prefix_path=$dependency_path java_path='' wanted
+    local preset=$1 tree=$build_dir/$1 prefix_path=$dependency_path java_path='' libcxx='' wanted
     case $preset in
         native-*) prefix_path= ;; # what it needs are packages of this machine
         *-bench) ensure_wine_prefix "$tree/wine" ;;
@@ -19,10 +19,11 @@ configure_preset()
             ensure_wine_prefix "$tree/wine"
             # Also for scripts that run no test: else each would configure the tree anew after the other.
             java_path=$(windows_jdk_path)
+            [ "$preset" != mingw-release ] || libcxx=$(libcxx_path)
             ;;
     esac
     wanted=$(cat "$project_dir/CMakePresets.json" "$project_dir"/cmake/toolchains/*.cmake &&
-        printf '%s\n' "$prefix_path" "$java_path" ccache && java_state)
+        printf '%s\n' "$prefix_path" "$java_path" ${libcxx:+"$libcxx"} ccache && java_state)
     if [ -f "$tree/build.ninja" ] && [ "$wanted" = "$(cat "$tree/configured-as" 2>/dev/null)" ]; then
         return 0
     fi
@@ -30,7 +31,7 @@ configure_preset()
         cmake -S "$project_dir" --preset "$preset" --fresh \
         -D CMAKE_C_COMPILER_LAUNCHER=ccache -D CMAKE_CXX_COMPILER_LAUNCHER=ccache \
         -D "CMAKE_PREFIX_PATH=$prefix_path" ${java_path:+-D "LUMLOG_WINDOWS_JDK=$java_path"} \
-        -D "LUMLOG_SLF4J2=$(slf4j2_path)" || return
+        ${libcxx:+-D "LUMLOG_MSVC_LIBCXX=$libcxx"} -D "LUMLOG_SLF4J2=$(slf4j2_path)" || return
     printf '%s\n' "$wanted" >"$tree/configured-as"
 }
 

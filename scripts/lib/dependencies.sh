@@ -14,19 +14,53 @@ dependency_version()
         benchmark) echo 1.7.1 ;;
         libzip) echo 1.7.3 ;;
         cpp-httplib) echo 0.11.4 ;;
+        libcxx) echo 14.0.6 ;;
         googletest) dpkg-query -W -f '${Version}' googletest | sed 's/-.*//' ;;
         *) fail "No recipe for a dependency called $1." ;;
+    esac
+}
+
+# dependency_source NAME: its source package, and below what folders of it that is which is wanted, where not all is.
+dependency_source()
+{
+    case $1 in
+        libcxx) echo llvm-toolchain-14 libcxx/src compiler-rt/lib/builtins ;;
+        *) echo "$1" ;;
     esac
 }
 
 # Changes whenever what is built could: the compiler, its runtime, or how it is called.
 dependency_key()
 {
+    if [ "$1" = libcxx ]; then
+        libcxx_key
+        return
+    fi
     {
         x86_64-w64-mingw32-g++-posix -v 2>&1
         dpkg-query -W g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64 mingw-w64-x86-64-dev
         cat "$recipe_dir/$1.sh" "$project_dir/cmake/toolchains"/mingw-{gcc,search}.cmake
     } | sha256sum | cut -c 1-12
+}
+
+# Not for MinGW-w64: the tests of programs for Microsoft's ABI are linked with it.
+libcxx_key()
+{
+    {
+        dpkg-query -W clang-14 libc++-14-dev libwine-dev
+        cat "$recipe_dir/libcxx.sh" "$project_dir"/tests/msvc/{headers.sh,shim/*}
+    } | sha256sum | cut -c 1-12
+}
+
+# Its folder for CMake, or nothing where it was not built.
+libcxx_path()
+{
+    local name prefix
+    for name in clang-14 libc++-14-dev libwine-dev; do
+        is_installed "$name" || return 0
+    done
+    prefix=$(dependency_prefix libcxx)
+    [ ! -d "$prefix" ] || echo "$prefix"
 }
 
 dependency_prefix()
@@ -71,10 +105,13 @@ write_source_lists()
     fi
 }
 
-# fetch_source NAME VERSION DIR: unpacks a source package into DIR/source.
+# fetch_source NAME VERSION DIR: unpacks a source package into DIR/source. Where not all of it is wanted: as it was released,
+# without the distribution's changes.
 fetch_source()
 {
-    local name=$1 version=$2 dir=$3 apt=$3/apt options
+    local name version=$2 dir=$3 apt=$3/apt options wanted
+    read -r name wanted < <(dependency_source "$1")
+    read -r -a wanted <<<"$wanted"
     options=(
         -o "Dir::Etc::SourceList=/dev/null" -o "Dir::Etc::SourceParts=$apt/sources"
         -o "Dir::State::Lists=$apt/lists" -o "Dir::Cache=$apt"
@@ -96,6 +133,11 @@ fetch_source()
             ;;
     esac
     # apt checked the files against the archive's signed index already.
+    if [ ${#wanted[@]} -gt 0 ]; then
+        mkdir "$dir/source" &&
+            tar -xf "$dir/${name}_$version".orig.tar.* -C "$dir/source" --strip-components=1 --wildcards "${wanted[@]/#/*/}"
+        return
+    fi
     dpkg-source --no-check -x "$dir"/*.dsc "$dir/source"
 }
 

@@ -8,23 +8,16 @@ source_dir=$(readlink -f "$1") work=$2
 shift 2
 
 rm -rf "$work"
-mkdir -p "$work/libcxx" "$work/windows" "$work/rejected"
+mkdir -p "$work/rejected"
 cd "$work"
-# For libc++ as it would have been configured here.
-sed -e 's|/\* #undef _LIBCPP_HAS_THREAD_API_WIN32 \*/|#define _LIBCPP_HAS_THREAD_API_WIN32|' \
-    -e 's|/\* #undef _LIBCPP_NO_VCRUNTIME \*/|#define _LIBCPP_NO_VCRUNTIME|' \
-    /usr/lib/llvm-14/include/c++/v1/__config_site >libcxx/__config_site
-# Clang itself has the function that Wine's header defines.
-sed 's|static FORCEINLINE unsigned char InterlockedCompareExchange128(|static FORCEINLINE unsigned char unused_exchange128(|' \
-    /usr/include/wine/wine/windows/winnt.h >windows/winnt.h
+# shellcheck source=tests/msvc/headers.sh
+. "$here/headers.sh"
+use_headers "$PWD"
 
-flags=(--target=x86_64-pc-windows-msvc -fms-compatibility -fms-extensions -fms-compatibility-version=19.29
-    -std=c++17 -nostdlibinc -D_DLL -D_MT -DWINE_UNICODE_NATIVE -D_WIN32_WINNT=0x0602
-    -isystem libcxx -isystem /usr/lib/llvm-14/include/c++/v1 -isystem "$here/shim" -isystem windows
-    -isystem /usr/include/wine/wine/msvcrt -isystem /usr/include/wine/wine/windows
+flags=("${header_flags[@]}" -std=c++17
     -DACE_AS_STATIC_LIBS -DACE_HAS_CUSTOM_EXPORT_MACROS=0 -D__ACE_INLINE__ -DACE_NDEBUG
     -Wall -Wextra -Wpedantic -Wmismatched-tags -Wmicrosoft -Werror
-    -Wno-nonportable-system-include-path -Wno-language-extension-token "-I$source_dir/include")
+    -Wno-language-extension-token "-I$source_dir/include")
 for folder; do
     flags+=(-isystem "$folder")
 done

@@ -14,6 +14,7 @@ extern "C"
     int __cdecl _isspace_l(int, _locale_t);
     int __cdecl _isupper_l(int, _locale_t);
     int __cdecl _isxdigit_l(int, _locale_t);
+    const unsigned short* __cdecl __pctype_func(void);
 #ifdef __cplusplus
 }
 #endif

@@ -9,18 +9,6 @@
 #undef write
 
 #include <windows.h>
-#ifndef GetExceptionCode
-#define GetExceptionCode _exception_code
-#endif
-#ifndef GetExceptionInformation
-#define GetExceptionInformation() (static_cast<struct _EXCEPTION_POINTERS*>(_exception_info()))
-#endif
-#ifndef AbnormalTermination
-#define AbnormalTermination _abnormal_termination
-#endif
-#undef DeleteFile
-extern "C" BOOL WINAPI SetThreadStackGuarantee(PULONG);
-extern "C" void WINAPI GetCurrentThreadStackLimits(PULONG_PTR, PULONG_PTR);
 
 #include <psapi.h>
 typedef struct _PROCESS_MEMORY_COUNTERS_EX

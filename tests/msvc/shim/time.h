@@ -20,6 +20,7 @@ extern "C"
     int __cdecl _gmtime64_s(struct tm*, const time_t*);
     int __cdecl _localtime64_s(struct tm*, const time_t*);
     int __cdecl asctime_s(char*, size_t, const struct tm*);
+    size_t __cdecl _strftime_l(char*, size_t, const char*, const struct tm*, _locale_t);
 #ifdef __cplusplus
 }
 #endif

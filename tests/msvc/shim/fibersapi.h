@@ -1,0 +1,3 @@
+/* fibersapi.h - whose functions Wine declares elsewhere. */
+#pragma once
+#include <windows.h>
