@@ -76,6 +76,16 @@ def case_the_zip_has_what_is_installed_and_no_more(run):
         expect(entry.external_attr >> 16 & 0o777 == (0o755 if is_program else 0o644), f"the rights of {name}")
 
 
+def case_the_page_for_administrators_has_a_line_for_each_program(run):
+    page = run.files[DOCUMENTS + "docs/install.md"].decode()
+    told = re.findall(r"^\| `([^`]+)` \| \S.*\|$", page, re.MULTILINE)
+    programs = {name.rpartition("/")[2] for name in run.files
+                if name in PROGRAMS or (name.startswith("share/lumlog/tools/") and run.files[name][:2] == b"#!")}
+    expect(len(programs) == len(PROGRAMS) + 5, f"the programs of the package: {sorted(programs)}")
+    for name in sorted(programs):
+        expect(told.count(name) == 1, f"{name} has one line in docs/install.md")
+
+
 def machine_of(data):
     """Of a program for Windows, by the number that stands for the processor."""
     at = struct.unpack_from("<I", data, 0x3C)[0] if data[:2] == b"MZ" else 0
