@@ -56,7 +56,7 @@ private:
     HttpClient m_client;
     std::size_t m_current = 0; // of the endpoints
     bool m_is_unsure = false;  // whether the last question arrived more than once
-    bool m_is_careful = false; // there may be far too much
+    bool m_is_careful = true;  // there may be far too much, for all that is known before the first look
     std::string m_token;
     std::string m_presence; // lease of the machine's own words
     std::string m_known;    // lease of what is left of them when it is gone
