@@ -99,12 +99,12 @@ class Machine:
 
 
 class Page:
-    """LevelSync page on a machine."""
+    """LevelSync page of a site, on one of its machines."""
 
-    def __init__(self, machine):
+    def __init__(self, site, machine):
         self.path = machine.folder / "page.out"
         with open(self.path, "wb") as output:
-            self.process = machine.start("LevelSync", "page", "--no-browser", output=output)
+            self.process = machine.start("LevelSync", "--site", site, "page", "--no-browser", output=output)
         wait_until("the page is there", lambda: self.address() or self.process.poll() is not None)
         if not self.address():
             fail(f"LevelSync page says: {self.path.read_text(encoding='utf-8')}")
@@ -160,9 +160,9 @@ def show_level(site, machines):
             fail(f"{machine.name} has debug lines, and does not serve {CLIENT}")
 
 
-def show_page(own, machine):
-    title("3. The same to look at: LevelSync page, on that machine")
-    page = Page(machine)
+def show_page(own, site, machine):
+    title("3. The same to look at: LevelSync --site ... page, on that machine")
+    page = Page(site, machine)
     own.callback(page.end)
     picture = f"{FOLDER}/page.png"
     page.picture(picture)
@@ -197,7 +197,7 @@ def main():
         wait_until("all hosts write", lambda: all(machine.log().count("\n") > 20 for machine in machines))
         machines[0].level_sync("--site", site, "status")
         show_level(site, machines)
-        show_page(own, machines[1])
+        show_page(own, site, machines[1])
         show_query(base)
         title("5. And off again, before its end")
         machines[0].level_sync("--site", site, "undo")

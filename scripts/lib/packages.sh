@@ -33,9 +33,10 @@ shipping_packages=(
     libestr0 libfastjson4 liblognorm5 libivykis0 libnet1 libjson-c5 libpcre3 libwrap0 libpq5 libllvm14
 )
 unpacked_packages=(rsyslog rsyslog-pgsql syslog-ng-core postgresql-15 postgresql-client-15)
-# What a site of many machines keeps what it wants in; unpacked for the same reason. Certificates to refuse are made by openssl.
+# What a site of many machines keeps what it wants in; unpacked for the same reason. Certificates to refuse are made by openssl,
+# and its page is looked at by a browser.
 site_packages=(etcd-server)
-site_test_packages=(python3 openssl)
+site_test_packages=(python3 openssl chromium)
 bench_packages=(libspdlog-dev libfmt-dev)
 
 is_installed()

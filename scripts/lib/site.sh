@@ -12,7 +12,7 @@ ensure_etcd()
 
 build_site_programs()
 {
-    configure_preset mingw-release && build_preset mingw-release LevelSync levelsync_site_host
+    configure_preset mingw-release && build_preset mingw-release LevelSync levelsync_site_host page_host
 }
 
 site_cases()

@@ -14,6 +14,7 @@ import threading
 import time
 
 import etcd
+from page import Obedient, Page
 from machines import BASE, Machine, Run, Witness, comes_true, expect, expect_same, windows_path
 
 
@@ -548,6 +549,197 @@ def case_one_agent_looks_after_a_folder(run):
     machine.wait_for("Replay 320 6")
     other = run.call("--site", site, "agent", "--dir", windows_path(machine.folder))
     expect("a second one says why not", other.code == 1 and "Another agent keeps the level file" in other.err, other)
+
+
+# The page ------------------------------------------------------------------------------------------------
+def only_asked_itself(page, browser):
+    expect_same("what was asked of others", [url for url in browser.requests if not url.startswith(page.address)], [])
+    expect_same("what the console says", browser.said, [])
+
+
+def machine_chip(browser, name):
+    return browser.run("[...document.querySelectorAll('#machines li')].find((each) => "
+                       f"each.querySelector('.name').textContent === '{name}')?.querySelector('.chip').textContent ?? ''")
+
+
+def case_a_click_on_a_page_raises_on_all_machines_and_off_again(run):
+    _, site = store(run)
+    page = Page(run, site)
+    machines = [Obedient(run, site, name) for name in ("one", "two")]
+    for each in machines:
+        each.ask("serve 3 192.0.2.7")
+    browser = page.browse()
+    browser.sees("#summary", "2 machines: 2 have it.")
+    browser.fill("#client", "192.0.2.7")
+    browser.fill("#find", "replays its")
+    browser.click("#package-320")
+    browser.sees("#level", "6 info")
+    browser.sees("#lines-place", "this machine takes no part in the site")
+    browser.sees("#lines-place", "LevelSync lines --package Replay --client 192.0.2.7 --since 15m")
+    expect_same("wanted before", [each.write("too early") for each in machines], [0, 0])
+    slow = machines[1].machine.process
+    slow.send_signal(signal.SIGSTOP)
+    browser.fill("#reason", "case 4711, <b>slow</b>")
+    browser.click("#raise-button")
+    browser.sees("#raise-result", "Replay 6 to 7 for client 192.0.2.7 until ")
+    browser.sees("#level", "7 debug")
+    browser.sees("#raised", "Replay 7 debug for client 192.0.2.7")
+    browser.sees("#raised", "case 4711, <b>slow</b>")
+    expect("it says how long still", re.search(r"\b1[45]:\d\d left", browser.text("#raised")), browser.text("#raised"))
+    browser.sees("#summary", "2 machines: 1 has it and 1 not yet.")
+    expect_same("who has it", [machine_chip(browser, name) for name in ("one", "two")], ["has it", "not yet"])
+    browser.sees("#machines", "Its agent has not been there since the last change.")
+    expect_same("wanted then", [each.write("opened front.png") for each in machines], [1, 0])
+    slow.send_signal(signal.SIGCONT)
+    browser.sees("#summary", "2 machines: 2 have it.")
+    comes_true("both hosts obey", lambda: [each.level() for each in machines] == [7, 7])
+    machines[1].write("opened back.png")
+    expect("both have the line", "opened front.png" in machines[0].log() and "opened back.png" in machines[1].log())
+    history = run.on_site(site, "history", "--json").json()["changes"][0]
+    expect_same("history", (history["command"], history["reason"]),
+                ("page: set Replay debug --client 192.0.2.7 --for 15m", "case 4711, <b>slow</b>"))
+    browser.click("#raised button")
+    browser.sees("#raised", "Nothing is raised")
+    browser.sees("#level", "6 info")
+    comes_true("both hosts obey", lambda: [each.level() for each in machines] == [6, 6])
+    only_asked_itself(page, browser)
+    page.raise_level()
+    page.process.send_signal(signal.SIGINT)
+    expect_same("exit code of the page", page.process.wait(60), 0)
+    expect_same("what outlives it", len(run.status(site)["overrides"]), 1)
+
+
+def case_a_page_keeps_what_it_knows_while_the_store_is_away(run):
+    server, _ = store(run)
+    network = run.started(etcd.Network(server.client))
+    site = f"etcd:http://127.0.0.1:{network.port}/site"
+    run.on_site(site, "set", "replay", "7", "--client", "192.0.2.9", "--for", "15m", "--reason", "before")
+    page = Page(run, site)
+    browser = page.browse()
+    browser.sees("#raised", "before")
+    network.set("stalled")
+    answers = []
+    raising = threading.Thread(target=lambda: answers.append(page.raise_level()))
+    raising.start()
+
+    def second_is_refused():
+        status, report = page.raise_level(client="192.0.2.8")
+        return status == 409 and report["error"] == "Another change of this page waits for the store."
+    comes_true("one change at a time", second_is_refused)
+    for name in ("stamp", "state", "explain?package=320"):
+        expect_same(f"{name} meanwhile", page.request("GET", name)[0], 200)
+    expect_same("answers to the change so far", answers, [])
+    raising.join(100)
+    expect("it was refused in words", answers[0][0] == 409 and "The store does not answer" in answers[0][1]["error"], answers)
+    browser.sees("#away", "The store does not answer")
+    browser.sees("#away", "What you see is as of ")
+    network.set("cut")
+    server.kill()
+    browser.sees("#summary", "not known now")
+    browser.sees("#raised", "before")
+    browser.sees("#packages", "Replay")
+    server.start().wait_ready()
+    network.set("good")
+    comes_true("the page is as before", lambda: browser.run("document.getElementById('away').hidden"))
+    run.on_site(site, "undo")
+    browser.sees("#raised", "Nothing is raised")
+    status, report = page.raise_level(reason="after")
+    expect_same(f"status of a raise, with {report}", status, 200)
+    browser.sees("#raised", "after")
+    only_asked_itself(page, browser)
+
+
+def case_what_a_store_says_stays_text_on_a_page(run):
+    server, site = store(run)
+    markup = "<img src=x onerror=\"document.title='run'\"></li><script>document.title='run'</script>\u202e\x1b[31m"
+    server.put("/site/base", BASE.replace("replays its lines", "<img src=x onerror=document.title='run'>"))
+    server.put("/site/groups/servers", "Replay 320 3\n")
+    words = {"machine": markup, "groups": [markup, "b"], "version": markup, "folder": markup, "state": markup,
+             "applied": markup, "said": "2026-11-22T14:05:00.000Z", "wrong": [markup], "local": [markup, 7]}
+    server.put("/site/machines/" + markup, json.dumps(words))
+    server.put(b"/site/machines/\xff", b"\xff{")
+    server.put("/site/known/away", json.dumps({**words, "wrong": [], "stopped": "no"}))
+    seen = markup.replace("\x1b", "")  # what has such is refused
+    now = time.gmtime(time.time() + 600)
+    over = {"package": 320, "name": "Replay", "level": 7, "clients": ["192.0.2.7"], "author": seen, "machine": seen,
+            "reason": seen, "made": time.strftime("%Y-%m-%dT00:00:00.000Z", now),
+            "until": time.strftime("%Y-%m-%dT%H:%M:%S.000Z", now)}
+    server.put("/site/overrides/by-hand", json.dumps(over))
+    server.put("/site/history/0000000001", json.dumps(
+        {"id": 1, "time": over["made"], "user": markup, "machine": markup, "command": markup, "reason": markup, "lines": [],
+         "begun": [], "ended": [], "effects": [markup]}))
+    page = Page(run, site)
+    browser = page.browse()
+    browser.sees("#machines", "<img src=x onerror=")
+    browser.sees("#machines", "Nothing was heard of it for a minute.")
+    browser.sees("#machines", "What it says of itself cannot be read.")
+    browser.sees("#raised", "Written by hand as by-hand")
+    expect_same("ways to take it back that there are not", browser.texts("#raised button"), [])
+    browser.sees("#changes", "<img src=x onerror=")
+    browser.fill("#client", "192.0.2.7")
+    browser.click("#package-320")
+    browser.sees("#package-comment", "<img src=x onerror=")
+    browser.sees("#level", "7 debug")
+    browser.fill("#client", "192.0.2.8")
+    browser.sees("#level", "6 info")
+    browser.run("document.getElementById('group').value = 'servers';"
+                "document.getElementById('group').dispatchEvent(new Event('change', {bubbles: true}))")
+    browser.sees("#level", "3 error")
+    browser.sees("#level-for", "client 192.0.2.8, on machines of group servers")
+    text = browser.text("main")
+    expect("nothing drives a terminal or turns letters around", "\x1b" not in text and "\u202e" not in text, text)
+    expect_same("elements that nobody made", browser.run(
+        "document.querySelectorAll('main img, main script, main a').length"), 0)
+    expect("the title is the page's", browser.run("document.title").startswith("LevelSync"))
+    browser.run("document.getElementById('group').value = '';"
+                "document.getElementById('group').dispatchEvent(new Event('change', {bubbles: true}))")
+    server.put("/site/overrides/x", "no JSON")
+    browser.sees("#refused", "Override x: it is no object of JSON. The machines go on with what they have.")
+    browser.sees("#raised", "What is raised cannot be told now.")
+    expect_same("a group that can be none", page.request("GET", "state?groups=a%2Cb%20c")[0], 400)
+    for host in ("localhost", "evil.example"):
+        expect_same(f"of {host}", page.request("GET", "state", Host=host)[0], 403)
+    expect_same("of another origin", page.request("POST", "undo", {"change": 1}, Origin="http://evil.example")[0], 403)
+    only_asked_itself(page, browser)
+
+
+def case_a_page_of_a_share_is_used_by_the_keyboard(run):
+    folder, site = share(run)
+    machine = Machine(run, site, "one").start()
+    machine.wait_for("Replay 320 6")
+    page = Page(run, site, machine.folder)
+    browser = page.browse()
+    expect_same("the focus at first", browser.focused(), "client")
+    browser.type("192.0.2.7")
+    browser.tab_to("find")
+    browser.type("repl")
+    browser.press("ArrowDown")
+    browser.sees("#package-title", "Replay (320)")
+    browser.sees("#lines-place", "The lines of this machine alone.")
+    browser.sees("#lines-state", "0 lines since")
+    now = time.strftime("%Y-%m-%d %H:%M:%S", time.gmtime())
+    (machine.folder / "viewer.log").write_bytes(
+        f"{now}.000+00:00 ERROR   (320) viewer (32,280) ClientIP(192.0.2.7) host.cpp(113) replay -> opened front.png\r\n".encode())
+    browser.sees("#lines", "opened front.png")
+    browser.tab_to("reason")
+    browser.type("by keys")
+    browser.press("Enter")
+    browser.sees("#raised", "by keys")
+    machine.wait_for("(7;192.0.2.7)")
+    browser.sees("#summary", "1 machine: 1 has it.")
+    for _ in range(60):
+        browser.press("Tab")
+        if browser.run("document.activeElement.closest('#raised') !== null"):
+            break
+    browser.press("Enter")
+    browser.sees("#raised", "Nothing is raised")
+    machine.wait_for("(7;192.0.2.7)", False)
+    os.rename(folder, run.work / "away")
+    browser.sees("#away", "cannot be reached")
+    browser.sees("#packages", "Replay")
+    os.rename(run.work / "away", folder)
+    comes_true("the page is as before", lambda: browser.run("document.getElementById('away').hidden"))
+    browser.sees("#summary", "1 machine: 1 has it.")
 
 
 # Users, certificates, services ---------------------------------------------------------------------------

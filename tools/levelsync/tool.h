@@ -3,6 +3,8 @@
 #ifndef LEVELSYNC_TOOL_H
 #define LEVELSYNC_TOOL_H
 
+#include <functional>
+#include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
 
@@ -10,6 +12,8 @@
 
 namespace levelsync
 {
+class SiteStore;
+
 /// In the order in which it is filled.
 using Json = nlohmann::ordered_json;
 
@@ -43,9 +47,14 @@ struct Tool
     std::string version;          ///< of LevelSync
     std::string site = {};        ///< address of a site, where the command is about one
     std::string credentials = {}; ///< file with the user and the password for it; empty: the environment says
+    /// Opens the site's store in place of its address; null: that is opened.
+    std::function<std::unique_ptr<SiteStore>()> open_store = {};
 
-    /// Prints a report for programs.
-    void print(const Json& report) const { console.print(report.dump(2) + '\n'); }
+    /// Prints a report for programs. What others have written need not be UTF-8.
+    void print(const Json& report) const
+    {
+        console.print(report.dump(2, ' ', false, Json::error_handler_t::replace) + '\n');
+    }
 };
 } // namespace levelsync
 

@@ -3,10 +3,13 @@
 #include <algorithm>
 #include <cstdint>
 #include <limits>
+#include <sstream>
 #include <string_view>
 
 #include "conf.h"
+#include "core/site.h"
 #include "failure.h"
+#include "text.h"
 
 namespace levelsync
 {
@@ -65,10 +68,25 @@ public:
         whom.application = text("application");
         if (!text("session").empty())
             whom.session = static_cast<std::uint32_t>(number("session", 0, std::numeric_limits<std::uint32_t>::max()));
+        whom.groups = groups();
         return whom;
     }
 
 private:
+    /// "servers,night"; empty: none.
+    std::vector<std::string> groups() const
+    {
+        std::vector<std::string> groups;
+        std::istringstream names(text("groups"));
+        for (std::string name; std::getline(names, name, ',');)
+        {
+            if (!kor::core::is_site_name(name))
+                throw Failure('"' + shown(name) + "\" is no name of a group.", "Choose one of the page's.", WRONG_CALL);
+            groups.push_back(name);
+        }
+        return groups;
+    }
+
     std::map<std::string, std::string> m_fields;
 };
 
@@ -77,10 +95,10 @@ Json report_of(const std::string& what, const std::string& next) { return {{"err
 
 PageAnswer PageApi::answer(const PageRequest& request) noexcept
 {
-    const std::lock_guard<std::mutex> turn(m_turn);
+    PageTurn turn(m_turn);
     try
     {
-        return {200, request.changes_something ? change(request) : ask(request)};
+        return {200, request.changes_something ? change(request, turn) : ask(request)};
     }
     catch (const Failure& failure)
     {
@@ -122,15 +140,15 @@ Json PageApi::ask(const PageRequest& request)
     throw Failure("There is no \"" + request.name + "\".", "Load the page again.", WRONG_CALL);
 }
 
-Json PageApi::change(const PageRequest& request)
+Json PageApi::change(const PageRequest& request, PageTurn& turn)
 {
     const Fields fields(request.body);
     if (request.name == "raise")
         return m_source.raise(
-            {fields.package(), fields.level(), fields.subject(), fields.text("for"), fields.text("reason")});
+            {fields.package(), fields.level(), fields.subject(), fields.text("for"), fields.text("reason")}, turn);
     if (request.name == "undo")
         return m_source.undo(
-            static_cast<long long>(fields.number("change", 1, std::numeric_limits<std::int64_t>::max())));
+            static_cast<long long>(fields.number("change", 1, std::numeric_limits<std::int64_t>::max())), turn);
     throw Failure("There is no \"" + request.name + "\".", "Load the page again.", WRONG_CALL);
 }
 } // namespace levelsync

@@ -35,14 +35,14 @@ public:
     PageAnswer answer(const PageRequest& request) noexcept;
 
     /// For who uses what the source uses too, such as the console.
-    std::unique_lock<std::mutex> take_turn() { return std::unique_lock<std::mutex>(m_turn); }
+    PageTurn take_turn() { return PageTurn(m_turn); }
 
     void tick();
     void end(const std::string& why);
 
 private:
     Json ask(const PageRequest& request);
-    Json change(const PageRequest& request);
+    Json change(const PageRequest& request, PageTurn& turn);
 
     std::mutex m_turn;
     PageSource& m_source;

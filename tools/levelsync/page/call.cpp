@@ -18,8 +18,12 @@ Json call(const Tool& tool, const std::string& name, const std::vector<std::stri
     std::string warnings;
     {
         Console console(report, warnings);
-        Tool inner{console, true, tool.folder, tool.command_line, tool.version};
-        command->run(inner);
+        Tool inner{console,      true,      tool.folder,      tool.command_line,
+                   tool.version, tool.site, tool.credentials, tool.open_store};
+        if (tool.site.empty())
+            command->run(inner);
+        else
+            command->run_on_site(inner);
     }
     if (!warnings.empty())
         tool.console.error(warnings);

@@ -10,7 +10,7 @@
 
 namespace levelsync
 {
-/// What a command reports with --json. words: as they could be typed behind its name. Throws what the command throws.
+/// What a command reports with --json, of the site where the tool names one. words: as they could be typed behind its name. Throws what the command throws.
 Json call(const Tool& tool, const std::string& name, const std::vector<std::string>& words = {});
 } // namespace levelsync
 

@@ -1,11 +1,14 @@
 #include "feed.h"
 
+#include <windows.h>
+
 #include <algorithm>
 #include <functional>
 #include <string_view>
 #include <utility>
 
 #include "Kor_Package.h"
+#include "hosts.h"
 #include "log_query.h"
 #include "log_text.h"
 
@@ -89,5 +92,29 @@ Json LineFeed::since(const PageLines& wanted) const
         {"last", m_last},
         {"left_out", left_out},
         {"lines", lines}};
+}
+
+LineFeed& LineFeeds::of(int package)
+{
+    const std::uint64_t ticks = ::GetTickCount64();
+    for (Used& used : m_feeds)
+    {
+        if (used.feed.package() != package)
+            continue;
+        used.used_at = ticks;
+        return used.feed;
+    }
+    if (m_feeds.size() >= MOST)
+        m_feeds.erase(std::min_element(
+            m_feeds.begin(), m_feeds.end(), [](const Used& a, const Used& b) { return a.used_at < b.used_at; }));
+    return m_feeds.emplace_back(Used{LineFeed(log_folders(m_folder), package), ticks}).feed;
+}
+
+void LineFeeds::poll()
+{
+    const std::uint64_t ticks = ::GetTickCount64();
+    m_feeds.remove_if([ticks](const Used& used) { return ticks - used.used_at > IDLE_MS; });
+    for (Used& used : m_feeds)
+        used.feed.poll();
 }
 } // namespace levelsync

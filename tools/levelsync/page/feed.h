@@ -6,11 +6,13 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <list>
 #include <string>
 #include <vector>
 
 #include "follow.h"
 #include "source.h"
+#include "tool.h"
 
 namespace levelsync
 {
@@ -51,6 +53,32 @@ private:
     std::deque<Line> m_lines;
     std::size_t m_bytes = 0;
     std::uint64_t m_last = 0;
+};
+
+/// Those of the packages that are looked at.
+class LineFeeds
+{
+public:
+    explicit LineFeeds(const Folder& folder) : m_folder(folder) {}
+
+    /// Begins one where there is none.
+    LineFeed& of(int package);
+
+    /// Reads on in all of them, and ends those that nobody looks at any more.
+    void poll();
+
+private:
+    static constexpr std::size_t MOST = 4;
+    static constexpr std::uint64_t IDLE_MS = 300'000; // a browser asks a hidden page's questions once a minute
+
+    struct Used
+    {
+        LineFeed feed;
+        std::uint64_t used_at;
+    };
+
+    const Folder& m_folder;
+    std::list<Used> m_feeds;
 };
 } // namespace levelsync
 

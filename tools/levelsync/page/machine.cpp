@@ -3,14 +3,13 @@
 #include <windows.h>
 
 #include <algorithm>
-#include <map>
 #include <utility>
 
 #include "Kor_LogFile.h"
+#include "answers.h"
 #include "call.h"
 #include "failure.h"
 #include "file.h"
-#include "hosts.h"
 #include "text.h"
 
 namespace levelsync
@@ -18,26 +17,6 @@ namespace levelsync
 namespace
 {
 constexpr int CHANGES_SHOWN = 30;
-constexpr std::size_t LONGEST_REASON = 200; // characters
-
-/// The options of a command, each with its value in one word, so that no value is taken for an option.
-std::vector<std::string> options_for(const PageSubject& whom)
-{
-    std::vector<std::string> words;
-    if (!whom.client.empty())
-        words.push_back("--client=" + whom.client);
-    if (!whom.application.empty())
-        words.push_back("--app=" + whom.application);
-    if (whom.session)
-        words.push_back("--session=" + std::to_string(*whom.session));
-    return words;
-}
-
-/// A word as a person types it.
-std::string typed(const std::string& word)
-{
-    return word.find_first_of(" \t") == std::string::npos && !word.empty() ? word : '"' + word + '"';
-}
 
 /// Of a file, what changes with its bytes.
 std::string stamp_of(const std::wstring& path)
@@ -49,40 +28,15 @@ std::string stamp_of(const std::wstring& path)
            std::to_string(data.ftLastWriteTime.dwLowDateTime) + '.' + std::to_string(data.nFileSizeLow);
 }
 
-/// What of a change is of no use on the page: the lines of the file, which may be long.
-Json without_lines(Json change)
-{
-    change["has_lines"] = !change["lines"].empty();
-    change.erase("lines");
-    change.erase("file");
-    return change;
-}
-
-/// A rule only ever raises a level.
 void require_lower(const Editor& editor, int package, int level)
 {
-    const auto found = editor.file().packages().find(package);
-    const int own = found == editor.file().packages().end() ? Kor_LogConf::DEFAULT_LEVEL : found->second.level;
+    const int own = own_level(editor.file(), package);
     if (own >= level)
-        throw Failure(
-            editor.names().text(package) + " has level " + level_text(own) + " for everybody already.",
-            own < 7 ? "Nothing was changed. Choose a finer level." : "Nothing was changed: there is no finer level.");
+        refuse_to_raise(editor.names().text(package), own);
 }
 } // namespace
 
-Filters PageSubject::filters() const
-{
-    Filters filters;
-    if (!client.empty())
-        filters.clients.push_back(client);
-    if (!application.empty())
-        filters.applications.push_back(application);
-    if (session)
-        filters.sessions.push_back(*session);
-    return filters;
-}
-
-MachineSource::MachineSource(Tool& tool) : m_tool(tool) {}
+MachineSource::MachineSource(Tool& tool) : m_tool(tool), m_feeds(tool.folder) {}
 
 std::string MachineSource::stamp()
 {
@@ -114,113 +68,46 @@ Json MachineSource::state(const PageSubject& whom)
     state["problem"] = Json();
     state["packages"] = Json::array();
     if (state["file_exists"] == true || state["running"] == true)
-        add_packages(state, whom);
+        add_packages(m_tool, whom, state);
     return state;
 }
 
-/// Those that have a name, with the level in force. Where whom cannot be told apart, with the level for everybody.
-void MachineSource::add_packages(Json& state, const PageSubject& whom) const
-{
-    std::map<int, int> levels;
-    try
-    {
-        static_cast<void>(whom.filters().for_rule()); // says what is wrong with a name or an address
-        std::vector<std::string> words = options_for(whom);
-        words.emplace_back("*");
-        const Json explained = call(m_tool, "explain", words);
-        for (const Json& answer : explained["packages"])
-            levels[answer["package"].get<int>()] = answer["level"].get<int>();
-    }
-    catch (const Failure& failure)
-    {
-        state["problem"] = {{"error", failure.what()}, {"next", failure.next()}};
-    }
-    const Json listed = call(m_tool, "list");
-    for (const Json& row : listed["packages"])
-    {
-        const auto level = levels.find(row["package"].get<int>());
-        state["packages"].push_back(
-            {{"package", row["package"]},
-             {"name", row["name"]},
-             {"comment", row["comment"]},
-             {"own_level", row["level"]},
-             {"level", level == levels.end() ? row["level"] : Json(level->second)}});
-    }
-}
-
-Json MachineSource::explain(int package, const PageSubject& whom)
-{
-    std::vector<std::string> words = options_for(whom);
-    words.push_back(std::to_string(package));
-    const Json report = call(m_tool, "explain", words);
-    Json answer = report["packages"].at(0);
-    answer["source"] = report["source"];
-    return answer;
-}
+Json MachineSource::explain(int package, const PageSubject& whom) { return explained(m_tool, package, whom); }
 
 Json MachineSource::processes() { return call(m_tool, "ps"); }
 
 Json MachineSource::lines(const PageLines& wanted)
 {
-    LineFeed& feed = feed_of(wanted.package);
+    LineFeed& feed = m_feeds.of(wanted.package);
     feed.poll();
     return feed.since(wanted);
 }
 
-LineFeed& MachineSource::feed_of(int package)
-{
-    const ULONGLONG ticks = ::GetTickCount64();
-    for (UsedFeed& used : m_feeds)
-    {
-        if (used.feed.package() != package)
-            continue;
-        used.used_at = ticks;
-        return used.feed;
-    }
-    if (m_feeds.size() >= MOST_FEEDS)
-        m_feeds.erase(std::min_element(
-            m_feeds.begin(), m_feeds.end(),
-            [](const UsedFeed& a, const UsedFeed& b) { return a.used_at < b.used_at; }));
-    return m_feeds.emplace_back(UsedFeed{LineFeed(log_folders(m_tool.folder), package), ticks}).feed;
-}
-
-std::string MachineSource::command_for(const PageRaise& wanted) const
+std::string MachineSource::command_of(const PageRaise& wanted) const
 {
     std::optional<kor::core::LevelFile> file;
     if (std::optional<std::string> bytes = read_whole(m_tool.folder.file))
         file.emplace(std::move(*bytes));
     const Running running = read_running();
     const PackageNames names(m_tool.folder, file ? &*file : nullptr, running.conf.get());
-    const std::string& name = names.of(wanted.package);
-    std::string text =
-        "page: set " + typed(name.empty() ? std::to_string(wanted.package) : name) + ' ' + level_name(wanted.level);
-    if (!wanted.whom.client.empty())
-        text += " --client " + typed(wanted.whom.client);
-    if (!wanted.whom.application.empty())
-        text += " --app " + typed(wanted.whom.application);
-    if (wanted.whom.session)
-        text += " --session " + std::to_string(*wanted.whom.session);
-    text += " --for " + wanted.length;
+    const std::string text = command_for(wanted, names.of(wanted.package));
     const std::string reason = shown(wanted.reason);
     return reason.empty() ? text : text + " (reason: " + reason + ')';
 }
 
-Json MachineSource::raise(const PageRaise& wanted)
+Json MachineSource::raise(const PageRaise& wanted, PageTurn&)
 {
     if (m_has_ended)
         throw Failure("LevelSync page is ending.", "Nothing was changed. Start it again.");
     const auto length = read_duration(wanted.length);
     if (!length)
         throw Failure('"' + wanted.length + "\" is no such time.", "Choose one of the page's.", WRONG_CALL);
-    if (columns_of(wanted.reason) > LONGEST_REASON)
-        throw Failure(
-            "The reason has more than " + std::to_string(LONGEST_REASON) + " characters.",
-            "Nothing was changed. Say it shorter.", WRONG_CALL);
+    check_reason(wanted.reason);
     const kor::core::RuleFilters rule = wanted.whom.filters().for_rule();
     ChangeOptions options;
     options.until = now() + *length;
-    options.command = command_for(wanted);
-    feed_of(wanted.package);               // before the first line can come
+    options.command = command_of(wanted);
+    m_feeds.of(wanted.package);            // before the first line can come
     m_tool.command_line = options.command; // for who waits for the turn meanwhile
     Outcome outcome = change(
         m_tool,
@@ -243,7 +130,7 @@ Json MachineSource::raise(const PageRaise& wanted)
         {"agrees", outcome.agrees}};
 }
 
-Json MachineSource::undo(long long change)
+Json MachineSource::undo(long long change, PageTurn&)
 {
     m_tool.command_line = "page: undo " + std::to_string(change);
     const Json report = call(m_tool, "undo", {std::to_string(change)});
@@ -269,10 +156,8 @@ void MachineSource::tick()
         }
         kept = m_kept.erase(kept);
     }
+    m_feeds.poll();
     const ULONGLONG ticks = ::GetTickCount64();
-    m_feeds.remove_if([ticks](const UsedFeed& used) { return ticks - used.used_at > FEED_IDLE_MS; });
-    for (UsedFeed& used : m_feeds)
-        used.feed.poll();
     if (ticks - m_looked_for_due < LOOK_FOR_DUE_MS)
         return;
     m_looked_for_due = ticks;

@@ -24,14 +24,12 @@ public:
     Json explain(int package, const PageSubject& whom) override;
     Json processes() override;
     Json lines(const PageLines& wanted) override;
-    Json raise(const PageRaise& wanted) override;
-    Json undo(long long change) override;
+    Json raise(const PageRaise& wanted, PageTurn& turn) override;
+    Json undo(long long change, PageTurn& turn) override;
     void tick() override;
     void end(const std::string& why) override;
 
 private:
-    static constexpr std::size_t MOST_FEEDS = 4;       // packages whose lines are looked at
-    static constexpr ULONGLONG FEED_IDLE_MS = 300'000; // a browser asks a hidden page's questions once a minute
     static constexpr ULONGLONG LOOK_FOR_DUE_MS = 10'000;
 
     /// An override that was made here, and is looked after.
@@ -48,23 +46,15 @@ private:
         OverrideWatch watch;
     };
 
-    struct UsedFeed
-    {
-        LineFeed feed;
-        ULONGLONG used_at;
-    };
-
-    void add_packages(Json& state, const PageSubject& whom) const;
-    std::string command_for(const PageRaise& wanted) const;
+    std::string command_of(const PageRaise& wanted) const;
     bool keeps(long long id) const;
     void take_back_kept(long long id, const std::string& why);
-    LineFeed& feed_of(int package);
 
     Tool& m_tool;
     bool m_has_ended = false;
     ULONGLONG m_looked_for_due = 0;
     std::list<Kept> m_kept;
-    std::list<UsedFeed> m_feeds;
+    LineFeeds m_feeds;
 };
 } // namespace levelsync
 

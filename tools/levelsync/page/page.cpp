@@ -1,4 +1,4 @@
-// page: what LevelSync does, on one page in a browser of this machine.
+// page: what LevelSync does, for this machine or a site, on one page in a browser of this machine.
 
 #include <windows.h>
 
@@ -10,6 +10,7 @@
 #include "machine.h"
 #include "override.h"
 #include "server.h"
+#include "site_source.h"
 #include "stop.h"
 #include "text.h"
 
@@ -46,6 +47,22 @@ public:
 
     ExitCode run(Tool& tool) override
     {
+        return serve<MachineSource>(
+            tool, "Ctrl-C, or closing this window, ends it and takes back what was raised on it.");
+    }
+
+    ExitCode run_on_site(Tool& tool) override
+    {
+        return serve<SiteSource>(
+            tool, "Ctrl-C, or closing this window, ends it. What was raised on it stays until its end.");
+    }
+
+private:
+    static constexpr std::uint32_t LAST_PORT = 65'535;
+
+    template <class Source>
+    ExitCode serve(Tool& tool, const char* ending) const
+    {
         const auto length = read_duration(m_for);
         if (!length)
             throw Failure('"' + m_for + "\" is no such time.", "Say it as in --for 30m or 8h.", WRONG_CALL);
@@ -54,21 +71,18 @@ public:
         const Time until = now() + *length;
 
         const StopSignal stop; // from here on nothing ends the process before what was raised is taken back
-        MachineSource source(tool);
+        Source source(tool);
         PageApi api(source);
         const PageServer server(api, static_cast<int>(m_port));
-        say_beginning(tool, server.address(), until);
+        say_beginning(tool, server.address(), until, ending);
         if (!m_has_no_browser && !open_in_browser(server.address()))
             tool.console.error("No browser could be opened: open the address in one.", Style::CAREFUL);
-        const std::string why = serve(tool, api, stop, until);
+        const std::string why = wait(tool, api, stop, until);
         api.end(why);
         return DONE;
     }
 
-private:
-    static constexpr std::uint32_t LAST_PORT = 65'535;
-
-    static void say_beginning(Tool& tool, const std::string& address, Time until)
+    static void say_beginning(Tool& tool, const std::string& address, Time until, const char* ending)
     {
         if (tool.json)
         {
@@ -80,13 +94,13 @@ private:
             tool.console.line(
                 "The page is there " + until_text(until) +
                 ". Whoever has this address can use it, on this machine alone.");
-            tool.console.line("Ctrl-C, or closing this window, ends it and takes back what was raised on it.");
+            tool.console.line(ending);
         }
         tool.console.flush();
     }
 
     /// Why it is over.
-    static std::string serve(Tool& tool, PageApi& api, const StopSignal& stop, Time until)
+    static std::string wait(Tool& tool, PageApi& api, const StopSignal& stop, Time until)
     {
         for (;;)
         {
@@ -127,5 +141,6 @@ private:
 } // namespace
 
 extern const CommandEntry command_page{
-    "page", "All of this on a page in the browser, for this machine", "LevelSync page", &make_command<Page>};
+    "page", "All of this on a page in the browser, for this machine or a site",
+    "LevelSync page\n  LevelSync --site etcd:http://store:2379/lumlog page", &make_command<Page>};
 } // namespace levelsync

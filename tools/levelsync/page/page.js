@@ -8,13 +8,15 @@
   const PROCESSES_MS = 10000;
   const TYPING_MS = 500;
   const ANSWER_MS = 30000;
+  const MACHINES_SHOWN = 500;
+  const TROUBLED = ["in_trouble", "gone", "differs"]; // what is looked at first
   const SAID_AT = [300, 60, 10]; // seconds that are left
 
   const $ = (id) => document.getElementById(id);
 
   let stamp = ""; // of what is shown
   let state = null;
-  let whom = { client: "", application: "", session: "" };
+  let whom = { client: "", application: "", session: "", groups: "" };
   let chosen = -1; // a package
   let hasBeenReached = true;
 
@@ -86,6 +88,12 @@
     return parts.length === 0 ? "everybody" : parts.join(", ");
   }
 
+  function groupsText(groups) {
+    const names = groups.split(",");
+    const last = names.pop();
+    return names.length === 0 ? `group ${last}` : `groups ${names.join(", ")} and ${last}`;
+  }
+
   // Questions ----------------------------------------------------------------------------------------------
   class Refused extends Error {
     constructor(report) {
@@ -128,13 +136,20 @@
       return;
     }
     hasBeenReached = isReached;
-    show($("gone"), isReached ? "" :
+    show($("gone"), isReached ? "" : state?.site ?
+      "LevelSync page no longer answers. What was raised here stays until its end. LevelSync --site ... page starts it " +
+      "again, at another address." :
       "LevelSync page no longer answers. Where it has ended, what was raised here is taken back; where it was killed, the " +
       "next LevelSync takes it back. LevelSync page starts it again, at another address.");
   }
 
   // The head -----------------------------------------------------------------------------------------------
   function showHead() {
+    document.body.dataset.of = state.site ? "site" : "machine";
+    if (state.site) {
+      showSite();
+      return;
+    }
     $("machine").textContent = state.machine;
     document.title = `LevelSync – ${state.machine}`;
     $("file").textContent = state.file_exists ? state.file : `${state.file} (there is none)`;
@@ -154,6 +169,122 @@
     const differences = $("differences");
     differences.replaceChildren(...state.differences.slice(0, 10).map((each) => make("li", "", `File: ${each}`)));
     differences.hidden = count === 0;
+  }
+
+  // A site -------------------------------------------------------------------------------------------------
+  function showSite() {
+    const site = state.site;
+    $("machine").textContent = "of a site";
+    document.title = `LevelSync – ${site.address}`;
+    $("site").textContent = site.address;
+    const isFine = site.machines.every((machine) => machine.is === "has_it" || machine.is === "stopped");
+    $("summary").textContent = site.away ? "not known now" : site.summary;
+    $("summary").className = site.away || site.problem || !isFine ? "state careful" : "state good";
+    showAway();
+    show($("refused"), site.problem ?
+      `What the site wants is refused: ${site.problem} The machines go on with what they have. ` +
+      "LevelSync --site ... check shows all that is wrong." : "");
+    showGroups();
+    showMachines();
+    showLinesPlace();
+  }
+
+  function showAway() {
+    const site = state.site;
+    const asOf = site.as_of ? `What you see is as of ${localTime(site.as_of)}. The machines go on with what they have, and ` +
+      "what is raised ends at its time. " : "";
+    const text = site.away ? `${site.away.error} ${asOf}${site.away.next} This page asks again by itself.` : "";
+    const element = $("away");
+    const wasAway = !element.hidden;
+    document.body.toggleAttribute("data-away", site.away !== null);
+    if (element.textContent !== text || element.hidden !== (text === "")) {
+      show(element, text);
+    }
+    if (wasAway && text === "") {
+      announce("The store answers again.");
+      show($("raise-problem"), "");
+      show($("raised-problem"), "");
+    }
+  }
+
+  function showGroups() {
+    const lists = state.site.groups.map((groups) => groups.join(","));
+    $("group-field").hidden = lists.length === 0;
+    const select = $("group");
+    if ([...select.options].map((option) => option.value).join(" ") === ["", ...lists].join(" ")) {
+      return;
+    }
+    const options = ["", ...lists].map((groups) => {
+      const option = make("option", "", groups ? `of ${groupsText(groups)}` : "of no group");
+      option.value = groups;
+      return option;
+    });
+    select.replaceChildren(...options);
+    whom.groups = lists.includes(whom.groups) ? whom.groups : "";
+    select.value = whom.groups;
+  }
+
+  function machineWords(machine) {
+    switch (machine.is) {
+    case "not_yet":
+      return "Its agent has not been there since the last change.";
+    case "gone":
+      return "Nothing was heard of it for a minute. As long as it runs, it goes on with what it had then.";
+    case "stopped":
+      return "Its agent was ended in good order. It goes on with what it had then.";
+    default:
+      return "";
+    }
+  }
+
+  function machineRow(machine) {
+    const item = make("li");
+    const row = make("div", "row");
+    const hasLeft = machine.is === "gone" || machine.is === "stopped";
+    const since = hasLeft ? machine.said : machine.applied;
+    row.append(make("span", "name", machine.machine),
+      make("span", `chip ${machine.is}`, machine.is.replace("_", " ")),
+      make("span", "since", since ? `${hasLeft ? "heard of" : "since"} ${localTime(since)}` : ""));
+    item.append(row);
+    item.title = [`LevelSync ${machine.version}`, machine.folder].filter((part) => part).join(", ");
+    const groups = machine.groups.length > 0 ? `${groupsText(machine.groups.join(","))}` : "";
+    const words = [groups, machineWords(machine)].filter((part) => part).join(" · ");
+    if (words) {
+      item.append(make("p", "by", words));
+    }
+    item.append(...machine.wrong.map((text) => make("p", "wrong", text)),
+      ...machine.local.map((text) => make("p", "local", text)));
+    return item;
+  }
+
+  /// Those with something wrong first; who waits and who has it keep their places, as the one becomes the other.
+  function showMachines() {
+    const site = state.site;
+    const rank = (machine) => (TROUBLED.includes(machine.is) ? 0 : 1);
+    const machines = [...site.machines].sort((a, b) => rank(a) - rank(b));
+    $("machines-note").textContent = site.away && site.as_of ? `As of ${localTime(site.as_of)}: ${site.summary}` : site.summary;
+    replaceKeepingFocus($("machines"), machines.slice(0, MACHINES_SHOWN).map(machineRow));
+    if (machines.length > MACHINES_SHOWN) {
+      $("machines").append(make("li", "none",
+        `… and ${machines.length - MACHINES_SHOWN} more; LevelSync --site ... status shows all`));
+    }
+  }
+
+  /// Where the lines of the machines are: no store has them.
+  function showLinesPlace() {
+    const row = state.packages.find((each) => each.package === chosen);
+    const word = row && /^[\w.-]+$/.test(row.name) ? row.name : String(chosen);
+    const client = whom.client && !/[\s"]/.test(whom.client) ? ` --client ${whom.client}` : "";
+    const isHere = state.site.takes_part;
+    $("lines-head").hidden = !isHere;
+    $("lines").hidden = !isHere;
+    $("lines-title-elsewhere").hidden = isHere;
+    $("lines-place").replaceChildren(
+      isHere ? "The lines of this machine alone. On another one, " : "The lines stand on the machines, each in its own logs, and " +
+        "this machine takes no part in the site. On the one that serves the client, ",
+      make("code", "", "LevelSync page"), " shows them live, and ",
+      make("code", "", `LevelSync lines --package ${word}${client} --since 15m`), " those that are there.",
+      isHere ? "" : " Where the lines of all are sent to one place, look there; lines.md of the documentation says how.");
   }
 
   // Packages -----------------------------------------------------------------------------------------------
@@ -200,7 +331,9 @@
     }
     const all = state.packages.length;
     let text = rows.length === all ? `${all} packages` : `${rows.length} of ${all} packages`;
-    if (rows.length === 0) {
+    if (all === 0 && state.site) {
+      text = "The site has told no packages.";
+    } else if (rows.length === 0) {
       text = "No package has such a number, name or comment. A number works for one without a name too.";
     }
     $("found").textContent = text;
@@ -237,8 +370,8 @@
   let explaining = 0;
 
   async function explain() {
-    if (chosen < 0) {
-      return;
+    if (chosen < 0 || state?.site?.problem) {
+      return; // of what is refused the top of the page says why
     }
     const mine = ++explaining;
     let answer;
@@ -279,9 +412,26 @@
     const chip = $("level");
     chip.textContent = levelText(answer.level);
     chip.className = answer.level > answer.own_level ? "chip raised" : "chip";
-    $("level-for").textContent = `for ${subjectText()}`;
+    const groups = state.site && whom.groups ? `, on machines of ${groupsText(whom.groups)}` : "";
+    $("level-for").textContent = `for ${subjectText()}${groups}`;
     $("why").replaceChildren(...reasonsOf(answer));
-    $("raise-button").textContent = `Raise for ${subjectText()}`;
+    $("raise-button").textContent = `Raise for ${subjectText()}${state.site ? ", on all machines" : ""}`;
+    if (state.site) {
+      showLinesPlace();
+    }
+  }
+
+  function raisedHere(done) {
+    const effects = done.effects.length === 0 ? "The file is changed, and nothing changes for anybody" :
+      done.effects.join(", ");
+    return `${effects} until ${localTime(done.until)}.` +
+      (done.running ? "" : " No process shares a configuration now; those that start read the file.");
+  }
+
+  function raisedOnSite(done) {
+    const effects = done.effects.length === 0 ? "Those are the levels of machines of no group already; it stays" :
+      done.effects.join(", ");
+    return `${effects} until ${localTime(done.until)}. Each machine takes it with its next look. ${done.warning}`.trim();
   }
 
   async function raise(event) {
@@ -298,10 +448,7 @@
       const done = await change("raise", {
         package: chosen, level: $("raise-level").value, for: $("raise-for").value, reason: $("reason").value, ...whom,
       });
-      const effects = done.effects.length === 0 ? "The file is changed, and nothing changes for anybody" :
-        done.effects.join(", ");
-      $("raise-result").textContent = `${effects} until ${localTime(done.until)}.` +
-        (done.running ? "" : " No process shares a configuration now; those that start read the file.");
+      $("raise-result").textContent = state.site ? raisedOnSite(done) : raisedHere(done);
       $("reason").value = ""; // of this one
       await refresh();
     } catch (error) {
@@ -347,12 +494,17 @@
     const item = make("li");
     const left = make("span", "left");
     left.dataset.until = row.until;
-    left.dataset.number = row.id;
+    left.dataset.number = row.override ?? row.id;
     left.dataset.what = row.effects.join(", ");
     const line = make("div", "row");
-    line.append(left, undoButton(row, "Take back"));
-    item.append(make("p", "effects", row.effects.join(", ")), line,
-      make("p", "by", `${row.user} on ${row.machine}: ${row.command}`));
+    line.append(left);
+    item.append(make("p", "effects", row.effects.join(", ")), line);
+    if (row.id) {
+      line.append(undoButton(row, row.is_of_several ? `Take back all of ${row.id}` : "Take back"));
+    } else {
+      item.append(make("p", "by", `Written by hand as ${row.override}; LevelSync --site ... clear takes it back.`));
+    }
+    item.append(make("p", "by", `${row.user} on ${row.machine}: ${row.reason || row.command || "no reason given"}`));
     return item;
   }
 
@@ -361,7 +513,8 @@
     const item = make("li", row.in_force ? "" : "over");
     const what = row.effects.length === 0 ? "Nothing changed for anybody" : row.effects.join(", ");
     const fate = row.in_force && row.until ? `until ${localTime(row.until)}` : row.state;
-    const about = [`${row.id}`, localTime(row.time), `${row.user} on ${row.machine}`, row.command, fate];
+    const why = row.reason ? `why: ${row.reason}` : "";
+    const about = [`${row.id}`, localTime(row.time), `${row.user} on ${row.machine}`, row.command, why, fate];
     item.append(make("p", "effects", what), make("p", "by", about.filter((part) => part !== "").join(" · ")));
     if (row.in_force && row.has_lines) {
       item.append(undoButton(row, "Undo"));
@@ -385,7 +538,8 @@
   function showRaised() {
     replaceKeepingFocus($("raised"), state.raised.map(raisedRow));
     if (state.raised.length === 0) {
-      $("raised").append(make("li", "none", "Nothing is raised for a while."));
+      $("raised").append(make("li", "none", state.site?.problem || (state.site && !state.site.as_of) ?
+        "What is raised cannot be told now." : "Nothing is raised for a while."));
     }
     countDown();
   }
@@ -436,6 +590,7 @@
   function readWhom() {
     const next = {
       client: $("client").value.trim(), application: $("application").value.trim(), session: $("session").value.trim(),
+      groups: $("group").value,
     };
     const isOther = Object.keys(next).some((key) => next[key] !== whom[key]);
     whom = next;
@@ -511,7 +666,7 @@
     },
 
     async poll() {
-      if (chosen < 0 || this.isPaused) {
+      if (chosen < 0 || this.isPaused || (state?.site && !state.site.takes_part)) {
         return;
       }
       const turn = this.turn;
@@ -641,5 +796,9 @@
   listen();
   repeat(beat, BEAT_MS);
   repeat(() => lines.poll(), LINES_MS);
-  repeat(async () => showProcesses(await ask("processes")), PROCESSES_MS);
+  repeat(async () => {
+    if (!state?.site) {
+      showProcesses(await ask("processes"));
+    }
+  }, PROCESSES_MS);
 })();

@@ -4,8 +4,10 @@
 #define LEVELSYNC_PAGE_SOURCE_H
 
 #include <cstdint>
+#include <mutex>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "filters.h"
 #include "tool.h"
@@ -18,6 +20,7 @@ struct PageSubject
     std::string client;
     std::string application;
     std::optional<std::uint32_t> session;
+    std::vector<std::string> groups; ///< of a site, for a question alone: those of the machines that it is about
 
     Filters filters() const;
 };
@@ -41,6 +44,9 @@ struct PageLines
     std::uint64_t after = 0; ///< the number of the last that it has; 0: none
 };
 
+/// Whose turn it is to be called.
+using PageTurn = std::unique_lock<std::mutex>;
+
 /// Calls come one at a time, from any thread. Each throws Failure, with what to do next, for what cannot be answered or
 /// done. The reports are what the page's script reads.
 class PageSource
@@ -54,7 +60,7 @@ public:
     /// Changes whenever state() may say something else; cheap.
     virtual std::string stamp() = 0;
 
-    /// Where the level file is, what is in force for whom, what is raised, and the last changes.
+    /// What the page shows, what is in force for whom, what is raised, and the last changes.
     virtual Json state(const PageSubject& whom) = 0;
 
     /// The level of one package, and why.
@@ -63,13 +69,14 @@ public:
     virtual Json processes() = 0;
     virtual Json lines(const PageLines& wanted) = 0;
 
-    virtual Json raise(const PageRaise& wanted) = 0;
-    virtual Json undo(long long change) = 0;
+    // What has to wait for others lets go of the turn meanwhile, and has it again at its end: questions are answered.
+    virtual Json raise(const PageRaise& wanted, PageTurn& turn) = 0;
+    virtual Json undo(long long change, PageTurn& turn) = 0;
 
     /// Called about once a second: takes back what is over.
     virtual void tick() = 0;
 
-    /// Takes back whatever was raised on the page. Nothing can be raised any more.
+    /// Takes back whatever lasts as long as the page. Nothing can be raised any more.
     virtual void end(const std::string& why) = 0;
 };
 } // namespace levelsync

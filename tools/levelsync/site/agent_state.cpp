@@ -120,6 +120,17 @@ AgentState load_agent_state(const Folder& folder, const std::string& site)
     }
 }
 
+bool takes_part(const Folder& folder, const std::string& site)
+{
+    const auto bytes = read_whole(folder.name(FILE_NAME));
+    const Json json = Json::parse(bytes.value_or(std::string()), nullptr, false);
+    if (!json.is_object() || json.value("applied_at", Json()).is_null())
+        return false;
+    const Json own = json.value("site", Json());
+    return own.is_string() &&
+           kor::core::read_site_address(own.get<std::string>()).text() == kor::core::read_site_address(site).text();
+}
+
 void save_agent_state(const Folder& folder, const AgentState& state)
 {
     const std::string bytes = json_of(state).dump(1, ' ', false, Json::error_handler_t::replace) + '\n';

@@ -35,6 +35,9 @@ struct AgentState
 /// The file logger.site beside the level file. What cannot be read, or is of another site, is as if it were not there.
 AgentState load_agent_state(const Folder& folder, const std::string& site);
 
+/// True where an agent has put what that site wants into the folder.
+bool takes_part(const Folder& folder, const std::string& site);
+
 /// In one step. Throws Failure when that cannot be done.
 void save_agent_state(const Folder& folder, const AgentState& state);
 } // namespace levelsync

@@ -181,6 +181,16 @@ kor::core::SiteWish wish_of(const SiteRead& read, const std::vector<std::string>
     return wish;
 }
 
+std::vector<std::string> groups_of(const SiteRead& read)
+{
+    constexpr std::size_t FOLDER = 7; // "groups/"
+    std::vector<std::string> groups;
+    for (const SiteValue& value : read.values)
+        if (value.key.compare(0, FOLDER, "groups/") == 0)
+            groups.push_back(value.key.substr(FOLDER));
+    return groups;
+}
+
 // Changes -------------------------------------------------------------------------------------------------
 std::string history_key(long long id)
 {

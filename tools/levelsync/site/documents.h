@@ -25,6 +25,9 @@ kor::core::SiteOverride read_override(const std::string& id, const std::string& 
 /// What a store's values ask for. groups: those of the machine; nothing stands for none. Throws Refusal.
 kor::core::SiteWish wish_of(const SiteRead& read, const std::vector<std::string>& groups);
 
+/// The groups that have a section.
+std::vector<std::string> groups_of(const SiteRead& read);
+
 /// One change of a site.
 struct SiteChange
 {

@@ -90,6 +90,21 @@ std::string over_text(const kor::core::SiteOverride& over)
     return shown(name + ' ' + level_text(over.level) + " for " + (parts.empty() ? "everybody" : joined(parts, ", ")));
 }
 
+/// "3 machines: 2 have it and 1 not yet."
+std::string summary_of(const Status& status)
+{
+    if (status.machines.empty())
+        return "No machine has said anything yet. LevelSync agent --site ... runs on each.";
+    std::size_t counts[std::size(STATES)] = {};
+    for (const Row& row : status.machines)
+        ++counts[row.state];
+    std::vector<std::string> parts;
+    for (std::size_t state = 0; state < std::size(STATES); ++state)
+        if (counts[state] != 0)
+            parts.push_back(counted(counts[state], STATES[state], STATES_OF_MANY[state]));
+    return counted(status.machines.size(), "machine", "machines") + ": " + joined(parts) + '.';
+}
+
 Json report_of(const Tool& tool, const Status& status)
 {
     Json json;
@@ -99,7 +114,11 @@ Json report_of(const Tool& tool, const Status& status)
     json["overrides"] = Json::array();
     for (const auto& over : status.wish.overrides)
         if (over.until > now())
+        {
             json["overrides"].push_back(json_of(over));
+            json["overrides"].back()["text"] = over_text(over);
+        }
+    json["summary"] = summary_of(status);
     json["machines"] = Json::array();
     for (const Row& row : status.machines)
     {
@@ -133,9 +152,9 @@ void print_overrides(Console& console, const Status& status)
 
 void print_machines(Console& console, const Status& status)
 {
-    console.line();
     if (status.machines.empty())
-        return console.line("No machine has said anything yet. LevelSync agent --site ... runs on each.");
+        return;
+    console.line();
     std::size_t width = 7; // "MACHINE"
     for (const Row& row : status.machines)
         width = std::max(width, columns_of(row.report.machine));
@@ -169,17 +188,8 @@ void print(const Tool& tool, const Status& status)
     }
     print_overrides(console, status);
     print_machines(console, status);
-    std::size_t counts[std::size(STATES)] = {};
-    for (const Row& row : status.machines)
-        ++counts[row.state];
-    if (status.machines.empty())
-        return;
-    std::vector<std::string> parts;
-    for (std::size_t state = 0; state < std::size(STATES); ++state)
-        if (counts[state] != 0)
-            parts.push_back(counted(counts[state], STATES[state], STATES_OF_MANY[state]));
     console.line();
-    console.line(counted(status.machines.size(), "machine", "machines") + ": " + joined(parts) + '.');
+    console.line(summary_of(status));
 }
 } // namespace
 

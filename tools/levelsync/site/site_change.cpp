@@ -41,16 +41,6 @@ void require_mergeable(const SiteWish& wish)
     }
 }
 
-std::vector<std::string> groups_in(const SiteRead& read)
-{
-    constexpr std::size_t FOLDER = 7; // "groups/"
-    std::vector<std::string> groups;
-    for (const SiteValue& value : read.values)
-        if (value.key.compare(0, FOLDER, "groups/") == 0)
-            groups.push_back(value.key.substr(FOLDER));
-    return groups;
-}
-
 std::string version_in(const SiteRead& read, const std::string& key)
 {
     for (const SiteValue& value : read.values)
@@ -125,7 +115,7 @@ std::optional<SiteOutcome>
 try_to_change(const Tool& tool, SiteStore& store, const SiteEditing& editing, const SiteChangeOptions& options)
 {
     const SiteRead read = store.read(std::nullopt);
-    const SiteWish before = wish_of(read, groups_in(read));
+    const SiteWish before = wish_of(read, groups_of(read));
     SiteOutcome outcome;
     SiteChange& change = outcome.change;
     change.id = next_id(store, before);
@@ -349,7 +339,7 @@ std::unique_ptr<SiteStore> open_site(const Tool& tool)
             "That is for a site.",
             "Name it, as in --site file:\\\\server\\share\\lumlog or --site etcd:http://server:2379/lumlog.",
             WRONG_CALL);
-    return open_store(tool.site, tool.credentials);
+    return tool.open_store ? tool.open_store() : open_store(tool.site, tool.credentials);
 }
 
 void add_reason_option(Options& options, std::string& reason)
