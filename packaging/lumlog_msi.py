@@ -13,9 +13,12 @@ from xml.sax.saxutils import quoteattr
 # All versions of LUMlog replace each other.
 UPGRADE_CODE = "C1F6B7E4-6A1D-5E0C-9B7E-3D5A0B9D1E42"
 NAMESPACE = uuid.UUID(UPGRADE_CODE)
-# What wixl has no word for: an older version goes before this one comes, sources are taken away before their files, and
-# properties reach the part of the installer that has the rights.
+# What wixl has no word for: an older version goes before this one comes, sources are taken away before their files,
+# properties reach the part of the installer that has the rights, and a folder that was chosen at first stays the folder.
 QUERIES = [
+    "INSERT INTO `CustomAction` (`Action`, `Type`, `Source`, `Target`) VALUES ('KeepFolder', 51, 'INSTALLDIR', '[FOLDERBEFORE]')",
+    "INSERT INTO `InstallExecuteSequence` (`Action`, `Condition`, `Sequence`) "
+    "VALUES ('KeepFolder', 'FOLDERBEFORE AND NOT INSTALLDIR', 790)", # before the costs, which settle the folders
     "UPDATE `InstallExecuteSequence` SET `Sequence` = 1501 WHERE `Action` = 'RemoveExistingProducts'",
     "UPDATE `InstallExecuteSequence` SET `Sequence` = 2601 WHERE `Action` = 'Unregister'",
     "UPDATE `Property` SET `Value` = 'EVENTSOURCES;LOGFOLDER;WIX_DOWNGRADE_DETECTED;WIX_UPGRADE_DETECTED' "
@@ -83,6 +86,9 @@ def source(stage, version):
   <Property Id="ARPNOMODIFY" Value="1"/>
   <!-- Names of programs that write to the event log, and the folder of their level file. -->
   <Property Id="EVENTSOURCES" Value="LUMlog"/>
+  <Property Id="FOLDERBEFORE">
+    <RegistrySearch Id="FolderBefore" Root="HKLM" Key="Software\\LUMlog" Name="Folder" Type="raw" Win64="yes"/>
+  </Property>
   <Directory Id="TARGETDIR" Name="SourceDir">
     <Directory Id="ProgramFiles64Folder">
       <Directory Id="INSTALLDIR" Name="LUMlog">

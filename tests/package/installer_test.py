@@ -19,6 +19,9 @@ NOISE = re.compile(r"(?i)^windows/installer$|^(users/[^/]+/(temp|appdata)/|windo
 # Windows has these from the beginning, with what is installed below them.
 NOISE_KEYS = re.compile(r"\\Installer(\\(Features|Products|UpgradeCodes|UserData|UserData\\S-1-5-18(\\(Components|Products))?))?$")
 
+# What Wine notes of components, and leaves when the installer rolls back.
+NOT_ROLLED_BACK = re.compile(r"\\Installer\\UserData\\S-1-5-18\\Components\\[0-9A-F]{32}$")
+
 
 def expect(holds, sentence):
     if not holds:
@@ -104,6 +107,19 @@ def check_source(machine, name, categories, folder=None):
     expect(found == wanted, f"the source {name}: {found} instead of {wanted}")
 
 
+def check_another_folder(machine, installer, later, wanted):
+    """One that is named once, and not again when a newer version comes or all goes."""
+    folder = machine.c / "Läger 1"
+    machine.run("msiexec.exe", "/i", windows_path(installer), "/qn", "INSTALLDIR=C:\\Läger 1")
+    for version in ["first", "later"]:
+        expect(set(wanted) <= set(tree_of(folder)), f"the files of the {version} version are in the folder that was named")
+        expect(not (machine.programs / "LUMlog").exists(), f"none of the {version} version's are elsewhere")
+        machine.run(folder / "bin/lumlog-admin.exe", "status", "LUMlog")
+        if version == "first":
+            machine.run("msiexec.exe", "/i", windows_path(later), "/qn")
+    machine.run("msiexec.exe", "/x", windows_path(later), "/qn")
+
+
 def uninstall_entries(machine):
     names = re.findall(r"\{[0-9A-F-]{36}\}$", machine.run("reg.exe", "query", UNINSTALL, expected=None), re.MULTILINE)
     return [name for name in names if (machine.key(f"{UNINSTALL}\\{name}") or {}).get("DisplayName") == "LUMlog"]
@@ -170,6 +186,9 @@ def main(tree, packages, work, prefix):
     machine.run("msiexec.exe", "/x", windows_path(work / "later.msi"), "/qn")
     compare(before, machine.snapshot(), "an upgrade in one step and its end")
 
+    check_another_folder(machine, installer, work / "later.msi", wanted)
+    compare(before, machine.snapshot(), "a folder that was chosen, an upgrade there and its end")
+
     # The ZIP, where no installer is wanted.
     folder = machine.c / "Läger und Blätter" / "LUMlog"
     shutil.copytree(unzipped, folder)
@@ -182,6 +201,16 @@ def main(tree, packages, work, prefix):
     expect(tree_of(folder) == files, "only what was unpacked is there again")
     shutil.rmtree(folder.parent)
     compare(before, machine.snapshot(), "the ZIP")
+
+    # What it refuses leaves nothing.
+    machine.run("reg.exe", "add", f"{SOURCES}\\viewer", "/v", "EventMessageFile", "/d", "C:\\other.dll", "/f")
+    with_other = machine.snapshot()
+    for word in ["EVENTSOURCES=viewer", f"LOGFOLDER={windows_path(work)}"]:
+        machine.run("msiexec.exe", "/i", windows_path(installer), "/qn", word, expected=1627 & 0xFF) # a function failed
+        files, keys = machine.snapshot()
+        keys = {key for key in keys if not NOT_ROLLED_BACK.search(key)}
+        compare(with_other, (files, keys), f"an installer that ended, with {word},")
+    machine.run("reg.exe", "delete", f"{SOURCES}\\viewer", "/f")
 
 
 def compare(before, after, what):
