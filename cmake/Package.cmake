@@ -41,6 +41,12 @@ install(
     PATTERN "*.png"
     PATTERN "*.svg"
     PATTERN decisions EXCLUDE)
+# Which the pages point to. Some are projects of their own, and the others are built by the sources of this tree alone.
+install(
+    DIRECTORY examples/
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/lumlog/examples
+    REGEX "/examples/CMakeLists\\.txt$" EXCLUDE
+    PATTERN __pycache__ EXCLUDE)
 install(EXPORT LUMlogTargets NAMESPACE LUMlog:: DESTINATION ${package_dir})
 
 # The C interface for compilers with Microsoft's C++ interface.
