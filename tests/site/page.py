@@ -78,7 +78,10 @@ class Obedient:
         own = {"WINEPREFIX": str(prefix)}
         self.environment = {**run.environment, **own}
         run.started(self)
+        # The prefix's services go on, and hold no stream that somebody reads to its end.
         subprocess.run(["wineserver", "-p60"], env=self.environment, check=False, stderr=subprocess.DEVNULL)
+        subprocess.run(["wine", "cmd.exe", "/c", "exit"], env=self.environment, check=False, stdin=subprocess.DEVNULL,
+                       stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, timeout=PATIENCE)
         self.machine = Machine(run, site, name, shares=True, environment=own).start()
         self.machine.wait_for("Replay 320 6")
         self.host = subprocess.Popen(

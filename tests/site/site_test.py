@@ -610,14 +610,12 @@ def case_a_click_on_a_page_raises_on_all_machines_and_off_again(run):
 
 
 def case_a_page_keeps_what_it_knows_while_the_store_is_away(run):
-    server, _ = store(run)
-    network = run.started(etcd.Network(server.client))
-    site = f"etcd:http://127.0.0.1:{network.port}/site"
+    server, site = store(run)
     run.on_site(site, "set", "replay", "7", "--client", "192.0.2.9", "--for", "15m", "--reason", "before")
     page = Page(run, site)
     browser = page.browse()
     browser.sees("#raised", "before")
-    network.set("stalled")
+    server.pause()
     answers = []
     raising = threading.Thread(target=lambda: answers.append(page.raise_level()))
     raising.start()
@@ -633,13 +631,12 @@ def case_a_page_keeps_what_it_knows_while_the_store_is_away(run):
     expect("it was refused in words", answers[0][0] == 409 and "The store does not answer" in answers[0][1]["error"], answers)
     browser.sees("#away", "The store does not answer")
     browser.sees("#away", "What you see is as of ")
-    network.set("cut")
     server.kill()
+    browser.sees("#away", "nobody listens there")
     browser.sees("#summary", "not known now")
     browser.sees("#raised", "before")
     browser.sees("#packages", "Replay")
     server.start().wait_ready()
-    network.set("good")
     comes_true("the page is as before", lambda: browser.run("document.getElementById('away').hidden"))
     run.on_site(site, "undo")
     browser.sees("#raised", "Nothing is raised")
