@@ -263,8 +263,19 @@ void WatchedByUs::report_end()
     if (core::is_orderly_end(code, came_to_end))
         return;
     const std::uint32_t missing = core::missing_steps(told(), win::watch_time());
+    std::uint32_t begun = (core::WATCH_LINE | core::WATCH_LAST_LINES | core::WATCH_REPORT) & ~missing;
+    // Noted first: should this watcher be ended over a step, the next one does not take it again.
+    const auto begin = [&](core::WatchSteps step)
+    {
+        if ((missing & step) == 0)
+            return false;
+        begun |= step;
+        shared().step_time.store(win::watch_time());
+        shared().steps.store(begun);
+        return true;
+    };
     win::local_system_time(); // notes the zone
-    if ((missing & core::WATCH_LINE) != 0)
+    if (begin(core::WATCH_LINE))
     {
         core::CrashLine line{};
         line.time = crash_time();
@@ -274,14 +285,14 @@ void WatchedByUs::report_end()
         line.code = code;
         append_crash_line((folder() + CRASH_LOG_NAME).c_str(), line);
     }
-    if ((missing & core::WATCH_LAST_LINES) != 0)
+    if (begin(core::WATCH_LAST_LINES))
         write_last_lines();
-    if ((missing & core::WATCH_REPORT) == 0)
+    if (!begin(core::WATCH_REPORT))
         return;
     // One that the process has begun and not ended is written anew.
-    const std::wstring begun =
+    const std::wstring file =
         core::watched_file_name(told().report_name, std::size(told().report_name), L"crash-", L".xml");
-    write_report(begun.empty() ? path_of(L"crash", L".xml") : folder() + begun, code, nullptr);
+    write_report(file.empty() ? path_of(L"crash", L".xml") : folder() + file, code, nullptr);
 }
 
 // Files --------------------------------------------------------------------------------------------------------------

@@ -4,27 +4,14 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <psapi.h>
-
-#include "Kor_CrashHandlers.h"
-#include "Kor_LogFile.h"
-#include "Kor_SessionLog.h"
 
 namespace
 {
 using ::testing::HasSubstr;
 
-std::string path_of_watcher()
-{
-    char path[MAX_PATH] = {};
-    ::GetModuleFileNameA(nullptr, path, MAX_PATH);
-    const std::string own = path;
-    return own.substr(0, own.find_last_of('\\') + 1) + "LUMlogWatch.exe";
-}
-
 ChildResult call(std::vector<std::string> arguments, ChildOptions options = {})
 {
-    options.program = path_of_watcher();
+    options.program = folder_of_programs() + "LUMlogWatch.exe";
     options.arguments = std::move(arguments);
     options.timeout_ms = PATIENCE_MS;
     return run_child("", options);
@@ -48,17 +35,6 @@ std::string registered(const char* program, const char* value)
 
 KOR_CHILD(waits_for_its_minidump)
 {
-    const Signal ready(args[0]);
-    const Signal end(args[1]);
-    ready.give();
-    return end.wait() ? 0 : 1;
-}
-
-KOR_CHILD(waits_with_a_watcher)
-{
-    KorGLog.Open("test.log", "viewer");
-    if (!Kor_CrashHandlers::Install() || !Kor_SessionLogHost::startWatcher())
-        return 1;
     const Signal ready(args[0]);
     const Signal end(args[1]);
     ready.give();
@@ -136,21 +112,15 @@ TEST(WatchCommandLine, RegistersAProgramAndTakesThatBack)
 TEST(WatchCommandLine, TellsWhoIsWatched)
 {
     EXPECT_EQ(text_of(call({"--status"}).out), "Nobody watches.\n");
-    const Leavings left;
-    const Signal ready("watch_status_ready");
-    const Signal end("watch_status_end");
-    ChildOptions options = left.directory().for_child();
-    options.arguments = {"watch_status_ready", "watch_status_end"};
-    Child host("waits_with_a_watcher", options);
-    host.ensure_begun();
-    ASSERT_TRUE(ready.wait());
+    const LogDirectory directory;
+    const WaitingHost host(directory);
+    ASSERT_TRUE(host.is_watched());
     ASSERT_TRUE(comes_true([] { return Kor_SessionLogWatcher::FindWatcher() != 0; }));
     const std::string said = text_of(call({"--status"}).out);
     EXPECT_THAT(said, HasSubstr("Process " + std::to_string(Kor_SessionLogWatcher::FindWatcher()) + " watches.\n"));
     EXPECT_THAT(said, HasSubstr(std::to_string(host.pid()) + "  "));
     EXPECT_THAT(said, HasSubstr("watch_tests.exe\n"));
-    end.give();
-    EXPECT_EQ(host.wait(PATIENCE_MS).exit_code, 0u);
+    EXPECT_EQ(host.end_orderly(), 0u);
     EXPECT_TRUE(nobody_is_watched());
 }
 } // namespace

@@ -212,12 +212,8 @@ KOR_CHILD(waits_watched)
 TEST(WatchedEnds, OfAKillFromOutsideAllIsTold)
 {
     const Leavings left;
-    const Signal ready("watch_ready");
-    ChildOptions options = left.directory().for_child();
-    options.arguments = {"watch_ready", "watch_end"};
-    Child host("waits_watched", options);
-    host.ensure_begun();
-    ASSERT_TRUE(ready.wait());
+    const WaitingHost host(left.directory());
+    ASSERT_TRUE(host.is_watched());
     host.kill();
     ASSERT_TRUE(nobody_is_watched());
     EXPECT_THAT(left.crash_lines(), HasSubstr("Exception Code: 0x0000dead\n"));
@@ -243,27 +239,18 @@ TEST(WatchedEnds, OfACrashAllIsToldOnceAndByTheHandler)
 TEST(WatchedEnds, OfTwoProcessesAreSeenByOneWatcher)
 {
     const Leavings left;
-    const Signal first_ready("watch_first_ready");
-    const Signal second_ready("watch_second_ready");
-    const Signal end("watch_both_end");
-    ChildOptions options = left.directory().for_child();
-    options.arguments = {"watch_first_ready", "watch_both_end"};
-    Child first("waits_watched", options);
-    first.ensure_begun();
-    ASSERT_TRUE(first_ready.wait());
+    const WaitingHost first(left.directory(), "first");
+    ASSERT_TRUE(first.is_watched());
     ASSERT_TRUE(comes_true([] { return Kor_SessionLogWatcher::FindWatcher() != 0; }));
     const unsigned long watcher = Kor_SessionLogWatcher::FindWatcher();
-    options.arguments = {"watch_second_ready", "watch_both_end"};
-    Child second("waits_watched", options);
-    second.ensure_begun();
-    ASSERT_TRUE(second_ready.wait());
+    const WaitingHost second(left.directory(), "second");
+    ASSERT_TRUE(second.is_watched());
     EXPECT_EQ(count_watched(), 2u);
     EXPECT_EQ(Kor_SessionLogWatcher::FindWatcher(), watcher);
     second.kill();
     ASSERT_TRUE(comes_true([] { return count_watched() == 1; }));
     EXPECT_EQ(Kor_SessionLogWatcher::FindWatcher(), watcher);
-    end.give();
-    EXPECT_EQ(first.wait(PATIENCE_MS).exit_code, 0u);
+    EXPECT_EQ(first.end_orderly(), 0u);
     ASSERT_TRUE(nobody_is_watched());
     EXPECT_EQ(left.crashes(), 1u) << left.crash_lines();
 }
@@ -272,16 +259,11 @@ TEST(WatchedEnds, OfOneProgramInTheSameSecondLeaveAReportEach)
 {
     constexpr unsigned int HOSTS = 3;
     const Leavings left;
-    ChildOptions options = left.directory().for_child();
-    std::vector<std::unique_ptr<Child>> hosts;
+    std::vector<std::unique_ptr<WaitingHost>> hosts;
     for (unsigned int i = 0; i < HOSTS; ++i)
     {
-        const std::string name = "watch_ready_" + std::to_string(i);
-        const Signal ready(name);
-        options.arguments = {name, "watch_never"};
-        hosts.push_back(std::make_unique<Child>("waits_watched", options));
-        hosts.back()->ensure_begun();
-        ASSERT_TRUE(ready.wait());
+        hosts.push_back(std::make_unique<WaitingHost>(left.directory(), std::to_string(i)));
+        ASSERT_TRUE(hosts.back()->is_watched());
     }
     ASSERT_TRUE(comes_true([] { return count_watched() == HOSTS; }));
     for (const auto& host : hosts)
@@ -289,40 +271,6 @@ TEST(WatchedEnds, OfOneProgramInTheSameSecondLeaveAReportEach)
     ASSERT_TRUE(nobody_is_watched());
     EXPECT_EQ(left.crashes(), std::size_t{HOSTS}) << left.crash_lines();
     EXPECT_EQ(left.reports(), std::size_t{HOSTS});
-}
-
-TEST(WatchedEnds, AreSeenByTheNextWatcherWhenOneIsKilled)
-{
-    const Leavings left;
-    const Signal ready("watch_ready");
-    ChildOptions options = left.directory().for_child();
-    options.arguments = {"watch_ready", "watch_end"};
-    Child host("waits_watched", options);
-    host.ensure_begun();
-    ASSERT_TRUE(ready.wait());
-    const SharedTable table;
-    for (int kills = 0; kills < 2; ++kills)
-    {
-        ASSERT_TRUE(comes_true([&] { return Kor_SessionLogWatcher::FindWatcher() != 0 && table->stand_by != 0; }));
-        const unsigned long watcher = Kor_SessionLogWatcher::FindWatcher();
-        const HANDLE process = ::OpenProcess(PROCESS_TERMINATE | SYNCHRONIZE, FALSE, watcher);
-        ASSERT_NE(process, nullptr);
-        table->stand_by = 0; // until the next one has found one of its own
-        ::TerminateProcess(process, 9);
-        ::CloseHandle(process);
-        ASSERT_TRUE(comes_true(
-            [=]
-            {
-                const unsigned long next = Kor_SessionLogWatcher::FindWatcher();
-                return next != 0 && next != watcher;
-            }));
-    }
-    // It has the process open by the time that it has a stand-by.
-    ASSERT_TRUE(comes_true([&] { return table->stand_by != 0; }));
-    host.kill();
-    ASSERT_TRUE(nobody_is_watched());
-    EXPECT_THAT(left.crash_lines(), HasSubstr("Exception Code: 0x0000dead\n"));
-    EXPECT_THAT(left.report(), HasSubstr("<info>cannot read front.png</info>"));
 }
 
 // Steps of a crash ------------------------------------------------------------------------------------------------

@@ -139,6 +139,58 @@ private:
     void* m_view;
 };
 
+/// A watched host that has done some work and waits to be ended. One of each name at a time. Its body is in ends_test.cpp.
+class WaitingHost
+{
+public:
+    explicit WaitingHost(const LogDirectory& directory, const std::string& name = "host")
+        : m_ready("watch_ready_" + name), m_end("watch_end_" + name),
+          m_process("waits_watched", options(directory, name))
+    {
+        m_process.ensure_begun();
+    }
+
+    /// False when it was not to be had.
+    bool is_watched() const { return m_ready.wait(); }
+    unsigned long pid() const noexcept { return m_process.pid(); }
+    void kill() const noexcept { m_process.kill(); }
+    /// Returns the exit code, 0.
+    unsigned long end_orderly() const
+    {
+        m_end.give();
+        return m_process.wait(PATIENCE_MS).exit_code;
+    }
+
+private:
+    static ChildOptions options(const LogDirectory& directory, const std::string& name)
+    {
+        ChildOptions options = directory.for_child();
+        options.arguments = {"watch_ready_" + name, "watch_end_" + name};
+        return options;
+    }
+
+    Signal m_ready;
+    Signal m_end;
+    Child m_process;
+};
+
+/// Ends a process as a user does who loses patience.
+inline bool end_process(unsigned long id)
+{
+    const HANDLE process = ::OpenProcess(PROCESS_TERMINATE, FALSE, id);
+    const bool is_ended = ::TerminateProcess(process, 9) != FALSE;
+    ::CloseHandle(process);
+    return is_ended;
+}
+
+inline std::string folder_of_programs()
+{
+    char path[MAX_PATH] = {};
+    ::GetModuleFileNameA(nullptr, path, MAX_PATH);
+    const std::string own = path;
+    return own.substr(0, own.find_last_of('\\') + 1);
+}
+
 inline std::uint64_t creation_time_of(HANDLE process)
 {
     FILETIME created{};

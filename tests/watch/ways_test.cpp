@@ -16,10 +16,7 @@ public:
     explicit WatchedExample(const char* way)
     {
         ChildOptions options = directory().for_child();
-        char path[MAX_PATH] = {};
-        ::GetModuleFileNameA(nullptr, path, MAX_PATH);
-        const std::string own = path;
-        options.program = own.substr(0, own.find_last_of('\\') + 1) + "example_crashing_host.exe";
+        options.program = folder_of_programs() + "example_crashing_host.exe";
         options.arguments = {way, "watched"};
         Child host("", options);
         const ChildResult result = host.wait(2 * PATIENCE_MS);

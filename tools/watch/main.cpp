@@ -11,7 +11,7 @@
 
 #include "Kor_LogFile.h"
 #include "Kor_SessionLogWatcher.h"
-#include "local_dumps.h"
+#include "commands.h"
 #include "text.h"
 
 KOR_TOOL_PROGRAM;
@@ -27,13 +27,6 @@ using namespace lumlogwatch;
 
 namespace
 {
-enum ExitCode
-{
-    DONE = 0,
-    NOT_DONE = 1,
-    WRONG_CALL = 2
-};
-
 constexpr char PURPOSE[] =
     "Watches the programs that have asked for it, and writes what they cannot write themselves when they end.\n"
     "It is started by them, and ends with the last of them.";
@@ -90,25 +83,6 @@ int show_status()
     return DONE;
 }
 
-/// A program is registered by its name, whatever its folder.
-std::wstring file_name(const std::string& path)
-{
-    const std::wstring text = wide(path);
-    return text.substr(text.find_last_of(L"\\/:") + 1); // npos + 1 is 0
-}
-
-int tell_registered(const std::string& what, unsigned long error)
-{
-    if (error == ERROR_SUCCESS)
-        return DONE;
-    std::fprintf(
-        stderr, "%s: %s.%s\n", what.c_str(), system_text(error).c_str(),
-        error == ERROR_ACCESS_DENIED
-            ? " It takes an administrator, as the settings are the machine's: HKEY_LOCAL_MACHINE."
-            : "");
-    return NOT_DONE;
-}
-
 std::string default_folder()
 {
     wchar_t folder[MAX_PATH] = {};
@@ -123,13 +97,9 @@ int run(const Wanted& wanted)
     if (wanted.dump != 0)
         return dump(wanted.dump, wanted.out);
     if (!wanted.program.empty())
-        return tell_registered(
-            "The program is not registered",
-            register_program(
-                file_name(wanted.program), wide(wanted.folder.empty() ? default_folder() : wanted.folder)));
+        return have_registered(wanted.program, wanted.folder.empty() ? default_folder() : wanted.folder);
     if (!wanted.unregistered.empty())
-        return tell_registered(
-            "The program is registered as it was", unregister_program(file_name(wanted.unregistered)));
+        return have_unregistered(wanted.unregistered);
     return show_status();
 }
 
