@@ -49,5 +49,6 @@ levelsync::ExitCode levelsync::Command::run_on_site(Tool&)
 {
     throw Failure(
         "That is about one machine, and not about a site.",
-        "With --site there are status, list, explain, set, clear, publish FILE, undo, history, check and page.", WRONG_CALL);
+        "With --site there are status, list, explain, set, clear, publish FILE, undo, history, check and page.",
+        WRONG_CALL);
 }
