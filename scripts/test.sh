@@ -208,7 +208,7 @@ stage_preset()
     fi
     rm -f "$junit" "$summary"
     run_watched "Testing $preset" "$preset-test" timeout 3600 \
-        ctest --test-dir "$build_dir/$preset" -j $(($(nproc) + 1)) --output-junit "$junit" "${options[@]}" || status=$?
+        ctest --test-dir "$build_dir/$preset" -j $(($(nproc) * 2)) --output-junit "$junit" "${options[@]}" || status=$?
     if [ "$status" -eq 0 ] && [ ! -f "$junit" ]; then
         return # no test has a name that matches
     fi
