@@ -3,7 +3,6 @@
 //
 // Run it with everything on one processor, as startup.cpp.
 
-#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <string>
@@ -12,18 +11,11 @@
 
 #include "Kor_LogFile.h"
 #include "bench_log.h"
+#include "programs.h"
 
 namespace
 {
 constexpr int RUNS = 40;
-
-std::string beside_this_program(const std::string& name)
-{
-    char path[MAX_PATH + 1] = {};
-    ::GetModuleFileNameA(nullptr, path, MAX_PATH);
-    const std::string own(path);
-    return own.substr(0, own.rfind('\\') + 1) + name;
-}
 
 /// Every package with ten rules; one of them at this level.
 std::string configuration(int level_of_package_17)
@@ -51,12 +43,6 @@ double run(const LogDirectory& directory, const std::string& program, std::vecto
     if (!result.finished || result.exit_code != 0)
         fail(program + " failed: " + result.err);
     return std::chrono::duration<double, std::milli>(after - before).count();
-}
-
-double median(std::vector<double> values)
-{
-    std::sort(values.begin(), values.end());
-    return (values[(values.size() - 1) / 2] + values[values.size() / 2]) / 2;
 }
 } // namespace
 

@@ -4,7 +4,6 @@
 // Run it with everything on one processor: elsewhere the time that Wine's server takes to wake up on
 // another one is most of what is measured.
 
-#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <string>
@@ -12,18 +11,11 @@
 
 #include "Kor_LogFile.h"
 #include "bench_log.h"
+#include "programs.h"
 
 namespace
 {
 constexpr int RUNS = 40;
-
-std::string program(const std::string& name)
-{
-    char path[MAX_PATH + 1] = {};
-    ::GetModuleFileNameA(nullptr, path, MAX_PATH);
-    const std::string own(path);
-    return own.substr(0, own.rfind('\\') + 1) + name;
-}
 
 /// The milliseconds from the process's creation to its end.
 double run(const std::string& path)
@@ -72,18 +64,13 @@ std::string configuration_with_rules()
     return text;
 }
 
-double median(std::vector<double> values)
-{
-    std::sort(values.begin(), values.end());
-    return (values[(values.size() - 1) / 2] + values[values.size() / 2]) / 2;
-}
-
 /// Runs of a program that writes a line, each after one of the empty program.
 class Runs
 {
 public:
     explicit Runs(const std::string& logger)
-        : m_directory(logger), m_empty(program("startup_empty.exe")), m_line(program("startup_line.exe"))
+        : m_directory(logger), m_empty(beside_this_program("startup_empty.exe")),
+          m_line(beside_this_program("startup_line.exe"))
     {
         if (Kor_LogFile::UpdateSMFromFile(m_directory.file("logger").c_str()) != 0)
             fail("the machine's configuration cannot be changed");

@@ -153,6 +153,25 @@ def startup_rows(directory):
     ]
 
 
+def watched_rows(directory):
+    """A host's call for a watcher beside the creation of an empty process; and its messages after it."""
+    runs = [json.loads(file.read_text()) for file in sorted(directory.glob("watched-*.json"))]
+
+    def figure(kind, key):
+        return statistics.median(run[kind][key] for run in runs)
+
+    create = figure("joined", "create_process_ms")
+    rows = []
+    for kind, what in (("first", "the first of them, which starts it"), ("joined", "that finds one there")):
+        time = figure(kind, "start_ms")
+        rows.append([f"startWatcher of a host: {what}", f"{time:.1f} ms", "", f"{create:.1f} ms", f"{time / create:.2f}"]
+                    + judged((time / create, 1, "")))
+    for message, what in (("line", "a line"), ("rejected", "a message that nobody wants")):
+        before, after = (figure("joined", f"{message}_{when}_ns") for when in ("before", "after"))
+        rows.append([f"{what}, watched", nanoseconds(after), "", nanoseconds(before), f"{after / before:.2f}", "", ""])
+    return rows
+
+
 def level_sync_rows(directory):
     runs = [json.loads(file.read_text()) for file in sorted(directory.glob("level_sync-*.json"))]
     publish, load, ratio = (statistics.median(run[key] for run in runs) for key in ("publish_ms", "load_ms", "ratio"))
@@ -300,6 +319,7 @@ def main():
     rows += scope_rows(Runs(directory, "scopes"))
     rows += line_rows(Runs(directory, "lines"))
     rows += startup_rows(directory)
+    rows += watched_rows(directory)
     rows += level_sync_rows(directory)
     rows += change_rows(directory)
     rows += way_rows(directory)

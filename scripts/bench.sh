@@ -77,6 +77,8 @@ WINEPREFIX=$tree/wine taskset -c "$processor" wineserver -p60
 for number in 1 2 3; do
     measure "Starts of processes, $number of 3" "startup-$number.json" \
         taskset -c "$processor" "${run[@]}" "$tree/bin/startup.exe"
+    measure "Starts of watched processes, $number of 3" "watched-$number.json" \
+        taskset -c "$processor" "${run[@]}" "$tree/bin/watched.exe"
     measure "LevelSync -u, $number of 3" "level_sync-$number.json" \
         taskset -c "$processor" "${run[@]}" "$tree/bin/level_sync.exe"
     measure "Other ways in, and destinations, $number of 3" "ways_in-$number.json" \
