@@ -679,8 +679,7 @@ def case_what_a_store_says_stays_text_on_a_page(run):
     browser.sees("#level", "7 debug")
     browser.fill("#client", "192.0.2.8")
     browser.sees("#level", "6 info")
-    browser.run("document.getElementById('group').value = 'servers';"
-                "document.getElementById('group').dispatchEvent(new Event('change', {bubbles: true}))")
+    browser.choose("group", "servers")
     browser.sees("#level", "3 error")
     browser.sees("#level-for", "client 192.0.2.8, on machines of group servers")
     text = browser.text("main")
@@ -688,8 +687,7 @@ def case_what_a_store_says_stays_text_on_a_page(run):
     expect_same("elements that nobody made", browser.run(
         "document.querySelectorAll('main img, main script, main a').length"), 0)
     expect("the title is the page's", browser.run("document.title").startswith("LevelSync"))
-    browser.run("document.getElementById('group').value = '';"
-                "document.getElementById('group').dispatchEvent(new Event('change', {bubbles: true}))")
+    browser.choose("group", "")
     server.put("/site/overrides/x", "no JSON")
     browser.sees("#refused", "Override x: it is no object of JSON. The machines go on with what they have.")
     browser.sees("#raised", "What is raised cannot be told now.")
@@ -724,10 +722,7 @@ def case_a_page_of_a_share_is_used_by_the_keyboard(run):
     browser.sees("#raised", "by keys")
     machine.wait_for("(7;192.0.2.7)")
     browser.sees("#summary", "1 machine: 1 has it.")
-    for _ in range(60):
-        browser.press("Tab")
-        if browser.run("document.activeElement.closest('#raised') !== null"):
-            break
+    browser.tab_into("#raised")
     browser.press("Enter")
     browser.sees("#raised", "Nothing is raised")
     machine.wait_for("(7;192.0.2.7)", False)

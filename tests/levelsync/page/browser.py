@@ -169,6 +169,19 @@ class Browser:
             self.press("Tab")
         raise Failure(f"no way to {element} by the Tab key")
 
+    def tab_into(self, selector, most=60):
+        """To the next element in one that a selector of CSS names, and no further than once around."""
+        for _ in range(most):
+            self.press("Tab")
+            if self.run(f"document.activeElement.closest({json.dumps(selector)}) !== null"):
+                return
+        raise Failure(f"no way into {selector} by the Tab key")
+
+    def choose(self, element, value):
+        """In a list, as somebody does who takes the mouse."""
+        self.run(f"document.getElementById({json.dumps(element)}).value = {json.dumps(value)};"
+                 f"document.getElementById({json.dumps(element)}).dispatchEvent(new Event('change', {{bubbles: true}}))")
+
     def picture(self, path):
         with open(path, "wb") as file:
             file.write(base64.b64decode(self.call("Page.captureScreenshot", format="png")["data"]))

@@ -255,10 +255,7 @@ def all_of_it_is_done_by_the_keyboard(page):
     browser.tab_to("pause")
     browser.press(" ")
     browser.sees("#pause", "Go on")
-    for _ in range(60):
-        browser.press("Tab")
-        if browser.run("document.activeElement.closest('#raised') !== null"):
-            break
+    browser.tab_into("#raised")
     browser.press("Enter")
     browser.sees("#raised", "Nothing is raised")
     same("level after it", viewer.level(), 6)
@@ -363,8 +360,7 @@ def lines_are_filtered_and_their_number_is_bounded(page):
     same("the last", browser.texts("#lines p:last-child .text"), ["line 700."])
     report = page.report(f"lines?package={REPLAY}&level=7&after=0")
     same("of one answer", (len(report["lines"]), report["left_out"]), (500, 202))
-    browser.run("document.getElementById('lines-level').value = '3';"
-                "document.getElementById('lines-level').dispatchEvent(new Event('change'))")
+    browser.choose("lines-level", "3")
     browser.sees("#lines", "an error")
     same("errors of the client", browser.texts("#lines .text"), ["an error"])
     browser.click("#lines-client")

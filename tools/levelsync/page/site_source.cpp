@@ -153,10 +153,7 @@ private:
 };
 } // namespace
 
-SiteSource::SiteSource(Tool& tool) : m_tool(tool), m_keeper([&tool] { return open_site(tool); }), m_feeds(tool.folder)
-{
-    look_for_part();
-}
+SiteSource::SiteSource(Tool& tool) : m_tool(tool), m_keeper(open_site(tool)), m_feeds(tool.folder) { look_for_part(); }
 
 std::string SiteSource::stamp() { return stamp_of(m_keeper.known()); }
 

@@ -113,8 +113,8 @@ std::unique_ptr<SiteStore> open_copy(std::shared_ptr<const SiteCopy> copy)
     return std::make_unique<CopiedStore>(std::move(copy));
 }
 
-SiteKeeper::SiteKeeper(std::function<std::unique_ptr<SiteStore>()> open)
-    : m_open(std::move(open)), m_store(m_open()), m_wanted_at(::GetTickCount64()), m_thread([this] { run(); })
+SiteKeeper::SiteKeeper(std::unique_ptr<SiteStore> store)
+    : m_store(std::move(store)), m_wanted_at(::GetTickCount64()), m_thread([this] { run(); })
 {
     std::unique_lock<std::mutex> lock(m_mutex);
     wait_for_round(lock, 1);

@@ -5,7 +5,6 @@
 
 #include <condition_variable>
 #include <cstdint>
-#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -44,8 +43,8 @@ public:
         std::uint64_t number = 0;             ///< grows when one of the two says something else
     };
 
-    /// Waits a moment for the store's first answer. open throws Failure where the store cannot be asked.
-    explicit SiteKeeper(std::function<std::unique_ptr<SiteStore>()> open);
+    /// Waits a moment for the store's first answer.
+    explicit SiteKeeper(std::unique_ptr<SiteStore> store);
     SiteKeeper(const SiteKeeper&) = delete;
     SiteKeeper& operator=(const SiteKeeper&) = delete;
     ~SiteKeeper();
@@ -66,8 +65,7 @@ private:
     bool wait_for_turn(std::uint64_t& round);
     void wait_for_round(std::unique_lock<std::mutex>& lock, std::uint64_t round);
 
-    const std::function<std::unique_ptr<SiteStore>()> m_open;
-    std::unique_ptr<SiteStore> m_store; // of the thread
+    const std::unique_ptr<SiteStore> m_store; // of the thread
     std::mutex m_mutex;
     std::condition_variable m_changed;
     Known m_known;
