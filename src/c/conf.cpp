@@ -1,14 +1,19 @@
 // Levels and configurations for C.
 
-#include <cstdio>
+#include <windows.h>
+
 #include <cstring>
 #include <memory>
 #include <new>
 #include <string>
 
+#include "Kor/configuration_folder.h"
 #include "Kor_LogFile.h"
 #include "c/c_texts.h"
 #include "c/log_access.h"
+#include "win/owned.h"
+#include "win/path.h"
+#include "win/utf8.h"
 
 using kor::c::contained;
 using kor::c::give;
@@ -24,11 +29,6 @@ namespace
 {
 constexpr int LAST_LEVEL = LUM_DEBUG;
 
-struct FileClose
-{
-    void operator()(std::FILE* file) const noexcept { std::fclose(file); }
-};
-
 struct CommentsFree
 {
     void operator()(char** comments) const { Kor_LogFile::CleanComments(comments); }
@@ -39,12 +39,16 @@ bool is_level(int level) noexcept { return level >= 0 && level <= LAST_LEVEL; }
 bool is_output(int output) noexcept { return output >= LUM_TO_STDERR && output <= LUM_TO_FILE; }
 
 /// The path of a `logger` file, the folder's where none is named.
-std::string level_file(const char* path)
+std::wstring level_file(const char* path)
 {
-    return path == nullptr ? std::string(Kor_LogFile::GetLogConfigDir()) + "\\logger" : NarrowName(path).get();
+    return path == nullptr ? kor::configuration_folder() + L"\\logger" : kor::win::wide_of_utf8(name_of(path));
 }
 
-bool is_readable(const char* path) { return std::unique_ptr<std::FILE, FileClose>(std::fopen(path, "rb")) != nullptr; }
+bool is_readable(const wchar_t* path)
+{
+    constexpr DWORD ANY = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+    return static_cast<bool>(kor::win::OwnedFile(kor::win::open_file(path, GENERIC_READ, ANY, OPEN_EXISTING)));
+}
 
 /// What is read of a file must fit into a word of its lines.
 bool is_package_name(std::string_view name) noexcept
@@ -99,8 +103,12 @@ int lum_publish_file(const char* path)
         [=]
         {
             // A missing file would publish the defaults.
-            const std::string file = level_file(path);
-            return is_readable(file.c_str()) ? Kor_LogFile::UpdateSMFromFile(file.c_str()) : LUM_FAILED;
+            const std::wstring file = level_file(path);
+            if (!is_readable(file.c_str()))
+                return LUM_FAILED;
+            const auto fresh = std::make_unique<Kor_LogConf>();
+            Kor_LogFile::ReadFile(file.c_str(), *fresh);
+            return Kor_LogFile::UpdateSMFromConf(*fresh);
         });
 }
 

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <string>
 
+#include "Kor/configuration_folder.h"
 #include "Kor/identity.h"
 #include "Kor/thread_client.h"
 #include "Kor_LogFile.h"
@@ -96,7 +97,7 @@ size_t lum_app_name(char* buffer, size_t size)
 size_t lum_folder(char* buffer, size_t size)
 {
     return contained(
-        std::size_t{0}, [=] { return give(kor::win::utf8_of_narrow(Kor_LogFile::GetLogConfigDir()), buffer, size); });
+        std::size_t{0}, [=] { return give(kor::win::utf8_of_wide(kor::configuration_folder()), buffer, size); });
 }
 
 // Filtering -------------------------------------------------------------------------------------------

@@ -9,6 +9,7 @@
 
 #include "captured_stream.h"
 #include "log_directory.h"
+#include "wide_directory.h"
 
 namespace
 {
@@ -74,6 +75,28 @@ TEST_F(CConf, AConfigurationIsReadFromTheFolder)
     EXPECT_EQ(rules_of(conf, 311), "[(7;192.0.2.7)]");
     EXPECT_EQ(rules_of(conf, 750), "");
     lum_conf_free(conf);
+}
+
+TEST_F(CConf, AFileIsReadWhateverItsFolderIsCalledAndHoweverLongThatIs)
+{
+    const std::wstring deep(120, L'a');
+    for (const std::vector<std::wstring>& names : {std::vector<std::wstring>{L"\u65e5\u672c"}, {deep, deep, L"b"}})
+    {
+        const WideDirectory directory(names, TO_FILE + "Tool 310 3\n");
+        std::string path; // in UTF-8
+        for (const wchar_t character : directory.path())
+            path += character == L'\u65e5'   ? std::string("\xE6\x97\xA5")
+                    : character == L'\u672c' ? std::string("\xE6\x9C\xAC")
+                                             : std::string(1, static_cast<char>(character));
+        const WideLogFolder variable(directory.path());
+        for (const char* const named : {static_cast<const char*>(nullptr), (path += "\\logger").c_str()})
+        {
+            lum_conf* const conf = lum_conf_read(named);
+            ASSERT_NE(conf, nullptr) << path;
+            EXPECT_EQ(lum_conf_level(conf, 310), 3) << path;
+            lum_conf_free(conf);
+        }
+    }
 }
 
 TEST_F(CConf, AFileThatCannotBeReadGivesNoConfiguration)
@@ -166,4 +189,8 @@ TEST(SharedBlockCConf, AFileIsPublishedToEveryProcess)
     write_file(other, TO_FILE + "Tool 310 2\n");
     EXPECT_EQ(lum_publish_file(other.c_str()), LUM_OK);
     EXPECT_EQ(lum_level(310), 2);
+    const WideDirectory wide({L"\u65e5\u672c"}, TO_FILE + "Tool 310 3\n");
+    const WideLogFolder variable(wide.path());
+    EXPECT_EQ(lum_publish_file(nullptr), LUM_OK);
+    EXPECT_EQ(lum_level(310), 3);
 }

@@ -16,6 +16,7 @@
 #include "import_hook.h"
 #include "log_directory.h"
 #include "recording_destination.h"
+#include "wide_directory.h"
 
 namespace
 {
@@ -75,6 +76,14 @@ TEST_F(CLog, TheFolderIsGivenAsUtf8)
     char folder[512];
     EXPECT_EQ(lum_folder(folder, sizeof folder), m_directory.path().size());
     EXPECT_EQ(folder, m_directory.path());
+}
+
+TEST_F(CLog, TheFolderMayHaveCharactersThatTheCodePageLacks)
+{
+    const WideLogFolder variable(L"Z:\\logs\\\u65e5\u672c");
+    char folder[64];
+    EXPECT_EQ(lum_folder(folder, sizeof folder), 14u);
+    EXPECT_STREQ(folder, "Z:\\logs\\\xE6\x97\xA5\xE6\x9C\xAC");
 }
 
 TEST_F(CLog, ATextThatDoesNotFitIsCutBetweenCharactersAndItsWholeLengthIsTold)
