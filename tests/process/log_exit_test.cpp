@@ -1,6 +1,7 @@
 // The end of processes and threads, and of the DLL itself, while the log is in use.
 
 #include "Kor_LogFile.h"
+#include "Kor_PerfmonLogFile.h"
 
 #include <gtest/gtest.h>
 #include <windows.h>
@@ -19,6 +20,9 @@ namespace
 {
 using Lines = std::vector<std::string>;
 
+KOR_IMPORT(GetLocalTime);
+KOR_IMPORT(GetTimeZoneInformation);
+KOR_IMPORT(SystemTimeToTzSpecificLocalTime);
 KOR_IMPORT(WriteFile);
 
 const std::string START_BANNER = "===== viewer (<pid>) Start Session at <time>, User <user> on <host> =====";
@@ -190,6 +194,84 @@ TEST(LogExit, ProcessesEndInTimeWhileTheirThreadsWriteLinesWithATime)
         }
     }
     EXPECT_EQ(hung, 0);
+}
+
+/// What asks for the zone. A thread that was ended in there may have a lock of the system's that whoever asks after it
+/// waits for: once the process is ending, such a question ends it.
+class DeadlyZone
+{
+public:
+    static constexpr UINT WAS_ASKED = 99;
+
+    DeadlyZone()
+        : m_local(
+              [this](SYSTEMTIME* time)
+              {
+                  die_if_ending();
+                  m_local.original(time);
+              }),
+          m_zone(
+              [this](TIME_ZONE_INFORMATION* zone) -> DWORD
+              {
+                  die_if_ending();
+                  return m_zone.original(zone);
+              }),
+          m_convert(
+              [this](const TIME_ZONE_INFORMATION* zone, const SYSTEMTIME* from, SYSTEMTIME* to) -> BOOL
+              {
+                  die_if_ending();
+                  return m_convert.original(zone, from, to);
+              })
+    {
+    }
+
+    bool installed() const
+    {
+        return m_is_ending != nullptr && m_local.installed() && m_zone.installed() && m_convert.installed();
+    }
+
+private:
+    void die_if_ending() const
+    {
+        if (m_is_ending() != FALSE)
+            ::TerminateProcess(::GetCurrentProcess(), WAS_ASKED);
+    }
+
+    using IsEnding = BOOLEAN NTAPI();
+    IsEnding* const m_is_ending = reinterpret_cast<IsEnding*>(
+        reinterpret_cast<void*>(::GetProcAddress(::GetModuleHandleW(L"ntdll.dll"), "RtlDllShutdownInProgress")));
+    Hook<GetLocalTimeImport> m_local;
+    Hook<GetTimeZoneInformationImport> m_zone;
+    Hook<SystemTimeToTzSpecificLocalTimeImport> m_convert;
+};
+
+/// args: who ends the process, the thread that has "opened" the logs or "another", which has never written a line.
+KOR_CHILD(ends_without_a_question_for_the_zone)
+{
+    static DeadlyZone* const zone = new DeadlyZone; // to the end
+    if (!zone->installed())
+        return 90;
+    KorGLog.Open("test.log", "viewer");
+    KorPLog.Open("perf.log", "viewer");
+    if (args[0] == "opened")
+        ::ExitProcess(7);
+    std::thread([] { ::ExitProcess(7); }).detach();
+    sleep_for_ever();
+}
+
+TEST(LogExit, NobodyIsAskedForTheZoneOnceTheProcessIsEnding)
+{
+    for (const char* const who : {"opened", "another"})
+    {
+        const LogDirectory directory(TO_FILE + "Monitor 109 7\n");
+        ChildOptions options = directory.for_child();
+        options.arguments = {who};
+        const ChildResult child = run_child("ends_without_a_question_for_the_zone", options);
+        EXPECT_TRUE(child.finished) << who;
+        EXPECT_EQ(child.exit_code, 7u) << who; // and not WAS_ASKED
+        EXPECT_EQ(directory.lines(), (Lines{START_BANNER, END_BANNER})) << who;
+        EXPECT_NE(directory.text("perf.log").find(" end session ====="), std::string::npos) << who;
+    }
 }
 
 /// Threads that stop, for good, inside a write of the log.
