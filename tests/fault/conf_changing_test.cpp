@@ -68,6 +68,7 @@ struct HostileWriter
 KOR_CHILD(conf_dump_of_what_changes)
 {
     const ConfigurationAtTheEdge at;
+    at.conf().SetPackageName(0, "First");
     at.conf().SetPackageName(749, "Last");
     const HostileWriter writer(at);
     if (!writer.hook.installed())
@@ -80,6 +81,7 @@ KOR_CHILD(conf_dump_of_what_changes)
 KOR_CHILD(conf_print_of_what_changes)
 {
     const ConfigurationAtTheEdge at;
+    at.conf().SetPackageName(0, "First");
     at.conf().SetPackageName(749, "Last");
     const HostileWriter writer(at);
     at.conf().Print();
@@ -118,6 +120,7 @@ TEST(ConfChanging, ANameThatLosesItsEndWhileItIsWrittenToAFileIsWrittenAsItWas)
     EXPECT_EQ(text_of(result.out), "<1>\n");
     const std::string text = read_file(directory.file("logger"));
     EXPECT_EQ(text.substr(text.size() - 3), "!\r\n");
+    EXPECT_NE(text.find("\nFirst "), std::string::npos) << text.substr(0, 1000); // the look was at this one
 }
 
 TEST(ConfChanging, ANameThatLosesItsEndWhileItIsPrintedIsPrintedAsItWas)
@@ -125,6 +128,7 @@ TEST(ConfChanging, ANameThatLosesItsEndWhileItIsPrintedIsPrintedAsItWas)
     const ChildResult result = run_child("conf_print_of_what_changes");
     EXPECT_EQ(result.exit_code, 0u) << std::hex << result.exit_code;
     EXPECT_NE(result.out.find("Unused Packages: "), std::string::npos);
+    EXPECT_NE(result.out.find("\n0-First "), std::string::npos) << result.out.substr(0, 1000);
 }
 
 TEST(ConfChanging, ARuleThatIsWrittenOverWhileItIsReadIsReadAsItWas)

@@ -23,6 +23,7 @@
 #include "Kor_LogFile.h"
 #include "bounded.h"
 #include "session_report.h"
+#include "slow_clock.h"
 
 namespace
 {
@@ -501,6 +502,8 @@ TEST_F(SessionReport, HoldsUpNoOtherThreadWhileItIsWrittenAndTellsNothingOfWhatC
         gatherer().reportEvent(L"A", nullptr, Gatherer::COUNTED, 1, nullptr);
     gatherer().reportEvent(L"A", nullptr, Gatherer::STATE | Gatherer::COUNTED, 1, nullptr);
     const std::wstring before = report_text(gatherer());
+    const SlowClock clock;
+    ASSERT_TRUE(clock.installed());
     bool was_called = false;
     ByteTarget target(
         [&]
@@ -520,6 +523,7 @@ TEST_F(SessionReport, HoldsUpNoOtherThreadWhileItIsWrittenAndTellsNothingOfWhatC
         });
     gatherer().generateReport(&target, true);
     EXPECT_TRUE(was_called);
+    EXPECT_EQ(clock.sleeps(), 0); // nobody has waited for the gatherer
     EXPECT_EQ(wide_text(target.bytes), before);
     EXPECT_NE(report_text(gatherer()).find(L"weight='2'"), std::wstring::npos);
 }
