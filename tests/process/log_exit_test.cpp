@@ -6,6 +6,8 @@
 #include <gtest/gtest.h>
 #include <windows.h>
 
+#include <sys/timeb.h>
+
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
@@ -24,6 +26,7 @@ KOR_IMPORT(GetLocalTime);
 KOR_IMPORT(GetTimeZoneInformation);
 KOR_IMPORT(SystemTimeToTzSpecificLocalTime);
 KOR_IMPORT(WriteFile);
+KOR_IMPORT(_ftime64);
 
 const std::string START_BANNER = "===== viewer (<pid>) Start Session at <time>, User <user> on <host> =====";
 const std::string END_BANNER = "===== viewer (<pid>) End Session at <time>, User <user> on <host> =====";
@@ -221,13 +224,20 @@ public:
               {
                   die_if_ending();
                   return m_convert.original(zone, from, to);
+              }),
+          m_time(
+              [this](struct __timeb64* time)
+              {
+                  die_if_ending();
+                  m_time.original(time);
               })
     {
     }
 
     bool installed() const
     {
-        return m_is_ending != nullptr && m_local.installed() && m_zone.installed() && m_convert.installed();
+        return m_is_ending != nullptr && m_local.installed() && m_zone.installed() && m_convert.installed() &&
+               m_time.installed();
     }
 
 private:
@@ -243,6 +253,17 @@ private:
     Hook<GetLocalTimeImport> m_local;
     Hook<GetTimeZoneInformationImport> m_zone;
     Hook<SystemTimeToTzSpecificLocalTimeImport> m_convert;
+    Hook<_ftime64Import> m_time;
+};
+
+/// Takes the time of each line, the end banner's too.
+class TimeOfLines final : public Kor_LogDestBase
+{
+public:
+    int LogMessage(Kor_LogMTVarsPtr, bool, const char*, unsigned int) override
+    {
+        return Kor_PerfmonTimerData::GetTickCount() > 0 ? 0 : -1;
+    }
 };
 
 /// args: who ends the process, the thread that has "opened" the logs or "another", which has never written a line.
@@ -251,6 +272,8 @@ KOR_CHILD(ends_without_a_question_for_the_zone)
     static DeadlyZone* const zone = new DeadlyZone; // to the end
     if (!zone->installed())
         return 90;
+    static TimeOfLines* const times = new TimeOfLines;
+    KorGLog.RegisterLogDestination(times);
     KorGLog.Open("test.log", "viewer");
     KorPLog.Open("perf.log", "viewer");
     if (args[0] == "opened")

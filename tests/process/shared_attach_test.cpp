@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <windows.h>
 
+#include <cstdio>
 #include <memory>
 #include <string>
 #include <vector>
@@ -17,6 +18,7 @@
 #include "temp_directory.h"
 
 KOR_IMPORT(MapViewOfFile);
+KOR_IMPORT(UnmapViewOfFile);
 
 namespace
 {
@@ -434,6 +436,57 @@ TEST(SharedBlockForeign, ASectionThatIsReservedOnlyIsNotUsed)
     const std::string line = "****ERROR - Failed in MapViewOfFile.Error num is <998>****\n";
     EXPECT_EQ(text_of(actor.quit().err).rfind(line + line + line, 0), 0u);
     ::CloseHandle(section);
+}
+
+namespace
+{
+/// What a tool does that looks at the block and takes no part in it.
+void look_at_the_block()
+{
+    const auto copy = std::make_unique<Kor_LogConf>();
+    const int result = Kor_LogFile::CopySharedMemory(*copy);
+    std::printf("result=%d stamp=%d\n", result, static_cast<int>(Kor_LogFile::GetSharedChangeCount()));
+}
+
+KOR_CHILD(look_at_what_has_the_blocks_name)
+{
+    look_at_the_block();
+    return 0;
+}
+
+/// The same where the view has addresses and no memory. Under Wine, who may read only finds zeros there.
+KOR_CHILD(look_at_what_is_reserved)
+{
+    void* const view = ::VirtualAlloc(nullptr, BlockView::SIZE, MEM_RESERVE, PAGE_NOACCESS);
+    const Hook<MapViewOfFileImport> maps([=](HANDLE, DWORD, DWORD, DWORD, SIZE_T) -> LPVOID { return view; });
+    const Hook<UnmapViewOfFileImport> unmaps([](LPCVOID) -> BOOL { return TRUE; });
+    if (view == nullptr || !maps.installed() || !unmaps.installed())
+        return 90;
+    look_at_the_block();
+    return maps.calls() == 2 && unmaps.calls() == 2 ? 0 : 91;
+}
+} // namespace
+
+TEST(SharedBlockForeign, WhoOnlyLooksReadsNoSectionThatCannotBeTheBlock)
+{
+    struct Row
+    {
+        const char* child;
+        DWORD protection;
+        DWORD size;
+    };
+    for (const Row& row :
+         {Row{"look_at_what_is_reserved", PAGE_READWRITE | SEC_RESERVE, BlockView::SIZE},
+          {"look_at_what_has_the_blocks_name", PAGE_READWRITE, 4096}})
+    {
+        const HANDLE section = ::CreateFileMappingA(
+            INVALID_HANDLE_VALUE, nullptr, row.protection, 0, row.size, shared_block_name().c_str());
+        ASSERT_NE(section, nullptr) << row.child;
+        const ChildResult child = run_child(row.child);
+        EXPECT_EQ(child.exit_code, 0u) << row.child << ' ' << std::hex << child.exit_code;
+        EXPECT_EQ(text_of(child.out), "result=-1 stamp=0\n") << row.child;
+        ::CloseHandle(section);
+    }
 }
 
 TEST(SharedBlockForeign, AnObjectOfAnotherKindWithItsNameIsReportedAndTheFileCounts)
