@@ -12,6 +12,7 @@ namespace kor::core
 namespace
 {
 constexpr WatchTime LOOK_AT_LATE_MS = 500; // how often at a process that hangs, until it is back
+constexpr WatchTime MISSED_LOOK_MS = 500;  // more than a busy machine keeps a thread waiting
 
 /// Control characters would stand in a log line or a report.
 template <std::size_t SIZE>
@@ -86,6 +87,24 @@ void tell_text(char16_t* to, std::size_t size, std::wstring_view from) noexcept
     to[length] = u'\0';
 }
 
+namespace
+{
+/// What has been written of a crash that the process is still at, or has ended in.
+std::uint32_t steps_of_now(const WatchedProcess& from, WatchTime now) noexcept
+{
+    constexpr WatchTime OF_NOW_MS = 120'000;
+    const std::uint32_t steps = from.steps.load(std::memory_order_acquire);
+    const WatchTime time = from.step_time.load(std::memory_order_relaxed);
+    return time <= now && now - time <= OF_NOW_MS ? steps : 0;
+}
+
+/// Nobody comes back from a crash; what it writes takes its time.
+bool is_crashing(const WatchedProcess& from, WatchTime now) noexcept
+{
+    return (steps_of_now(from, now) & WATCH_LINE) != 0;
+}
+} // namespace
+
 bool is_orderly_end(std::uint32_t exit_code, bool came_to_end) noexcept
 {
     constexpr std::uint32_t TERMINATED_BY_SYSTEM =
@@ -100,12 +119,8 @@ bool is_orderly_end(std::uint32_t exit_code, bool came_to_end) noexcept
 
 std::uint32_t missing_steps(const WatchedProcess& from, WatchTime now) noexcept
 {
-    constexpr WatchTime OF_THIS_END_MS = 120'000;
     constexpr std::uint32_t ALL = WATCH_LINE | WATCH_LAST_LINES | WATCH_REPORT;
-    const std::uint32_t steps = from.steps.load(std::memory_order_acquire);
-    const WatchTime time = from.step_time.load(std::memory_order_relaxed);
-    const bool is_of_this_end = time <= now && now - time <= OF_THIS_END_MS;
-    std::uint32_t missing = is_of_this_end ? ALL & ~steps : ALL;
+    std::uint32_t missing = ALL & ~steps_of_now(from, now);
     if (from.line_only.load(std::memory_order_relaxed) != 0)
         missing &= ~std::uint32_t{WATCH_REPORT};
     return missing;
@@ -171,6 +186,11 @@ std::uint32_t watched_module_count(const WatchedProcess& from) noexcept
 std::vector<LateHeartbeat> HeartbeatWatch::look(const WatchedProcess& from, WatchTime now)
 {
     std::vector<LateHeartbeat> changes;
+    if (is_crashing(from, now))
+        return changes;
+    // While the watcher could not look, the process may have stood still as well: machines are paused, and a minidump stops
+    // whom it is of.
+    const bool was_stopped = m_due < now && now - m_due > MISSED_LOOK_MS;
     for (std::uint32_t slot = 0; slot < MOST_HEARTBEATS; ++slot)
     {
         const WatchedHeartbeat& beat = from.heartbeats[slot];
@@ -179,16 +199,24 @@ std::vector<LateHeartbeat> HeartbeatWatch::look(const WatchedProcess& from, Watc
             continue;
         const std::uint32_t period = beat.period_ms.load(std::memory_order_relaxed);
         const WatchTime last = beat.beat.load(std::memory_order_relaxed);
-        const bool is_late =
-            period != 0 && last < now && now - last > period && (!state.is_late || last == state.late_since);
+        const bool is_late = period != 0 && last < now && now - state.counted_from(last) > period &&
+                             (!state.is_late || last == state.late_since);
         if (is_late == state.is_late)
             continue;
+        if (is_late && was_stopped && state.excused_beat != last)
+        {
+            state.excused_beat = last;
+            state.excused_at = now;
+            continue;
+        }
         // Where it was taken back, there was no beat, and none can come from the future.
         const WatchTime back = last > state.late_since ? std::min(last, now) : now;
         changes.push_back(
             {slot, plain_text(beat.name), is_late ? now - last : back - std::min(state.late_since, back), !is_late});
-        state = {is_late, last};
+        state.is_late = is_late;
+        state.late_since = last;
     }
+    m_due = next_look(from, now);
     return changes;
 }
 
@@ -201,8 +229,10 @@ WatchTime HeartbeatWatch::next_look(const WatchedProcess& from, WatchTime now) c
         const std::uint32_t period = beat.period_ms.load(std::memory_order_relaxed);
         if (beat.is_named.load(std::memory_order_acquire) == 0 || (period == 0 && !m_states[slot].is_late))
             continue;
-        const WatchTime last = std::min(beat.beat.load(std::memory_order_relaxed), now);
-        next = std::min(next, m_states[slot].is_late ? now + LOOK_AT_LATE_MS : std::max(last + period, now) + 1);
+        const State& state = m_states[slot];
+        const WatchTime from_when = std::min(state.counted_from(beat.beat.load(std::memory_order_relaxed)), now);
+        const bool is_settled = state.is_late || is_crashing(from, now);
+        next = std::min(next, is_settled ? now + LOOK_AT_LATE_MS : std::max(from_when + period, now) + 1);
     }
     return next;
 }

@@ -77,7 +77,8 @@ class HeartbeatWatch
 public:
     static constexpr WatchTime NEVER = ~WatchTime{0};
 
-    /// What has changed since the last time.
+    /// What has changed since the last time. Nobody is late while the process writes of its crash; and where this was called
+    /// long after it should have been, as the machine stood still, everybody gets their time once more.
     std::vector<LateHeartbeat> look(const WatchedProcess& from, WatchTime now);
 
     /// When to look again at the latest.
@@ -91,10 +92,15 @@ private:
     struct State
     {
         bool is_late = false;
-        WatchTime late_since = 0; // the last beat in front of the hang
+        WatchTime late_since = 0;       // the last beat in front of the hang
+        WatchTime excused_beat = NEVER; // one that counts as if it had come later
+        WatchTime excused_at = 0;
+
+        WatchTime counted_from(WatchTime beat) const noexcept { return beat == excused_beat ? excused_at : beat; }
     };
 
     State m_states[MOST_HEARTBEATS];
+    WatchTime m_due = NEVER; // when to look next, as of the last look
 };
 
 /// Notes a beat. False when there are as many names already as there is room for, or without a name. For one thread at a

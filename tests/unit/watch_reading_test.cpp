@@ -278,6 +278,57 @@ TEST(WatchedHeartbeats, FromTheFutureAreBackNow)
     EXPECT_EQ(back[0].silence, 1500u);
 }
 
+TEST(WatchedHeartbeats, AreNotWaitedForInACrash)
+{
+    const auto process = make_process();
+    HeartbeatWatch watch;
+    kor::core::tell_heartbeat(*process, "gui", 100, 1000);
+    process->steps = kor::core::WATCH_LINE;
+    process->step_time = 1050;
+    EXPECT_TRUE(watch.look(*process, 1200).empty());
+    EXPECT_EQ(watch.next_look(*process, 1200), 1700u);
+    EXPECT_TRUE(watch.look(*process, 121'050).empty());
+    EXPECT_EQ(watch.look(*process, 121'051).size(), 1u); // it has gone on: the line was of something else
+}
+
+TEST(WatchedHeartbeats, AreWaitedForWhileTheHostWritesReportsOfItsSession)
+{
+    const auto process = make_process();
+    HeartbeatWatch watch;
+    kor::core::tell_heartbeat(*process, "gui", 100, 1000);
+    process->steps = kor::core::WATCH_REPORT;
+    process->step_time = 1050;
+    EXPECT_EQ(watch.look(*process, 1200).size(), 1u);
+}
+
+TEST(WatchedHeartbeats, ThatWereLateBeforeACrashAreNotBackInIt)
+{
+    const auto process = make_process();
+    HeartbeatWatch watch;
+    kor::core::tell_heartbeat(*process, "gui", 100, 1000);
+    ASSERT_EQ(watch.look(*process, 1200).size(), 1u);
+    process->steps = kor::core::WATCH_LINE;
+    process->step_time = 1300;
+    EXPECT_TRUE(watch.look(*process, 1400).empty());
+}
+
+TEST(WatchedHeartbeats, HaveTheirTimeAgainWhenNobodyCouldLook)
+{
+    const auto process = make_process();
+    HeartbeatWatch watch;
+    kor::core::tell_heartbeat(*process, "gui", 100, 1000);
+    ASSERT_TRUE(watch.look(*process, 1000).empty()); // to be looked at again at 1101
+    EXPECT_TRUE(watch.look(*process, 1602).empty()); // 501 ms after that
+    EXPECT_EQ(watch.next_look(*process, 1602), 1703u);
+    EXPECT_TRUE(watch.look(*process, 1702).empty());
+    const auto late = watch.look(*process, 3000); // and once only, however late the look is
+    ASSERT_EQ(late.size(), 1u);
+    EXPECT_EQ(late[0].silence, 2000u);
+    kor::core::tell_heartbeat(*process, "gui", 100, 4000);
+    ASSERT_EQ(watch.look(*process, 4050).size(), 1u); // back
+    EXPECT_EQ(watch.look(*process, 4600).size(), 1u); // 499 ms after the time is none
+}
+
 TEST(WatchedHeartbeats, AreWaitedForAsLongAsTheSystemCan)
 {
     const auto process = make_process();

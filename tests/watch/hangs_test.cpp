@@ -32,6 +32,23 @@ KOR_CHILD(hangs_and_comes_back)
     return end.wait() ? 0 : 1;
 }
 
+KOR_CHILD(promises_and_crashes)
+{
+    // A crash that takes longer than the promise.
+    ::SetUnhandledExceptionFilter(
+        [](EXCEPTION_POINTERS*) -> LONG
+        {
+            ::SleepEx(1'500, FALSE);
+            return EXCEPTION_CONTINUE_SEARCH;
+        });
+    KorGLog.Open("test.log", "viewer");
+    if (!Kor_CrashHandlers::Install() || !Kor_SessionLogHost::startWatcher())
+        return NOT_WATCHED;
+    Kor_SessionLogHost::heartbeat(GUI, 1'000);
+    ::RaiseException(EXCEPTION_ACCESS_VIOLATION, EXCEPTION_NONCONTINUABLE, 0, nullptr);
+    return 0;
+}
+
 namespace
 {
 TEST(Heartbeats, ThatDoNotComeAreToldOnceAndAgainWhenTheyAreBack)
@@ -63,5 +80,17 @@ TEST(Heartbeats, ThatDoNotComeAreToldOnceAndAgainWhenTheyAreBack)
     EXPECT_EQ(left.dumps(), 1u);
     EXPECT_EQ(left.files("hang-", ".xml").size(), 1u);
     EXPECT_EQ(left.crashes(), 0u);
+}
+
+TEST(Heartbeats, AreNotWaitedForInACrash)
+{
+    const Leavings left;
+    Child host("promises_and_crashes", left.directory().for_child());
+    EXPECT_EQ(host.wait(PATIENCE_MS).exit_code, 0xC0000005u);
+    ASSERT_TRUE(nobody_is_watched());
+    EXPECT_EQ(left.crashes(), 1u);
+    EXPECT_EQ(left.reports(), 1u);
+    EXPECT_EQ(left.files("hang-", ".xml").size(), 0u);
+    EXPECT_EQ(left.directory().text("hangs.log"), "");
 }
 } // namespace
