@@ -159,7 +159,7 @@ struct KOR_API Kor_SessionLogHost
     /// writes a minidump and a report of the process as it hangs, once, and a line in hangs.log, where another one says when
     /// it is back. 0: nothing is promised any more. name: of at most 47 bytes, one for each promise; there is room for 16.
     /// False without startWatcher, and where there is no room. Takes less than a microsecond, and no lock but for the first
-    /// call of a name.
+    /// call of a name; one that promises more than the last one also wakes the watcher.
     static bool heartbeat(const char* name, unsigned milliseconds);
 };
 

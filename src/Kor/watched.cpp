@@ -231,11 +231,17 @@ void Watched::tell_recorder() noexcept
 bool Watched::heartbeat(std::string_view name, DWORD period_ms) noexcept
 {
     WatchedProcess& to = told();
+    const bool is_hastened = core::hastens_next_look(to, name, period_ms);
+    bool is_told = false;
     if (core::is_heartbeat(to, name))
-        return core::tell_heartbeat(to, name, period_ms, win::watch_time());
-    const win::OwnerLockGuard guard(watched_lock);
-    const bool is_told = guard.held() && core::tell_heartbeat(to, name, period_ms, win::watch_time());
-    ::SetEvent(m_news.get()); // the watcher has to look from now on
+        is_told = core::tell_heartbeat(to, name, period_ms, win::watch_time());
+    else
+    {
+        const win::OwnerLockGuard guard(watched_lock);
+        is_told = guard.held() && core::tell_heartbeat(to, name, period_ms, win::watch_time());
+    }
+    if (is_told && is_hastened)
+        ::SetEvent(m_news.get());
     return is_told;
 }
 

@@ -266,6 +266,13 @@ bool tell_heartbeat(WatchedProcess& to, std::string_view name, std::uint32_t per
     return true;
 }
 
+bool hastens_next_look(const WatchedProcess& from, std::string_view name, std::uint32_t period_ms) noexcept
+{
+    const WatchedHeartbeat* const beat = find_heartbeat(from, fitting_name(name));
+    const std::uint32_t before = beat == nullptr ? 0 : beat->period_ms.load(std::memory_order_relaxed);
+    return period_ms != 0 && (before == 0 || period_ms < before);
+}
+
 bool is_heartbeat(const WatchedProcess& from, std::string_view name) noexcept
 {
     return find_heartbeat(from, fitting_name(name)) != nullptr;

@@ -107,6 +107,9 @@ private:
 /// time where the name is new.
 bool tell_heartbeat(WatchedProcess& to, std::string_view name, std::uint32_t period_ms, WatchTime now) noexcept;
 
+/// True when a beat of that name promises more than the one before: the watcher has to look earlier than it was going to.
+bool hastens_next_look(const WatchedProcess& from, std::string_view name, std::uint32_t period_ms) noexcept;
+
 /// True when there has been a beat of that name.
 bool is_heartbeat(const WatchedProcess& from, std::string_view name) noexcept;
 } // namespace kor::core

@@ -341,6 +341,20 @@ TEST(WatchedHeartbeats, AreWaitedForAsLongAsTheSystemCan)
     EXPECT_EQ(watch.time_to_next_look(*process, 1050), 51u);
 }
 
+TEST(WatchedHeartbeats, HastenTheNextLookWhenTheyPromiseMore)
+{
+    const auto process = make_process();
+    EXPECT_FALSE(kor::core::hastens_next_look(*process, "gui", 0));
+    EXPECT_TRUE(kor::core::hastens_next_look(*process, "gui", 100));
+    kor::core::tell_heartbeat(*process, "gui", 100, 1000);
+    EXPECT_FALSE(kor::core::hastens_next_look(*process, "gui", 100));
+    EXPECT_FALSE(kor::core::hastens_next_look(*process, "gui", 200));
+    EXPECT_FALSE(kor::core::hastens_next_look(*process, "gui", 0));
+    EXPECT_TRUE(kor::core::hastens_next_look(*process, "gui", 99));
+    kor::core::tell_heartbeat(*process, "gui", 0, 1000);
+    EXPECT_TRUE(kor::core::hastens_next_look(*process, "gui", 200));
+}
+
 TEST(WatchedHeartbeats, HaveNamesThatFitAndRoomForSixteen)
 {
     const auto process = make_process();

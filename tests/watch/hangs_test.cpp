@@ -32,6 +32,22 @@ KOR_CHILD(hangs_and_comes_back)
     return end.wait() ? 0 : 1;
 }
 
+KOR_CHILD(promises_more)
+{
+    const auto before = static_cast<unsigned>(std::stoul(args[0]));
+    const Signal end(args[1]);
+    KorGLog.Open("test.log", "viewer");
+    if (!Kor_CrashHandlers::Install() || !Kor_SessionLogHost::startWatcher())
+        return NOT_WATCHED;
+    Kor_SessionLogHost::heartbeat(GUI, 3'600'000);
+    Kor_SessionLogHost::heartbeat(GUI, before);
+    // When the watcher has answered it has seen that; twice, as it may have had news left to look at.
+    Kor_SessionLog::GetInstance()->produceMinidump(nullptr);
+    Kor_SessionLog::GetInstance()->produceMinidump(nullptr);
+    Kor_SessionLogHost::heartbeat(GUI, 200);
+    return end.wait() ? 0 : 1;
+}
+
 KOR_CHILD(promises_and_crashes)
 {
     // A crash that takes longer than the promise.
@@ -80,6 +96,24 @@ TEST(Heartbeats, ThatDoNotComeAreToldOnceAndAgainWhenTheyAreBack)
     EXPECT_EQ(left.dumps(), 1u);
     EXPECT_EQ(left.files("hang-", ".xml").size(), 1u);
     EXPECT_EQ(left.crashes(), 0u);
+}
+
+TEST(Heartbeats, ThatPromiseMoreThanBeforeAreWaitedForAtOnce)
+{
+    for (const char* const before : {"0", "1800000"})
+    {
+        const Leavings left;
+        const Signal end(std::string("watch_more_end_") + before);
+        ChildOptions options = left.directory().for_child();
+        options.arguments = {before, std::string("watch_more_end_") + before};
+        Child host("promises_more", options);
+        host.ensure_begun();
+        EXPECT_TRUE(comes_true([&] { return left.report("hang-").find("</lumariscontext>") != std::string::npos; }))
+            << before;
+        end.give();
+        EXPECT_EQ(host.wait(PATIENCE_MS).exit_code, 0u);
+        ASSERT_TRUE(nobody_is_watched());
+    }
 }
 
 TEST(Heartbeats, AreNotWaitedForInACrash)
