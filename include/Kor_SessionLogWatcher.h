@@ -24,7 +24,8 @@ public:
     static Ended Run(bool standBy);
 
     /// Writes a minidump of a process, which goes on. path: of the file; null: as a crash names it, in the folder that
-    /// PRISMATE_LOG_DIR names. used: gets the path. False, with an error of Windows, when there is none of it.
+    /// PRISMATE_LOG_DIR names. A file that is there is written over. used: gets the path, empty where the process cannot be
+    /// looked at. False, with an error of Windows, when there is none of it. The process stands still meanwhile.
     static bool WriteMinidump(
         unsigned long process, const wchar_t* path, wchar_t* used, unsigned int usedSize, unsigned long& error);
 

@@ -92,7 +92,7 @@ Kor_LogFile::~Kor_LogFile()
 {
     leave_list();
     isolate(nullptr);
-    if (m_banners)
+    if (m_banners && !(is_closed() && kor::is_tool_program())) // a tool need not have a log
         write_end_banner();
     close();
     delete m_debugger_destination;

@@ -295,11 +295,19 @@ try
     const OwnedHandle handle(
         ::OpenProcess(PROCESS_QUERY_INFORMATION | PROCESS_VM_READ | PROCESS_DUP_HANDLE | SYNCHRONIZE, FALSE, process));
     error = ::GetLastError();
+    if (used != nullptr && usedSize != 0)
+        used[0] = L'\0';
     if (!handle)
         return false;
     const std::wstring file = kor::win::system_path(path == nullptr ? default_path(process) : path);
     if (used != nullptr && usedSize != 0)
         used[file.copy(used, usedSize - 1)] = L'\0';
+    // Before the process is stopped for it. A file that cannot be had stays as it is.
+    if (const kor::win::OwnedFile made(kor::win::open_file(file.c_str(), GENERIC_WRITE, 0, OPEN_ALWAYS)); !made)
+    {
+        error = ::GetLastError();
+        return false;
+    }
     ::SetLastError(ERROR_SUCCESS);
     const bool is_written = kor::DumpWriter().write(file.c_str(), {handle.get(), process, nullptr, {}, nullptr});
     error = ::GetLastError();

@@ -60,6 +60,14 @@ TEST(WatchCommandLine, RefusesWhatItDoesNotKnow)
           {"--what"},
           {"--dump"},
           {"--dump", "no"},
+          {"--dump", "0"},
+          {"--dump", "-4"},
+          {"--dump", "4294967296"},
+          {"--register", ""},
+          {"--register", "watch_viewer"},
+          {"--register", "C:\\app\\"}, // whose settings would be those of all programs
+          {"--register", ".exe"},
+          {"--unregister", "C:\\app\\"},
           {"--status", "--dump", "12"},
           {"--status", "--out", "x.dmp"}})
     {
@@ -67,6 +75,20 @@ TEST(WatchCommandLine, RefusesWhatItDoesNotKnow)
         EXPECT_EQ(result.exit_code, 2u) << (wrong.empty() ? "" : wrong.front());
         EXPECT_THAT(result.err, HasSubstr("LUMlogWatch --help"));
     }
+}
+
+TEST(WatchCommandLine, SaysWhatIsWrong)
+{
+    EXPECT_THAT(text_of(call({"--dump", "no"}).err), HasSubstr("--dump: 'no' is no number of a process\n"));
+    EXPECT_THAT(
+        text_of(call({"--register", "watch_viewer"}).err),
+        HasSubstr("--register: 'watch_viewer' is no file of a program, such as viewer.exe\n"));
+}
+
+TEST(WatchCommandLine, SaysNothingOfALogThatItDoesNotHave)
+{
+    EXPECT_EQ(call({"--version"}).err, "");
+    EXPECT_EQ(call({"--status"}, LogDirectory().for_child()).err, "");
 }
 
 TEST(WatchCommandLine, WritesAMinidumpOfAProcessThatGoesOn)
@@ -90,23 +112,56 @@ TEST(WatchCommandLine, WritesAMinidumpOfAProcessThatGoesOn)
     EXPECT_EQ(unnamed.exit_code, 0u) << unnamed.err;
     EXPECT_THAT(unnamed.out, HasSubstr("minidump-watch_tests-"));
 
+    const ChildResult nowhere =
+        call({"--dump", std::to_string(process.pid()), "--out", directory.file("nowhere\\viewer.dmp")});
+    EXPECT_EQ(nowhere.exit_code, 1u);
+    EXPECT_THAT(nowhere.err, HasSubstr("(3): ")); // ERROR_PATH_NOT_FOUND
+    EXPECT_THAT(nowhere.err, HasSubstr("nowhere\\viewer.dmp"));
+
+    // A file that somebody else has open is neither written over nor taken away.
+    {
+        const HANDLE open = ::CreateFileA(
+            file.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING, 0, nullptr);
+        const ChildResult refused = call({"--dump", std::to_string(process.pid()), "--out", file});
+        ::CloseHandle(open);
+        EXPECT_EQ(refused.exit_code, 1u);
+        EXPECT_THAT(refused.err, HasSubstr("(32): ")); // ERROR_SHARING_VIOLATION
+        EXPECT_EQ(read_file(file).substr(0, 4), "MDMP");
+    }
+
     end.give();
     EXPECT_EQ(process.wait(PATIENCE_MS).exit_code, 0u);
     const ChildResult gone = call({"--dump", "4294967292", "--out", file + "2"});
     EXPECT_EQ(gone.exit_code, 1u);
-    EXPECT_THAT(gone.err, HasSubstr("No minidump of process 4294967292 could be written: "));
+    EXPECT_THAT(gone.err, HasSubstr("No minidump of process 4294967292 could be written: there is no such process."));
     EXPECT_FALSE(file_exists(file + "2"));
 }
 
 TEST(WatchCommandLine, RegistersAProgramAndTakesThatBack)
 {
-    EXPECT_EQ(call({"--register", "C:\\app\\watch_viewer.exe", "--folder", "%TEMP%\\dumps"}).exit_code, 0u);
+    const ChildResult done = call({"--register", "C:\\app\\watch_viewer.exe", "--folder", "%TEMP%\\dumps"});
+    EXPECT_EQ(done.exit_code, 0u);
+    EXPECT_EQ(
+        text_of(done.out),
+        "When watch_viewer.exe ends unseen, Windows writes a minidump into %TEMP%\\dumps and keeps the newest 10.\n");
     EXPECT_EQ(registered("watch_viewer.exe", "DumpFolder"), "%TEMP%\\dumps");
     EXPECT_EQ(registered("watch_viewer.exe", "DumpCount"), "10");
     EXPECT_EQ(registered("watch_viewer.exe", "DumpType"), "1");
-    EXPECT_EQ(call({"--unregister", "watch_viewer.exe"}).exit_code, 0u);
+    EXPECT_EQ(
+        text_of(call({"--unregister", "watch_viewer.exe"}).out), "watch_viewer.exe is not registered any more.\n");
     EXPECT_EQ(registered("watch_viewer.exe", "DumpFolder"), "");
-    EXPECT_EQ(call({"--unregister", "watch_viewer.exe"}).exit_code, 0u); // there is nothing left to be done
+    const ChildResult again = call({"--unregister", "watch_viewer.exe"});
+    EXPECT_EQ(again.exit_code, 0u); // there is nothing left to be done
+    EXPECT_EQ(text_of(again.out), "watch_viewer.exe was not registered.\n");
+}
+
+TEST(WatchCommandLine, RegistersAFolderByItsWholePath)
+{
+    EXPECT_EQ(call({"--register", "watch_viewer.EXE", "--folder", "dumps"}).exit_code, 0u);
+    const std::string folder = registered("watch_viewer.EXE", "DumpFolder");
+    EXPECT_EQ(folder.substr(1, 2), ":\\");
+    EXPECT_EQ(folder.substr(folder.size() - 6), "\\dumps");
+    EXPECT_EQ(call({"--unregister", "watch_viewer.EXE"}).exit_code, 0u);
 }
 
 TEST(WatchCommandLine, TellsWhoIsWatched)
@@ -117,7 +172,8 @@ TEST(WatchCommandLine, TellsWhoIsWatched)
     ASSERT_TRUE(host.is_watched());
     ASSERT_TRUE(comes_true([] { return Kor_SessionLogWatcher::FindWatcher() != 0; }));
     const std::string said = text_of(call({"--status"}).out);
-    EXPECT_THAT(said, HasSubstr("Process " + std::to_string(Kor_SessionLogWatcher::FindWatcher()) + " watches.\n"));
+    EXPECT_THAT(said, HasSubstr("Process " + std::to_string(Kor_SessionLogWatcher::FindWatcher()) + " watches: "));
+    EXPECT_THAT(said, HasSubstr("LUMlogWatch.exe\n"));
     EXPECT_THAT(said, HasSubstr(std::to_string(host.pid()) + "  "));
     EXPECT_THAT(said, HasSubstr("watch_tests.exe\n"));
     EXPECT_EQ(host.end_orderly(), 0u);

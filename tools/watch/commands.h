@@ -14,8 +14,13 @@ enum ExitCode
     WRONG_CALL = 2
 };
 
-/// program: the path or the name of its file, as Windows knows it by its name. Both return an ExitCode, and say on standard
-/// error what has not been done.
+/// True for the path or the name of a program's file, such as viewer.exe. Of anything else the settings would be those of
+/// all programs, or of none.
+bool is_program(const std::string& program);
+
+/// program: one for which is_program is true; Windows knows it by its name. folder: a relative one counts from the current
+/// folder, unless it has a variable in it. Both return an ExitCode, and say what has been done, or on standard error what has
+/// not.
 int have_registered(const std::string& program, const std::string& folder);
 int have_unregistered(const std::string& program);
 } // namespace lumlogwatch

@@ -8,7 +8,6 @@ namespace lumlogwatch
 {
 namespace
 {
-constexpr DWORD DUMPS_KEPT = 10;
 constexpr DWORD MINIDUMP = 1; // of DumpType
 
 struct KeyClose
@@ -55,8 +54,7 @@ unsigned long register_program(const std::wstring& program, const std::wstring& 
 
 unsigned long unregister_program(const std::wstring& program)
 {
-    const auto error = static_cast<unsigned long>(
+    return static_cast<unsigned long>(
         ::RegDeleteKeyExW(HKEY_LOCAL_MACHINE, local_dumps_key(program).c_str(), KEY_WOW64_64KEY, 0));
-    return error == ERROR_FILE_NOT_FOUND ? ERROR_SUCCESS : error;
 }
 } // namespace lumlogwatch

@@ -6,7 +6,9 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <limits>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "Kor_LogFile.h"
@@ -54,40 +56,75 @@ int watch(bool stand_by)
     return ended == Kor_SessionLogWatcher::Ended::FAILED ? NOT_DONE : DONE;
 }
 
+constexpr unsigned int LONGEST_PATH = 32'768;
+
+std::string why_there_is_none(unsigned long error, const std::wstring& path)
+{
+    if (!path.empty())
+        return system_text(error) + ": " + utf8(path);
+    if (error == ERROR_INVALID_PARAMETER)
+        return "there is no such process";
+    if (error == ERROR_ACCESS_DENIED)
+        return system_text(error) + ". It is another account's, or the system's: it takes an administrator";
+    return system_text(error);
+}
+
 int dump(unsigned long process, const std::string& out)
 {
-    constexpr unsigned int LONGEST_PATH = 32'768;
     std::wstring path(LONGEST_PATH, L'\0');
     unsigned long error = 0;
     const std::wstring wanted = wide(out);
-    if (!Kor_SessionLogWatcher::WriteMinidump(
-            process, out.empty() ? nullptr : wanted.c_str(), path.data(), LONGEST_PATH, error))
-    {
-        std::fprintf(stderr, "No minidump of process %lu could be written: %s.\n", process, system_text(error).c_str());
-        return NOT_DONE;
-    }
-    std::printf("%s\n", utf8(path.c_str()).c_str());
-    return DONE;
+    const bool is_written = Kor_SessionLogWatcher::WriteMinidump(
+        process, out.empty() ? nullptr : wanted.c_str(), path.data(), LONGEST_PATH, error);
+    path.resize(path.find(L'\0'));
+    if (is_written)
+        print(stdout, utf8(path) + '\n');
+    else
+        print(
+            stderr, "No minidump of process " + std::to_string(process) +
+                        " could be written: " + why_there_is_none(error, path) + ".\n");
+    return is_written ? DONE : NOT_DONE;
+}
+
+std::string line_of(unsigned long process, const wchar_t* program)
+{
+    char id[16] = {};
+    std::snprintf(id, sizeof id, "%8lu  ", process);
+    return id + utf8(program) + '\n';
+}
+
+/// Empty where nobody may know.
+std::wstring program_of(unsigned long process)
+{
+    std::wstring path(LONGEST_PATH, L'\0');
+    DWORD size = LONGEST_PATH;
+    const HANDLE handle = ::OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, process);
+    if (handle == nullptr || !::QueryFullProcessImageNameW(handle, 0, path.data(), &size))
+        size = 0;
+    if (handle != nullptr)
+        ::CloseHandle(handle);
+    path.resize(size);
+    return path;
 }
 
 int show_status()
 {
     const unsigned long watcher = Kor_SessionLogWatcher::FindWatcher();
     if (watcher == 0)
-        std::puts("Nobody watches.");
+        print(stdout, "Nobody watches.\n");
     else
-        std::printf("Process %lu watches.\n", watcher);
+        print(stdout, "Process " + std::to_string(watcher) + " watches: " + utf8(program_of(watcher)) + '\n');
     const auto tell = [](void*, unsigned long process, const wchar_t* program)
-    { std::printf("%8lu  %s\n", process, utf8(program).c_str()); };
+    { print(stdout, line_of(process, program)); };
     Kor_SessionLogWatcher::ForEachWatched(tell, nullptr);
     return DONE;
 }
 
 std::string default_folder()
 {
-    wchar_t folder[MAX_PATH] = {};
-    const DWORD size = ::GetEnvironmentVariableW(L"PRISMATE_LOG_DIR", folder, MAX_PATH);
-    return size == 0 || size >= MAX_PATH ? "%LOCALAPPDATA%\\CrashDumps" : utf8({folder, size});
+    std::wstring folder(LONGEST_PATH, L'\0');
+    folder.resize(::GetEnvironmentVariableW(L"PRISMATE_LOG_DIR", folder.data(), LONGEST_PATH));
+    return folder.empty() ? "%LOCALAPPDATA%\\CrashDumps" : utf8(folder);
 }
 
 int run(const Wanted& wanted)
@@ -103,6 +140,26 @@ int run(const Wanted& wanted)
     return show_status();
 }
 
+bool is_process_id(const std::string& text)
+{
+    constexpr std::size_t MOST_DIGITS = 10;
+    const bool is_number =
+        !text.empty() && text.size() <= MOST_DIGITS && text.find_first_not_of("0123456789") == std::string::npos;
+    const unsigned long long number = is_number ? std::stoull(text) : 0;
+    return number != 0 && number <= std::numeric_limits<unsigned long>::max();
+}
+
+/// A check of a value, of which the help says nothing.
+CLI::Validator valid(bool (*is_valid)(const std::string&), std::string wrong)
+{
+    return CLI::Validator(
+        [is_valid, wrong = std::move(wrong)](std::string& text)
+        { return is_valid(text) ? std::string() : '\'' + text + '\'' + wrong; },
+        "");
+}
+
+constexpr char NO_PROGRAM[] = " is no file of a program, such as viewer.exe";
+
 void declare(CLI::App& app, Wanted& wanted)
 {
     app.footer(FOOTER);
@@ -112,14 +169,19 @@ void declare(CLI::App& app, Wanted& wanted)
     what->add_flag("--stand-by", wanted.stand_by)->group("");
     what->add_flag("--status", wanted.status, "Who watches, and who is watched");
     auto* const dump = what->add_option("--dump", wanted.dump, "Write a minidump of a process, which goes on");
-    dump->type_name("PROCESS")->check(CLI::PositiveNumber);
+    dump->type_name("PROCESS")->check(valid(&is_process_id, " is no number of a process"));
     auto* const program = what->add_option(
         "--register", wanted.program, "Have Windows itself write a minidump when this program ends unseen");
-    program->type_name("PROGRAM.exe");
-    what->add_option("--unregister", wanted.unregistered, "Take that back")->type_name("PROGRAM.exe");
+    program->type_name("PROGRAM.exe")->check(valid(&is_program, NO_PROGRAM));
+    auto* const unregistered = what->add_option("--unregister", wanted.unregistered, "Take that back");
+    unregistered->type_name("PROGRAM.exe")->check(valid(&is_program, NO_PROGRAM));
     what->require_option(1);
-    app.add_option("--out", wanted.out, "File of the minidump")->type_name("FILE")->needs(dump);
-    app.add_option("--folder", wanted.folder, "Folder of the minidumps")->type_name("FOLDER")->needs(program);
+    app.add_option("--out", wanted.out, "File of the minidump; without it, one of its own name in the log's folder")
+        ->type_name("FILE")
+        ->needs(dump);
+    app.add_option("--folder", wanted.folder, "Folder of the minidumps; without it, the log's")
+        ->type_name("FOLDER")
+        ->needs(program);
 }
 } // namespace
 
@@ -141,7 +203,7 @@ int wmain(int count, wchar_t** values)
     }
     catch (const CLI::ParseError& error)
     {
-        std::fprintf(stderr, "%s\nLUMlogWatch --help shows how it is called.\n", error.what());
+        print(stderr, std::string(error.what()) + "\nLUMlogWatch --help shows how it is called.\n");
         return WRONG_CALL;
     }
     return run(wanted);

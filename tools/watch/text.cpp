@@ -1,5 +1,6 @@
 #include "text.h"
 
+#include <io.h>
 #include <windows.h>
 
 #include <algorithm>
@@ -32,5 +33,20 @@ std::string system_text(unsigned long error)
     while (length > 0 && (text[length - 1] <= L' ' || text[length - 1] == L'.'))
         --length;
     return utf8({text, length}) + " (" + std::to_string(error) + ')';
+}
+
+void print(std::FILE* to, const std::string& text)
+{
+    const auto console = reinterpret_cast<HANDLE>(::_get_osfhandle(::_fileno(to)));
+    DWORD mode = 0;
+    if (!::GetConsoleMode(console, &mode))
+    {
+        std::fputs(text.c_str(), to);
+        return;
+    }
+    const std::wstring characters = wide(text);
+    DWORD written = 0;
+    std::fflush(to);
+    ::WriteConsoleW(console, characters.data(), static_cast<DWORD>(characters.size()), &written, nullptr);
 }
 } // namespace lumlogwatch

@@ -3,6 +3,7 @@
 #ifndef LUMLOGWATCH_TEXT_H
 #define LUMLOGWATCH_TEXT_H
 
+#include <cstdio>
 #include <string>
 #include <string_view>
 
@@ -15,6 +16,9 @@ std::wstring wide(std::string_view text);
 
 /// What the system calls an error of GetLastError, with its number.
 std::string system_text(unsigned long error);
+
+/// Prints UTF-8 as it is, or on a console as the characters that it means.
+void print(std::FILE* to, const std::string& text);
 } // namespace lumlogwatch
 
 #endif // LUMLOGWATCH_TEXT_H
