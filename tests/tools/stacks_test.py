@@ -22,8 +22,9 @@ TIMEOUT = 100
 
 # Programs ----------------------------------------------------------------------------------------------------------
 def write_program(path="viewer.exe", size=0x4000, time=77, checksum=0x1234, link=None, machine=0x8664, exports=None,
-                  pdb=None):
-    """With a header, and one section of code, in which one function may be exported."""
+                  pdb=None, code_at_1100=b"", unwound=None):
+    """With a header, and one section of code, in which one function may be exported, and unwind data of one function from and
+    to these places, which leaves the stack as it is."""
     header = bytearray(0x400)
     header[:2] = b"MZ"
     struct.pack_into("<I", header, 0x3c, 0x80)
@@ -33,7 +34,7 @@ def write_program(path="viewer.exe", size=0x4000, time=77, checksum=0x1234, link
     struct.pack_into("<HBBIIIIIQIIHHHHHHIIIIHH", header, 0x98, 0x20b, 2, 40, 0x200, 0, 0, 0x1560, 0x1000, BASE, 0x1000,
                      0x200, 4, 0, 0, 0, 5, 2, 0, size, 0x400, checksum, 3, 0)
     struct.pack_into("<I", header, 0x98 + 108, 16)
-    struct.pack_into("<8sIIIIIIHHI", header, 0x188, b".text", 0x1000, 0x1000, 0x200, 0x400, 0, 0, 0, 0, 0x60000020)
+    struct.pack_into("<8sIIIIIIHHI", header, 0x188, b".text", 0x1000, 0x1000, 0x400, 0x400, 0, 0, 0, 0, 0x60000020)
     if link:
         struct.pack_into("<8sIIIIIIHHI", header, 0x1b0, b"/4", len(link), 0x3000, len(link), 0x800, 0, 0, 0, 0, 0x42000040)
     code = bytearray(0x400)
@@ -47,6 +48,11 @@ def write_program(path="viewer.exe", size=0x4000, time=77, checksum=0x1234, link
         struct.pack_into("<II", header, 0x98 + 160, 0x1000, 28)
         struct.pack_into("<12xIIII", code, 0, 2, 24 + 64, 0x1040, 0x440)
         struct.pack_into("<4s16sI64s", code, 0x40, b"RSDS", b"number of a PDB ", 1, b"C:\\build\\" + pdb)
+    code[0x100:0x100 + len(code_at_1100)] = code_at_1100
+    if unwound:
+        struct.pack_into("<II", header, 0x98 + 136, 0x1200, 12)
+        struct.pack_into("<III", code, 0x200, *unwound, 0x1220)
+        struct.pack_into("<BBBB", code, 0x220, 1, 0, 0, 0)
     with open(path, "wb") as file:
         file.write(header + code)
         if link:
@@ -191,6 +197,147 @@ def case_WhatIsExportedIsToldToBeNearOnly():
     check("     0 viewer.exe + 0x1560 (behind open_album + 0x10)\n" in output, output)
     frame = json.loads(run("crash.dmp", "--json")[0])["threads"][0]["frames"][0]
     same((frame["function"], frame["near"]), (None, "open_album + 0x10"))
+
+
+# As GCC has it, and as Clang.
+PROBES = [bytes.fromhex("51 50 48 3d 00 10 00 00 48 8d 4c 24 18 72" + jump + "48 81 e9 00 10 00 00" + touch +
+                        "48 2d 00 10 00 00 48 3d 00 10 00 00 77" + back + "48 29 c1" + touch + "58 59 c3")
+          for jump, touch, back in (("19", "48 83 09 00", "e7"), ("18", "48 85 09", "e8"))]
+
+
+def crashed_stack(*options):
+    stacks = json.loads(run("crash.dmp", "--json", *options)[0])
+    return [(frame["function"], frame["module"], frame["offset"]) for frame in stacks["threads"][0]["frames"]]
+
+
+def case_ACheckOfTheStackHasACaller():
+    stack = struct.pack("<QQQ", 0xf028, 0xabc, BASE + 0x1300)
+    caller = (None, "viewer.exe", "0x1300")
+    for probe in PROBES:
+        write_program(code_at_1100=probe)
+        last = len(probe) - 3 - (4 if probe is PROBES[0] else 3)
+        for touch in (0x16, last):
+            Dump(place=0x1100 + touch, stack=stack).write()
+            same(crashed_stack()[:2], [("___chkstk_ms", "viewer.exe", f"0x{0x1100 + touch:x}"), caller])
+        for place in (0, 0x16 - 1, 0x16 + 1, last + 1):
+            Dump(place=0x1100 + place, stack=stack).write()
+            check(caller not in crashed_stack() and "___chkstk_ms" not in str(crashed_stack()), f"nothing is at {place}")
+        for byte in (0, 9, 0x10, len(probe) - 1):
+            write_program(code_at_1100=probe[:byte] + bytes([probe[byte] ^ 4]) + probe[byte + 1:])
+            Dump(place=0x1116, stack=stack).write()
+            check(caller not in crashed_stack(), f"with another byte {byte} it is none")
+
+
+def case_AFunctionWithoutUnwindDataHasLeftTheStackAsItIs():
+    write_program(unwound=(0x1100, 0x1110))
+    Dump(place=0x1120, stack=struct.pack("<Q", BASE + 0x1108)).write()
+    same(crashed_stack()[:2], [(None, "viewer.exe", "0x1120"), (None, "viewer.exe", "0x1108")])
+    Dump(place=0x1120, stack=struct.pack("<Q", 5)).write()
+    check((None, None, None) not in crashed_stack()[:1], "where there is no return address, it is shown alone")
+
+
+def case_UnwindDataTellsWhoHasCalledWhereNothingElseDoes():
+    # Two words on the stack.
+    write_program(unwound=(0x1100, 0x1140), code_at_1100=bytes.fromhex("50 50 90 90 90 90 90 90 58 58 c3"))
+    with open("viewer.exe", "r+b") as file:
+        file.seek(0x400 + 0x220)
+        file.write(bytes([1, 2, 1, 0, 2, 0x12]))  # of a prologue of two bytes, 16 on the stack
+    Dump(place=0x1105, stack=struct.pack("<QQQ", BASE + 0x1111, 7, BASE + 0x1130)).write()
+    same(crashed_stack()[:2], [(None, "viewer.exe", "0x1105"), (None, "viewer.exe", "0x1130")])
+
+
+def write_unwound(*codes, length=0x10):
+    """With unwind data of a prologue of that length, in which this is done."""
+    write_program(unwound=(0x1100, 0x1140))
+    with open("viewer.exe", "r+b") as file:
+        file.seek(0x400 + 0x220)
+        file.write(bytes([1, length, len(codes) // 2, 0, *codes]))
+
+
+def case_InAPrologueWhatItHasPushedIsCounted():
+    # From its end: a frame of 0x88 * 8 bytes, one of 24, RBX.
+    write_unwound(0x10, 0x01, 0x88, 0, 6, 0x22, 2, 0x30)
+    def stack(words):
+        return b"".join(struct.pack("<Q", BASE + (0x1300 if word == words else 0x1310)) for word in range(10))
+    for place, words in ((0, 0), (1, 0), (2, 1), (5, 1), (6, 4), (0xf, 4)):
+        Dump(place=0x1100 + place, stack=stack(words)).write()
+        same(crashed_stack()[:2], [(None, "viewer.exe", f"0x{0x1100 + place:x}"), (None, "viewer.exe", "0x1300")])
+
+
+def case_UnwindDataThatLiesEndsNothingButTheStack():
+    for codes in ((1, 0x31), (1, 0x0f), (1, 0x07), (1, 0xff), (1, 0x01), (1, 0x11, 0xff, 0xff), (1, 3)):
+        write_unwound(*codes)
+        Dump(place=0x1104, stack=struct.pack("<QQ", BASE + 0x1300, BASE + 0x1310)).write()
+        same(crashed_stack()[0], (None, "viewer.exe", "0x1104"))
+    write_program(unwound=(0x1100, 0xffffffff))
+    for unwind in (0xffffffff, 0x13ff, 0):
+        with open("viewer.exe", "r+b") as file:
+            file.seek(0x400 + 0x208)
+            file.write(struct.pack("<I", unwind))
+        Dump(place=0x1104, stack=struct.pack("<Q", BASE + 0x1300)).write()
+        same(crashed_stack()[0], (None, "viewer.exe", "0x1104"))
+
+
+def case_AStackEndsWhereItsProgramIsMissing():
+    # In which a debugger would follow RBP.
+    Dump(stack=struct.pack("<QQQQ", 0, 0, 0x21f020, SYSTEM_BASE + 0x100), frame=16).write()
+    same(crashed_stack(), [(None, "viewer.exe", "0x1560")])
+
+
+# PDBs ---------------------------------------------------------------------------------------------------------------
+def write_with_pdb():
+    """And a debugger that finds one frame in it."""
+    Dump().write()
+    write_program(pdb=b"viewer.pdb")
+    write_pdb("viewer.pdb", b"number of a PDB ")
+    frame = {"address": BASE + 0x1560, "function": None, "file": None, "line": None, "inlined": False, "symbol": None}
+    result = {"threads": [{"id": CRASHED, "has_more": False, "frames": [frame, {**frame, "address": BASE + 0x1571}]}],
+              "left": []}
+    program("debugger", f"#!/bin/sh\necho '{json.dumps(result)}' >result.json\n")
+    return ["--lldb", os.path.abspath("debugger")]
+
+
+def functions(address, *names):
+    return json.dumps({"Address": address, "ModuleName": "viewer.exe", "Symbol": [
+        {"FunctionName": name, "FileName": file, "Line": line} for name, file, line in names]})
+
+
+def write_symbolizer(*lines):
+    """That notes what it is asked, and answers with these lines."""
+    text = "\n".join(lines)
+    program("llvm-symbolizer", f"#!/bin/sh\ncat >\"$TO\"\nls >>\"$TO\"\ncat <<'end'\n{text}\nend\n")
+    return {"TO": os.path.abspath("asked"), "PATH": os.path.abspath(".") + os.pathsep + os.environ["PATH"]}
+
+
+def case_APdbNamesFunctionsWithThoseThatAreInlined():
+    options = write_with_pdb()
+    environment = write_symbolizer(
+        functions("0x1560", ("open", "/build/win/../src/album.cpp", 12), ("show", "src\\viewer.cpp", 7)),
+        functions("0x1570", ("begins_in_front", "", 0)))
+    output, errors = run("crash.dmp", *options, **environment)
+    same(errors, "")
+    check("""
+     0 open at /build/src/album.cpp:12 (inlined, viewer.exe + 0x1560)
+     1 show at src\\viewer.cpp:7 (viewer.exe + 0x1560)
+     2 viewer.exe + 0x1571
+""" in output and "help" not in output, output)
+    with open("asked", encoding="ascii") as file:
+        same(file.read(), "0x1560\n0x1570\nviewer.exe\nviewer.pdb\n")
+    output, _ = run("crash.dmp", "--frames", "1", *options, **environment)
+    check("viewer.exe + 0x1560)\n       and more (--frames)\n" in output and "show" not in output, output)
+
+
+def case_APdbThatIsNotReadIsNamed():
+    options = write_with_pdb()
+    pdb = os.path.abspath("viewer.pdb")
+    output, errors = run("crash.dmp", *options, PATH="/bin")
+    if "no llvm-symbolizer" in errors:
+        same(errors, f"stacks: {pdb}: there is no llvm-symbolizer, which reads PDBs: install it (on Debian: apt-get install "
+                     "llvm)\n")
+    for answer in ("", "{", "[]", "3", '{"Symbol": [{}]}', '{"Symbol": 5}', '{"Symbol": [{"FunctionName": 3}]}'):
+        output, errors = run("crash.dmp", *options, **write_symbolizer(answer))
+        check("     0 viewer.exe + 0x1560\n" in output and errors.endswith("llvm-symbolizer fails to read it\n") and
+              errors.startswith(f"stacks: {pdb}: "), errors)
 
 
 def case_FoldersThatAreNoneAreWrongArguments():

@@ -12,19 +12,20 @@ from lumlog_tools.program import Refused
 
 SIGNATURE = b"MDMP"
 X86_64 = 9
-THREADS, MODULES, MEMORY, EXCEPTION, SYSTEM, MEMORY64, MISC = 3, 4, 5, 6, 7, 9, 15  # kinds of streams
+THREADS, MODULES, MEMORY, EXCEPTION, SYSTEM, MEMORY64, MISC, MAP = 3, 4, 5, 6, 7, 9, 15, 16  # kinds of streams
 MOST_STREAMS = 1000
 MOST_MODULES = MOST_THREADS = 10_000
 LONGEST_NAME = 64 << 10  # bytes
 
 # Where things are in the registers of a thread, and how many bytes these are.
 SP, IP, CONTEXT = 0x98, 0xf8, 0x4d0
+COMMITTED, EXECUTABLE, IMAGE = 0x1000, 0x20, 0x1000000  # as a map of memory tells of it
 
 # stack: address and place in the file, and length.
 Thread = collections.namedtuple("Thread", "id stack")
 Module = collections.namedtuple("Module", "path base size time checksum")
-# context: where its registers are in the file; None where they are not.
-Crash = collections.namedtuple("Crash", "thread code address context")
+# context: where its registers are in the file; it, sp and ip are None where they are not.
+Crash = collections.namedtuple("Crash", "thread code address context sp ip")
 Minidump = collections.namedtuple("Minidump", "process threads modules crash")
 
 
@@ -88,6 +89,8 @@ def threads_of(reader, stream):
         number, address, stack_length, stack, context_length, context = reader.fields("a thread", "<I20xQIIII", entry)
         reader.check(f"the stack of thread {number}", stack, stack_length)
         reader.check(f"the registers of thread {number}", context, context_length)
+        if address + stack_length >= 1 << 64:
+            raise Refused(f"this minidump is damaged: the stack of thread {number} would end behind all memory")
         threads.append(Thread(number, (address, stack, stack_length)))
     if not threads:
         raise Refused("this minidump has no threads")
@@ -118,7 +121,9 @@ def check_memory(reader, streams):
 def crash_of(reader, stream):
     thread, code, address, length, context = reader.fields("the exception", "<I4xI12xQ128xII", stream[0])
     reader.check("the registers of the exception", context, length)
-    return Crash(thread, code, address, context if length >= CONTEXT else None)
+    if length < CONTEXT:
+        return Crash(thread, code, address, None, None, None)
+    return Crash(thread, code, address, context, *(reader.fields("a register", "<Q", context + at)[0] for at in (SP, IP)))
 
 
 def process_of(reader, stream):
@@ -147,25 +152,42 @@ def module_at(address, modules):
     return next((module for module in modules if module.base <= address < module.base + module.size), None)
 
 
-def copy_after_return(path, dump, copy):
-    """Where the thread that crashed was in code of no module, which it has called: makes a copy of the minidump in which it
-    is at that call, as nobody knows how such code uses the stack. For its first instruction that is right. Returns the place
-    of the crash; None where there is nothing to be done."""
-    stacks = [thread.stack for thread in dump.threads if dump.crash and thread.id == dump.crash.thread]
-    if not stacks or dump.crash.context is None:
+def return_of(path, dump, sp):
+    """The registers SP and IP at the call that returns to what is on the stack there; None where there is no such call."""
+    address, stack, length = next((thread.stack for thread in dump.threads if thread.id == dump.crash.thread), (0, 0, 0))
+    if not address <= sp <= address + length - 8:
         return None
     with open(path, "rb") as file:
-        reader = Reader(file)
-        sp, ip = (reader.fields("a register", "<Q", dump.crash.context + at)[0] for at in (SP, IP))
-        address, stack, length = stacks[0]
-        if module_at(ip, dump.modules) or not address <= sp <= address + length - 8:
-            return None
-        caller = reader.fields("the stack", "<Q", stack + sp - address)[0]
-    if not module_at(caller - 1, dump.modules):
-        return None
+        caller = Reader(file).fields("the stack", "<Q", stack + sp - address)[0] - 1
+    return (sp + 8, caller) if module_at(caller, dump.modules) else None
+
+
+def map_of(modules):
+    """That these can be executed, for which LLDB has nobody else's word."""
+    entries, end = [], 0
+    for module in sorted(modules, key=lambda module: module.base):
+        if end <= module.base < module.base + module.size < 1 << 64:
+            end = module.base + module.size
+            entries.append(struct.pack("<QQIIQIIII", module.base, module.base, EXECUTABLE, 0, module.size, COMMITTED,
+                                       EXECUTABLE, IMAGE, 0))
+    return struct.pack("<IIQ", 16, 48, len(entries)) + b"".join(entries)
+
+
+def copy_for_debugger(path, dump, copy, registers):
+    """A copy of the minidump with a map of memory, in which the thread that crashed has these registers, where they are
+    given."""
     shutil.copyfile(path, copy)
     with open(copy, "r+b") as file:
-        for at, value in ((SP, sp + 8), (IP, caller - 1)):
+        reader = Reader(file)
+        count, directory = reader.fields("its beginning", "<II", 8)
+        streams = reader.bytes("the list of its streams", directory, 12 * count)
+        others = b"".join(streams[at:at + 12] for at in range(0, len(streams), 12)
+                          if struct.unpack_from("<I", streams, at)[0] != MAP)
+        memory = map_of(dump.modules)
+        file.seek(0, os.SEEK_END)
+        file.write(memory + others + struct.pack("<III", MAP, len(memory), reader.size))
+        file.seek(8)
+        file.write(struct.pack("<II", len(others) // 12 + 1, reader.size + len(memory)))
+        for at, value in zip((SP, IP), registers or ()):
             file.seek(dump.crash.context + at)
             file.write(struct.pack("<Q", value))
-    return ip

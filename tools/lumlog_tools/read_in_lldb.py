@@ -57,12 +57,11 @@ def source_of(frame):
     return name[:LONGEST_NAME] or None, entry.GetLine()
 
 
-def symbol_of(target, frame):
+def symbol_of(target, symbol, place):
     """What begins last in front of the place, and how far."""
-    symbol = frame.GetSymbol()
     if not symbol.IsValid() or not symbol.GetName():
         return None, None
-    return symbol.GetName()[:LONGEST_NAME], frame.GetPC() - symbol.GetStartAddress().GetLoadAddress(target)
+    return symbol.GetName()[:LONGEST_NAME], place - symbol.GetStartAddress().GetLoadAddress(target)
 
 
 def function_of(frame, tables):
@@ -77,9 +76,17 @@ def function_of(frame, tables):
 def frame_of(target, tables, frame):
     function = function_of(frame, tables)
     file, line = source_of(frame)
-    symbol, distance = (None, None) if function else symbol_of(target, frame)
+    symbol, distance = (None, None) if function else symbol_of(target, frame.GetSymbol(), frame.GetPC())
     return {"address": frame.GetPC(), "function": function[:LONGEST_NAME] if function else None, "file": file, "line": line,
             "inlined": frame.IsInlined(), "symbol": symbol, "distance": distance}
+
+
+def frame_at(target, tables, place):
+    """Of a function that was left before the debugger sees the stack."""
+    function = tables.name_at(place)
+    symbol, distance = (None, None) if function else symbol_of(target, target.ResolveLoadAddress(place).GetSymbol(), place)
+    return {"address": place, "function": function[:LONGEST_NAME] if function else None, "file": None, "line": None,
+            "inlined": False, "symbol": symbol, "distance": distance}
 
 
 def frames_of(target, tables, thread, most):
@@ -113,7 +120,7 @@ def read(debugger, job):
         frames, has_more = frames_of(target, tables, by_number[number], min(job["frames"], left))
         left -= len(frames)
         threads.append({"id": number, "frames": frames, "has_more": has_more})
-    return {"threads": threads}
+    return {"threads": threads, "left": [frame_at(target, tables, place) for place in job["left"]]}
 
 
 def __lldb_init_module(debugger, _):
