@@ -254,9 +254,10 @@ int kill(unsigned long process)
 
 int fill_stack_with_large_frames(int depth)
 {
-    volatile char frame[20 * 1024]; // more than the page that guards the stack
+    volatile char frame[20 * 1024];        // more than the page that guards the stack
+    volatile char* volatile bytes = frame; // or else Clang makes a frame of the bytes that are written to
     for (std::size_t i = 0; i < sizeof frame; i += 1024)
-        frame[i] = static_cast<char>(depth);
+        bytes[i] = static_cast<char>(depth);
     return depth < 0 ? 0 : fill_stack_with_large_frames(depth + 1) + frame[1024];
 }
 
