@@ -330,8 +330,7 @@ public:
         // that is read after its stamp was found to be the latest is no older than that.
         const std::uint64_t stamp = *m_quick_stamp.load(std::memory_order_relaxed);
         const std::uint64_t seen = m_seen_count.load(std::memory_order_acquire);
-        const unsigned int generation = m_cache_generation.load(std::memory_order_relaxed);
-        const unsigned int known = m_level_cache[package].load(std::memory_order_relaxed) ^ generation;
+        const unsigned int known = m_level_cache[package].load(std::memory_order_relaxed);
         // Levels are 1 to 255 where one is known. Compared without a jump in between: there is one way that is nearly
         // always gone.
         const unsigned int below = static_cast<unsigned int>(level) - 1;
@@ -588,16 +587,15 @@ private:
     bool m_console_mode;
     std::atomic<bool> m_size_exceeded;
     std::atomic<std::int32_t> m_size_countdown;
-    // Low byte: the level or, where threads have clients of their own or lines are kept in memory, the highest that any
-    // message may have, 0 unknown; high byte: generation.
+    // The level or, where threads have clients of their own or lines are kept in memory, the highest that any message may
+    // have, 1 to 255; 0 unknown.
     std::atomic<std::uint16_t> m_level_cache[PACKAGE_COUNT];
     std::vector<Kor_LogDestBase*> m_destinations;
     Kor_LogDestBase* m_debugger_destination; // owned
     std::atomic<std::uint64_t> m_destination_count;
     ThreadAPI_RecursiveMutex* m_lock;
 
-    // Entries of another generation than this (in the high byte) are not valid any more. It is what
-    // makes a level that one thread computes while another one learns of a change harmless.
+    // Always 0: the checks in programs that were built with earlier headers compare the high bytes of entries with it.
     std::atomic<std::uint16_t> m_cache_generation;
     kor::win::AppendFile* m_append_file;
     kor::OwnConf* m_own_conf;                                  // owned

@@ -116,8 +116,8 @@ extern "C"
         const char* const volatile* block;                /**< LUM_STAMP_OFFSET before a stamp; at null: ask */
         const volatile lum_uint64* seen;                  /**< the stamp that the levels are of */
         const void* const volatile* local;                /**< not at null: ask */
-        const volatile unsigned short* generation;        /**< in the high byte */
-        const volatile unsigned short* levels;            /**< of each package: generation and level; level 0: ask */
+        const volatile unsigned short* generation;        /**< always 0; not to be looked at any more */
+        const volatile unsigned short* levels;            /**< of each package; 0: ask */
         const volatile lum_uint64* const volatile* stamp; /**< of the configuration; not as seen: ask */
     } lum_gate;
 
@@ -209,7 +209,7 @@ extern "C"
         /* The stamp first: an entry that is read after the stamp was found to be the latest is no older. */
         stamp = **gate->stamp;
         below = (unsigned int)level - 1u;
-        known = (unsigned int)(gate->levels[package] ^ *gate->generation) - 1u;
+        known = (unsigned int)gate->levels[package] - 1u;
         /* Compared without a jump in between: there is one way that is nearly always gone. */
         return (stamp == *gate->seen) & (below < 256u) & (known < below);
     }

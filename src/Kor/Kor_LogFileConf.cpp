@@ -674,24 +674,15 @@ bool Kor_LogFile::IsCacheTableUpToDate()
            (local == nullptr || local->GetChangeCount() == m_seen_local_count);
 }
 
-void Kor_LogFile::ClearCacheTable()
-{
-    forget_levels();
-    for (auto& entry : m_level_cache)
-        entry.store(0, std::memory_order_relaxed);
-}
+void Kor_LogFile::ClearCacheTable() { forget_levels(); }
 
-/// No level that was found before counts any more.
+/// No level that was found before counts any more, nor one that another thread is finding now.
 void Kor_LogFile::forget_levels() noexcept
 {
-    constexpr unsigned int ONE = 0x100; // the low byte is a level's
     const OwnerLockGuard guard(level_lock);
-    const auto next = static_cast<std::uint16_t>(m_cache_generation + ONE);
-    if (next == 0) // which entries from long ago have as well
-        for (auto& entry : m_level_cache)
-            entry.store(0, std::memory_order_relaxed);
     m_generation = ++last_generation;
-    m_cache_generation = next;
+    for (auto& entry : m_level_cache)
+        entry.store(0, std::memory_order_relaxed);
 }
 
 /// Returns the one before.
@@ -710,15 +701,14 @@ void Kor_LogFile::choose_quick_stamp() noexcept
     m_quick_stamp = stamp == nullptr || m_local_conf != nullptr ? &kor::UNSEEN_STAMP : stamp;
 }
 
-/// For the checks that come, unless it is out of date: the generation in the entry alone comes back after 256 changes,
-/// which a thread that is held up between looking and storing can miss.
+/// For the checks that come, unless it is of before the last change: a thread may be held up between looking and storing.
 void Kor_LogFile::keep_level(int package, std::uint64_t generation, int level) noexcept
 {
     const kor::win::ThreadMark thread = kor::win::current_thread_mark();
     if (!level_lock.try_lock(thread)) // then the next check finds it
         return;
     if (m_generation == generation)
-        m_level_cache[package].store(static_cast<std::uint16_t>(m_cache_generation | level), std::memory_order_relaxed);
+        m_level_cache[package].store(static_cast<std::uint16_t>(level), std::memory_order_relaxed);
     level_lock.unlock(thread);
 }
 
@@ -734,10 +724,8 @@ int Kor_LogFile::current_level(int package) noexcept
     if (kor::levels_are_ceilings.load(std::memory_order_relaxed))
         return level_of_thread(package);
     // Only now, or the entry might be older than the stamp that was just found to be the latest.
-    const unsigned int generation = m_cache_generation.load(std::memory_order_relaxed);
-    const unsigned int level = m_level_cache[package].load(std::memory_order_relaxed) ^ generation;
-    // Another generation's entry differs in its high byte; 0 is never taken from the cache.
-    return level - 1 < 255 ? static_cast<int>(level) : refresh_level(package);
+    const int level = m_level_cache[package].load(std::memory_order_relaxed);
+    return level != 0 ? level : refresh_level(package);
 }
 
 int Kor_LogFile::refresh_level(int package) noexcept
@@ -764,9 +752,7 @@ int Kor_LogFile::level_of_thread(int package) noexcept
     kor::Client* const client = kor::thread_client();
     const kor::KnownLevels& levels = client == nullptr ? kor::process_levels : client->levels();
     const int level = levels.find(package, generation);
-    const unsigned int highest =
-        m_level_cache[package].load(std::memory_order_relaxed) ^ m_cache_generation.load(std::memory_order_relaxed);
-    if (level != kor::KnownLevels::UNKNOWN && highest - 1 < 255)
+    if (level != kor::KnownLevels::UNKNOWN && m_level_cache[package].load(std::memory_order_relaxed) != 0)
         return level;
     const KeptErrors kept;
     return find_level_of_thread(package, generation, client);

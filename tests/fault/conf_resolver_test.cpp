@@ -699,7 +699,7 @@ TEST(ConfCacheRace, ALevelFromBeforeTheCacheWasClearedIsNotKept)
     EXPECT_EQ(check.log().GetLogLevel(30000), 2);
 }
 
-// The generation that stands in a cached level comes back after 256 changes.
+// Programs of earlier headers compare a generation of eight bits, which would come back.
 TEST(ConfCacheRace, ALevelFromBefore256ChangesIsNotKept)
 {
     InterruptedCheck check("Net 3 7 [(1;10.0.0.0)]\n");

@@ -337,8 +337,8 @@ TEST(ConfCache, ACustomLevelMaySetTheOutputToo)
     EXPECT_EQ(log.level(3), 5);
 }
 
-// The generation that stands in a cached level comes back after 256 changes.
-TEST(ConfCache, ALevelFromLongAgoDoesNotComeBackWithItsGeneration)
+// Programs of earlier headers compare a generation of eight bits, which would come back.
+TEST(ConfCache, ALevelFromLongAgoDoesNotComeBack)
 {
     const FileLog log("Net 3 4 [(7;10.0.0.0)]\n");
     for (int changes = 250; changes <= 260; ++changes)
