@@ -31,10 +31,11 @@ constexpr int MOST_STAND_BYS = 20;
 
 struct Shared
 {
-    kor::win::NamedSection section =
-        kor::win::NamedSection::find_or_create(kor::core::WATCH_TABLE_NAME.data(), sizeof(kor::core::WatchTable));
-    OwnedHandle turn = kor::win::find_or_create_mutex(kor::core::WATCH_TURN_NAME.data());
-    OwnedHandle wake = kor::win::find_or_create_event(kor::core::WATCH_WAKE_NAME.data());
+    kor::win::OwnersSecurity security{kor::win::OwnersSecurity::Owner::BY_NUMBER};
+    kor::win::NamedSection section = kor::win::NamedSection::find_or_create(
+        kor::core::WATCH_TABLE_NAME.data(), sizeof(kor::core::WatchTable), security);
+    OwnedHandle turn = kor::win::find_or_create_mutex(kor::core::WATCH_TURN_NAME.data(), security);
+    OwnedHandle wake = kor::win::find_or_create_event(kor::core::WATCH_WAKE_NAME.data(), security);
 
     explicit operator bool() const noexcept { return section.view() != nullptr && turn && wake; }
     kor::core::WatchTable& table() const noexcept { return *static_cast<kor::core::WatchTable*>(section.view()); }

@@ -66,11 +66,12 @@ Watched* find_or_make_watched(const char*& wrong) noexcept
     if (Watched* const made = watched; made != nullptr || !guard.held())
         return made;
     const core::ProcessIdentity identity = own_identity();
-    auto section = win::NamedSection::create(core::WatchName(identity).text(), sizeof(WatchedProcess));
-    auto table = win::NamedSection::find_or_create(core::WATCH_TABLE_NAME.data(), sizeof(core::WatchTable));
-    win::OwnedHandle news = win::find_or_create_event(core::WatchName(identity, core::WATCH_NEWS).text());
-    win::OwnedHandle answer = win::find_or_create_event(core::WatchName(identity, core::WATCH_ANSWER).text());
-    win::OwnedHandle wake = win::find_or_create_event(core::WATCH_WAKE_NAME.data());
+    win::OwnersSecurity security(win::OwnersSecurity::Owner::BY_NUMBER);
+    auto section = win::NamedSection::create(core::WatchName(identity).text(), sizeof(WatchedProcess), security);
+    auto table = win::NamedSection::find_or_create(core::WATCH_TABLE_NAME.data(), sizeof(core::WatchTable), security);
+    win::OwnedHandle news = win::find_or_create_event(core::WatchName(identity, core::WATCH_NEWS).text(), security);
+    win::OwnedHandle answer = win::find_or_create_event(core::WatchName(identity, core::WATCH_ANSWER).text(), security);
+    win::OwnedHandle wake = win::find_or_create_event(core::WATCH_WAKE_NAME.data(), security);
     if (section.view() == nullptr || table.view() == nullptr || !news || !answer || !wake)
     {
         wrong = "what it shares with its watcher cannot be made";

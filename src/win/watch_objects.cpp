@@ -6,8 +6,6 @@
 #include <string>
 #include <utility>
 
-#include "win/owners_security.h"
-
 namespace kor::win
 {
 std::uint64_t watch_time() noexcept
@@ -27,18 +25,16 @@ core::ProcessIdentity identity_of(HANDLE process) noexcept
     return {::GetProcessId(process), std::uint64_t{created.dwHighDateTime} << 32 | created.dwLowDateTime};
 }
 
-NamedSection NamedSection::create(const char* name, std::size_t size) noexcept
+NamedSection NamedSection::create(const char* name, std::size_t size, OwnersSecurity& security) noexcept
 {
-    OwnersSecurity security(OwnersSecurity::Owner::BY_NUMBER);
     ::SetLastError(ERROR_SUCCESS);
     OwnedHandle mapping(::CreateFileMappingA(
         INVALID_HANDLE_VALUE, security.attributes(), PAGE_READWRITE, 0, static_cast<DWORD>(size), name));
     return ::GetLastError() == ERROR_ALREADY_EXISTS ? NamedSection() : adopt(std::move(mapping), size);
 }
 
-NamedSection NamedSection::find_or_create(const char* name, std::size_t size) noexcept
+NamedSection NamedSection::find_or_create(const char* name, std::size_t size, OwnersSecurity& security) noexcept
 {
-    OwnersSecurity security(OwnersSecurity::Owner::BY_NUMBER);
     return adopt(
         OwnedHandle(::CreateFileMappingA(
             INVALID_HANDLE_VALUE, security.attributes(), PAGE_READWRITE, 0, static_cast<DWORD>(size), name)),
@@ -61,9 +57,8 @@ NamedSection NamedSection::adopt(OwnedHandle mapping, std::size_t size) noexcept
     return section;
 }
 
-OwnedHandle find_or_create_event(const char* name) noexcept
+OwnedHandle find_or_create_event(const char* name, OwnersSecurity& security) noexcept
 {
-    OwnersSecurity security(OwnersSecurity::Owner::BY_NUMBER);
     return OwnedHandle(::CreateEventA(security.attributes(), FALSE, FALSE, name));
 }
 
@@ -72,9 +67,8 @@ OwnedHandle open_event(const char* name) noexcept
     return OwnedHandle(::OpenEventA(SYNCHRONIZE | EVENT_MODIFY_STATE, FALSE, name));
 }
 
-OwnedHandle find_or_create_mutex(const char* name) noexcept
+OwnedHandle find_or_create_mutex(const char* name, OwnersSecurity& security) noexcept
 {
-    OwnersSecurity security(OwnersSecurity::Owner::BY_NUMBER);
     return OwnedHandle(::CreateMutexA(security.attributes(), FALSE, name));
 }
 

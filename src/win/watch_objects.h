@@ -10,6 +10,7 @@
 
 #include "core/watch_layout.h"
 #include "win/owned.h"
+#include "win/owners_security.h"
 
 namespace kor::win
 {
@@ -26,9 +27,9 @@ public:
     NamedSection() noexcept = default;
 
     /// All zeros. None where there is one of that name.
-    static NamedSection create(const char* name, std::size_t size) noexcept;
+    static NamedSection create(const char* name, std::size_t size, OwnersSecurity& security) noexcept;
     /// The one there is, or a new one.
-    static NamedSection find_or_create(const char* name, std::size_t size) noexcept;
+    static NamedSection find_or_create(const char* name, std::size_t size, OwnersSecurity& security) noexcept;
     static NamedSection open(const char* name, std::size_t size) noexcept;
     /// mapping: a handle of a section, which goes along.
     static NamedSection adopt(OwnedHandle mapping, std::size_t size) noexcept;
@@ -43,11 +44,11 @@ private:
 };
 
 /// An event that resets itself. Null when that fails.
-OwnedHandle find_or_create_event(const char* name) noexcept;
+OwnedHandle find_or_create_event(const char* name, OwnersSecurity& security) noexcept;
 OwnedHandle open_event(const char* name) noexcept;
 
 /// A mutex that nobody has yet, or the one there is.
-OwnedHandle find_or_create_mutex(const char* name) noexcept;
+OwnedHandle find_or_create_mutex(const char* name, OwnersSecurity& security) noexcept;
 
 /// True as long as the process of that handle has not ended.
 bool is_running(HANDLE process) noexcept;
