@@ -162,7 +162,8 @@ def watched_rows(directory):
 
     create = figure("joined", "create_process_ms")
     rows = []
-    for kind, what in (("first", "the first of them, which starts it"), ("joined", "that finds one there")):
+    for kind, what in (("first", "the first of them, which starts it"),
+                       ("background", "the same, in the background"), ("joined", "that finds one there")):
         time = figure(kind, "start_ms")
         rows.append([f"startWatcher of a host: {what}", f"{time:.1f} ms", "", f"{create:.1f} ms", f"{time / create:.2f}"]
                     + judged((time / create, 1, "")))

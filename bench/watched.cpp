@@ -1,5 +1,5 @@
-// What a watcher costs its hosts: whole runs of watched_host.exe, of which the first ones start the watcher and the others
-// find one there. Prints JSON.
+// What a watcher costs its hosts: whole runs of watched_host.exe, of which the first ones start the watcher, at once or in the
+// background, and the others find one there. Prints JSON.
 //
 // Run it with everything on one processor, as startup.cpp.
 
@@ -34,10 +34,11 @@ void wait_until_no_watcher_is_there()
     }
 }
 
-std::vector<double> run_host(const LogDirectory& directory)
+std::vector<double> run_host(const LogDirectory& directory, const char* how)
 {
     ChildOptions options = directory.for_child();
     options.program = beside_this_program("watched_host.exe");
+    options.arguments = {how};
     const Child host("measured", options);
     const ChildResult result = host.wait(PATIENCE_MS);
     if (!result.finished || result.exit_code != 0)
@@ -51,13 +52,13 @@ std::vector<double> run_host(const LogDirectory& directory)
     return figures;
 }
 
-void print_runs(const char* name, const LogDirectory& directory, void (*prepare)())
+void print_runs(const char* name, const LogDirectory& directory, const char* how, void (*prepare)())
 {
     std::vector<std::vector<double>> of_figure(std::size(FIGURES));
     for (int i = 0; i < RUNS; ++i)
     {
         prepare();
-        const std::vector<double> figures = run_host(directory);
+        const std::vector<double> figures = run_host(directory, how);
         for (std::size_t figure = 0; figure < figures.size(); ++figure)
             of_figure[figure].push_back(figures[figure]);
     }
@@ -72,13 +73,15 @@ int main()
 {
     const LogDirectory directory(full_configuration());
     std::printf("{");
-    print_runs("first", directory, &wait_until_no_watcher_is_there);
+    print_runs("first", directory, "at_once", &wait_until_no_watcher_is_there);
+    std::printf(", ");
+    print_runs("background", directory, "in_background", &wait_until_no_watcher_is_there);
     std::printf(", ");
     wait_until_no_watcher_is_there();
     KorGLog.Open("holder.log", "bench", false);
     if (!Kor_CrashHandlers::Install() || !Kor_SessionLogHost::startWatcher())
         fail("no watcher");
-    print_runs("joined", directory, [] {});
+    print_runs("joined", directory, "at_once", [] {});
     std::printf("}\n");
     return 0;
 }

@@ -1,9 +1,10 @@
-// A host that asks for a watcher. Prints the milliseconds that this call takes, those of CreateProcess for a program that
+// A host that asks for a watcher, at once or in the background. Prints the milliseconds that this call takes, those of CreateProcess for a program that
 // does nothing, and the nanoseconds of a line and of a message that nobody wants, before and after.
 
 #include <chrono>
 #include <cstdio>
 #include <string>
+#include <string_view>
 
 #include "Kor_CrashHandlers.h"
 #include "Kor_LogFile.h"
@@ -49,7 +50,7 @@ double message_ns(int level, int count)
 }
 } // namespace
 
-int main()
+int main(int, char** argv)
 {
     constexpr int LINES = 4'000;
     constexpr int REJECTED = 1'000'000;
@@ -60,8 +61,9 @@ int main()
     message_ns(WANTED_LEVEL, LINES); // what a first line makes is made
     const double line_before = message_ns(WANTED_LEVEL, LINES);
     const double rejected_before = message_ns(REJECTED_LEVEL, REJECTED);
+    const bool in_background = argv[1] == std::string_view("in_background");
     const auto before = Clock::now();
-    if (!Kor_SessionLogHost::startWatcher())
+    if (!(in_background ? Kor_SessionLogHost::startWatcherInBackground() : Kor_SessionLogHost::startWatcher()))
         fail("no watcher");
     const double start = since<std::milli>(before);
     ::Sleep(TIME_TO_BEGIN_MS);

@@ -122,6 +122,7 @@ private:
     void saveState();
     void load_state();
     bool start_watcher(const char*& wrong) noexcept;
+    bool prepare_watcher(const char*& wrong) noexcept;
     void load_dlls() noexcept;
     void find_process_name() noexcept;
     void reserve_memory();
@@ -155,11 +156,17 @@ struct KOR_API Kor_SessionLogHost
     /// there is none: then all is as without.
     static bool startWatcher();
 
+    /// The same for a host whose start is not to wait for that of another program: a thread looks for the watcher and starts
+    /// it, and writes the warning when there is none. Until then, some milliseconds, a crash is as without; heartbeats and
+    /// events count from the call on. False, with a warning, when nothing is under way. Keeps the library loaded as
+    /// long as that thread runs.
+    static bool startWatcherInBackground();
+
     /// Promises the watcher a next call within so many milliseconds, from any thread. Where it does not come, the watcher
     /// writes a minidump and a report of the process as it hangs, once, and a line in hangs.log, where another one says when
     /// it is back. 0: nothing is promised any more. name: of at most 47 bytes, one for each promise; there is room for 16.
-    /// False without startWatcher, and where there is no room. Takes less than a microsecond, and no lock but for the first
-    /// call of a name; one that promises more than the last one also wakes the watcher.
+    /// False where no watcher was asked for, and where there is no room. Takes less than a microsecond, and no lock but for
+    /// the first call of a name; one that promises more than the last one also wakes the watcher.
     static bool heartbeat(const char* name, unsigned milliseconds);
 };
 

@@ -555,9 +555,13 @@ extern "C"
      * then as without. Since 1.1. */
     LUM_API int LUM_CALL lum_watch_start(void);
 
+    /** The same, but a thread of the library's own looks for the watcher and starts it, so that the host's start does not wait
+     * for another program's; the warning comes from there. LUM_OK when that is under way. Since 1.1. */
+    LUM_API int LUM_CALL lum_watch_start_in_background(void);
+
     /** Promises the watcher a next call within so many milliseconds, from any thread; where it does not come, a minidump and
      * a report are written of the program as it hangs. 0: nothing is promised any more. name: of at most 47 bytes.
-     * LUM_FAILED without lum_watch_start, and with more than 16 names. Since 1.1. */
+     * LUM_FAILED where no watcher was asked for, and with more than 16 names. Since 1.1. */
     LUM_API int LUM_CALL lum_heartbeat(const char* name, unsigned int milliseconds);
 
 #ifdef __cplusplus

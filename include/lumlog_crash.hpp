@@ -71,6 +71,9 @@ inline bool install_crash_handlers()
 /// See lum_watch_start.
 inline bool start_watcher() { return ::lum_watch_start() == LUM_OK; }
 
+/// See lum_watch_start_in_background.
+inline bool start_watcher_in_background() { return ::lum_watch_start_in_background() == LUM_OK; }
+
 /// See lum_heartbeat.
 inline bool heartbeat(const char* name, unsigned int milliseconds)
 {

@@ -342,14 +342,22 @@ void Kor_SessionLog::enable()
 }
 
 bool Kor_SessionLog::start_watcher(const char*& wrong) noexcept
+{
+    return prepare_watcher(wrong) && kor::watched.load()->find_or_start_watcher(wrong);
+}
+
+/// All but the watcher itself.
+bool Kor_SessionLog::prepare_watcher(const char*& wrong) noexcept
 try
 {
+    if (m_content == nullptr)
+        return false;
     kor::Watched* const process = kor::find_or_make_watched(wrong);
     if (process == nullptr)
         return false;
     process->set_names(m_content->watched_names());
     process->set_line_only(bOnlyReportToCrashLogFile);
-    return process->find_or_start_watcher(wrong);
+    return true;
 }
 catch (...)
 {
@@ -551,40 +559,4 @@ const wchar_t* Kor_SessionLog::getStateFullPath()
 const std::list<_MINIDUMP_MODULE_CALLBACK>& Kor_SessionLog::getModulesList() const noexcept
 {
     return m_content == nullptr ? no_modules : m_content->modules.list();
-}
-
-// What the host alone may have done ------------------------------------------------------------------------------
-void Kor_SessionLogHost::reportToCrashLogFile(_EXCEPTION_POINTERS* exception)
-{
-    if (Kor_SessionLog* const instance = Kor_SessionLog::myInstance)
-        instance->reportToCrashLogFile(exception);
-}
-
-void Kor_SessionLogHost::saveState()
-{
-    if (Kor_SessionLog* const instance = Kor_SessionLog::myInstance)
-        instance->saveState();
-}
-
-void Kor_SessionLogHost::destroy() { delete Kor_SessionLog::myInstance; }
-
-bool Kor_SessionLogHost::startWatcher()
-{
-    const KeptErrors kept;
-    const char* wrong = "Kor_SessionLog is not there, or not switched on";
-    Kor_SessionLog* const instance = Kor_SessionLog::myInstance;
-    if (instance != nullptr && instance->m_content != nullptr && instance->start_watcher(wrong))
-        return true;
-    KOR_GENERAL_LOG(
-        SOURCE, "Kor_SessionLogHost::startWatcher", kor::LEVEL_WARNING, "This process is not watched: %s.\n", wrong);
-    return false;
-}
-
-bool Kor_SessionLogHost::heartbeat(const char* name, unsigned milliseconds)
-{
-    if (name == nullptr)
-        return false;
-    const KeptErrors kept;
-    kor::Watched* const process = kor::watched.load(std::memory_order_acquire);
-    return process != nullptr && process->heartbeat(name, milliseconds);
 }

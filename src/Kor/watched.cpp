@@ -26,6 +26,7 @@ constexpr DWORD CLAIM_MS = 2'000;
 constexpr DWORD DUMP_MS = 25'000;
 
 win::OwnerLock watched_lock;
+win::OwnerLock heartbeats_lock; // of its own: a promise does not wait for the start of a watcher
 
 core::ProcessIdentity own_identity() noexcept
 {
@@ -115,6 +116,7 @@ bool Watched::find_or_start_watcher(const char*& wrong) noexcept
         wrong = "LUMlogWatch.exe, which is to be beside LUMlog.dll or the program, does not start";
     change_request(DumpRequest::WITHDRAWN, DumpRequest::NONE); // of when there was none
     entry->is_ready.store(1, std::memory_order_release);       // also without: somebody else may start one
+    m_has_begun.store(true, std::memory_order_release);
     tell_recorder();
     ::SetEvent(m_wake.get());
     return is_there;
@@ -218,12 +220,18 @@ void Watched::tell_event(const core::ToldEvent& event) noexcept
 
 void Watched::tell_recorder() noexcept
 {
+    // Whoever comes second, of a recorder and of a watcher that are started at the same time, sees the other.
+    std::atomic_thread_fence(std::memory_order_seq_cst);
     const Recorder* const lines = recorder.load(std::memory_order_acquire);
-    if (lines == nullptr || !m_watcher || told().recorder_handle != 0)
+    if (lines == nullptr || !m_has_begun.load(std::memory_order_acquire) || !m_watcher ||
+        m_recorder_is_told.exchange(true))
         return;
     const std::uint32_t handle = win::give_handle(m_watcher.get(), lines->mapping());
     if (handle == 0)
+    {
+        m_recorder_is_told = false;
         return;
+    }
     told().recorder_handle = handle;
     told().recorder_is_for.store(::GetProcessId(m_watcher.get()), std::memory_order_release);
     ::SetEvent(m_news.get());
@@ -238,7 +246,7 @@ bool Watched::heartbeat(std::string_view name, DWORD period_ms) noexcept
         is_told = core::tell_heartbeat(to, name, period_ms, win::watch_time());
     else
     {
-        const win::OwnerLockGuard guard(watched_lock);
+        const win::OwnerLockGuard guard(heartbeats_lock);
         is_told = guard.held() && core::tell_heartbeat(to, name, period_ms, win::watch_time());
     }
     if (is_told && is_hastened)
@@ -277,7 +285,8 @@ void Watched::wait_while(DumpRequest state, DWORD limit_ms) noexcept
 bool Watched::dump(std::wstring_view name, EXCEPTION_POINTERS* exception, ModuleList& modules) noexcept
 {
     WatchedProcess& to = told();
-    if (name.size() >= std::size(to.dump_name) || !change_request(DumpRequest::NONE, DumpRequest::FILLING))
+    if (!m_has_begun.load(std::memory_order_acquire) || name.size() >= std::size(to.dump_name) ||
+        !change_request(DumpRequest::NONE, DumpRequest::FILLING))
         return false;
     to.crashed_thread = ::GetCurrentThreadId();
     to.exception = reinterpret_cast<std::uintptr_t>(exception);

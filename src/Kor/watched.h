@@ -53,7 +53,7 @@ public:
 
     /// Has the watcher write a minidump of this process, and put the modules that it finds into modules. name: of the file.
     /// False when it did not: then nobody writes one, and the caller may. Takes no memory and no lock of others, and two
-    /// seconds where no watcher answers.
+    /// seconds where no watcher answers; none as long as the first one is being started.
     bool dump(std::wstring_view name, EXCEPTION_POINTERS* exception, ModuleList& modules) noexcept;
 
 private:
@@ -76,6 +76,8 @@ private:
     win::OwnedHandle m_wake;
     win::OwnedHandle m_watcher; // its process
     core::WatchedEntry* m_entry = nullptr;
+    std::atomic<bool> m_has_begun{false}; // from then on other threads may look at the watcher's process
+    std::atomic<bool> m_recorder_is_told{false};
 };
 
 /// Null as long as nobody has asked for a watcher.

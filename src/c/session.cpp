@@ -304,6 +304,11 @@ int lum_watch_start(void)
     return contained(LUM_FAILED, [] { return Kor_SessionLogHost::startWatcher() ? LUM_OK : LUM_FAILED; });
 }
 
+int lum_watch_start_in_background(void)
+{
+    return contained(LUM_FAILED, [] { return Kor_SessionLogHost::startWatcherInBackground() ? LUM_OK : LUM_FAILED; });
+}
+
 int lum_heartbeat(const char* name, unsigned int milliseconds)
 {
     return Kor_SessionLogHost::heartbeat(name, milliseconds) ? LUM_OK : LUM_FAILED;
