@@ -57,6 +57,14 @@ def case_CrashesAreCountedByWeekVersionAndModule():
                          "week of 2026-11-16: 1 in viewer 7.1, store.dll", "week of 2026-11-16: 1 in viewer 7.2, viewer.exe"])
 
 
+def case_AnExceptionHasItsNameOrElseItsCode():
+    for code, description, shown in (("0xc0000005", "EXCEPTION_ACCESS_VIOLATION", "EXCEPTION_ACCESS_VIOLATION"),
+                                     ("0xc0000409", "EXCEPTION_UNKNOWN", "Fast-fail"), ("0x12", "EXCEPTION_UNKNOWN", "0x12"),
+                                     ("0x12", None, "0x12")):
+        exception = {"code": code, "description": description, "module": "viewer.exe", "offset": "0x1560"}
+        same(page_of(crash(exceptions=[exception])).section("crashes").rows()[0][6], shown)
+
+
 def case_TheHeightOfABarIsItsNumber():
     page = page_of(crash() * 3 + crash(module="a.dll"))
     heights = [float(bar.attributes["height"]) for bar in page.one("svg", class_="picture").all("rect")]

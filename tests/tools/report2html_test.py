@@ -123,6 +123,14 @@ def case_AnExceptionWithoutDescriptionHasItsCodeAsHeadline():
     same(page_of(report(session("<Exception/>"))).one("h1").text(), "Exception")
 
 
+def case_AnExceptionThatTheLibraryHasNoNameForHasOneHere():
+    for code, name in (("0xc0000409", "Fast-fail"), ("0xC0000374", "Broken heap"), ("0xe0000003", "Hang"),
+                       ("0x1234", "0x1234")):
+        page = page_of(report(session(f'<Exception Code="{code}" Description="EXCEPTION_UNKNOWN"/>')))
+        same(page.one("h1").text(), name)
+        same(page.section("exception").facts()["Description"], "EXCEPTION_UNKNOWN")
+
+
 # Sections ----------------------------------------------------------------------------------------------------------
 def case_SectionsHaveLinksWithCounts():
     page = page_of(report(session(SYSTEM, EXCEPTION, MODULES), context=event(), history=event() * 3, errors=event() * 2,

@@ -8,6 +8,11 @@ from lumlog_tools.reading import hexadecimal, moment, whole_number
 from lumlog_tools.writing import clip
 
 ROOT = "lumariscontext"
+# What the library's own table calls so, as the codes came later or are the handlers' and the watcher's own.
+UNKNOWN = "EXCEPTION_UNKNOWN"
+NAMES = {
+    0xC0000374: "Broken heap", 0xC0000409: "Fast-fail", 0xC0000602: "Fast-fail",
+    0xE0000001: "abort()", 0xE0000002: "std::terminate()", 0xE0000003: "Hang"}
 # What a state file lacks, in the order of the page.
 ENTRY_PARTS = ("context", "history", "errors", "warnings")
 SAMPLES = ("weight", "totaltimeinmilliseconds", "unittimeinmilliseconds")
@@ -18,6 +23,12 @@ DAMAGED_REPORT = "This report is damaged: it cannot be read from byte {position:
 ENDINGS = {expat.errors.codes[message] for message in (
     expat.errors.XML_ERROR_NO_ELEMENTS, expat.errors.XML_ERROR_UNCLOSED_TOKEN, expat.errors.XML_ERROR_PARTIAL_CHAR,
     expat.errors.XML_ERROR_UNCLOSED_CDATA_SECTION)}
+
+
+def exception_name(known):
+    """What an exception is called; None when it is known by no more than its code, if that."""
+    description = known.get("Description")
+    return NAMES.get(hexadecimal(known.get("Code"))) if description == UNKNOWN else description
 
 
 class Entry:
