@@ -344,7 +344,8 @@ def case_FoldersThatAreNoneAreWrongArguments():
     Dump().write()
     for arguments in (["--symbols", "nowhere"], ["--symbols", "crash.dmp"], ["--frames", "0"], ["--frames", "x"],
                       ["--seconds", "9" * 5000], []):
-        run(*(["crash.dmp", *arguments] if arguments else []), status=2)
+        errors = run(*(["crash.dmp", *arguments] if arguments else []), status=2)[1]
+        check("--symbols" not in arguments or f"{arguments[-1]} is no folder" in errors, errors)
 
 
 def case_WhatIsNoMinidumpIsRefused():
