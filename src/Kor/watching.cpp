@@ -5,6 +5,7 @@
 #include <memory>
 #include <optional>
 #include <utility>
+#include <vector>
 
 #include "Kor/crash_files.h"
 #include "Kor/last_lines.h"
@@ -86,7 +87,10 @@ WatchedByUs::WatchedByUs(core::WatchedEntry& entry, const DumpWriter& dumps)
     if (m_section.view() != nullptr && !core::is_watched_process(told(), sizeof(WatchedProcess), m_identity))
         m_section = win::NamedSection();
     if (m_section.view() != nullptr)
+    {
         m_folder_at_begin = core::watched_folder(told());
+        m_heartbeats.take_over(told());
+    }
     m_news = win::open_event(core::WatchName(m_identity, core::WATCH_NEWS).text());
     m_answer = win::open_event(core::WatchName(m_identity, core::WATCH_ANSWER).text());
     entry.handles_are_for.store(0);
@@ -218,7 +222,10 @@ void WatchedByUs::tell_modules() noexcept
 // Hangs --------------------------------------------------------------------------------------------------------------
 void WatchedByUs::look_at_heartbeats()
 {
-    for (const core::LateHeartbeat& late : m_heartbeats.look(told(), win::watch_time()))
+    const std::vector<core::LateHeartbeat> changes = m_heartbeats.look(told(), win::watch_time());
+    // First: should this watcher be ended over it, the next one does not tell it again.
+    shared().late_heartbeats.store(m_heartbeats.late());
+    for (const core::LateHeartbeat& late : changes)
     {
         tell_hang(late);
         if (!late.is_back)

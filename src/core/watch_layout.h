@@ -161,7 +161,7 @@ struct WatchedProcess
     WatchedEvent event_ring[WATCHED_EVENTS];
 
     SharedWord module_count;
-    std::uint32_t unused;
+    SharedWord late_heartbeats; ///< a bit for each whose silence has been told, for the watcher that takes over
     WatchedModule modules[MOST_WATCHED_MODULES];
 };
 

@@ -183,6 +183,24 @@ std::uint32_t watched_module_count(const WatchedProcess& from) noexcept
 }
 
 // Heartbeats -----------------------------------------------------------------------------------------------------------
+void HeartbeatWatch::take_over(const WatchedProcess& from) noexcept
+{
+    const std::uint32_t late = from.late_heartbeats.load(std::memory_order_relaxed);
+    for (std::uint32_t slot = 0; slot < MOST_HEARTBEATS; ++slot)
+    {
+        m_states[slot].is_late = (late >> slot & 1) != 0;
+        m_states[slot].late_since = from.heartbeats[slot].beat.load(std::memory_order_relaxed);
+    }
+}
+
+std::uint32_t HeartbeatWatch::late() const noexcept
+{
+    std::uint32_t late = 0;
+    for (std::uint32_t slot = 0; slot < MOST_HEARTBEATS; ++slot)
+        late |= std::uint32_t{m_states[slot].is_late} << slot;
+    return late;
+}
+
 std::vector<LateHeartbeat> HeartbeatWatch::look(const WatchedProcess& from, WatchTime now)
 {
     std::vector<LateHeartbeat> changes;

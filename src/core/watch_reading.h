@@ -77,6 +77,12 @@ class HeartbeatWatch
 public:
     static constexpr WatchTime NEVER = ~WatchTime{0};
 
+    /// Knows of what the watcher before this one has told.
+    void take_over(const WatchedProcess& from) noexcept;
+
+    /// A bit for each that is late.
+    std::uint32_t late() const noexcept;
+
     /// What has changed since the last time. Nobody is late while the process writes of its crash; and where this was called
     /// long after it should have been, as the machine stood still, everybody gets their time once more.
     std::vector<LateHeartbeat> look(const WatchedProcess& from, WatchTime now);

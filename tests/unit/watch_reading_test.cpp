@@ -265,6 +265,28 @@ TEST(WatchedHeartbeats, ThatAreTakenBackWhileTheyAreLateAreBack)
     EXPECT_EQ(back[0].silence, 2000u);
 }
 
+TEST(WatchedHeartbeats, ThatAreLateAlreadyAreNotToldAgainByTheNextWatcher)
+{
+    const auto process = make_process();
+    HeartbeatWatch first;
+    kor::core::tell_heartbeat(*process, "reader", 10'000, 1000);
+    kor::core::tell_heartbeat(*process, "gui", 100, 1000);
+    ASSERT_EQ(first.look(*process, 2000).size(), 1u);
+    process->late_heartbeats = first.late();
+    EXPECT_EQ(process->late_heartbeats, 2u);
+
+    HeartbeatWatch next;
+    next.take_over(*process);
+    EXPECT_TRUE(next.look(*process, 3000).empty());
+    kor::core::tell_heartbeat(*process, "gui", 60'000, 3200);
+    const auto back = next.look(*process, 3500);
+    ASSERT_EQ(back.size(), 1u);
+    EXPECT_TRUE(back[0].is_back);
+    EXPECT_EQ(back[0].silence, 2200u);
+    EXPECT_EQ(next.late(), 0u);
+    EXPECT_EQ(next.look(*process, 11'500).size(), 1u); // the other one
+}
+
 TEST(WatchedHeartbeats, FromTheFutureAreBackNow)
 {
     const auto process = make_process();

@@ -98,6 +98,39 @@ TEST(Heartbeats, ThatDoNotComeAreToldOnceAndAgainWhenTheyAreBack)
     EXPECT_EQ(left.crashes(), 0u);
 }
 
+void end_watcher(unsigned long process)
+{
+    const HANDLE watcher = ::OpenProcess(PROCESS_TERMINATE, FALSE, process);
+    EXPECT_TRUE(::TerminateProcess(watcher, 1));
+    ::CloseHandle(watcher);
+}
+
+TEST(Heartbeats, ThatDoNotComeAreToldOnceThoughAnotherWatcherTakesOver)
+{
+    const Leavings left;
+    const Signal come_back("watch_come_back");
+    const Signal end("watch_hang_end");
+    ChildOptions options = left.directory().for_child();
+    options.arguments = {"watch_come_back", "watch_hang_end"};
+    Child host("hangs_and_comes_back", options);
+    host.ensure_begun();
+    ASSERT_TRUE(comes_true([&] { return left.report("hang-").find("</lumariscontext>") != std::string::npos; }));
+
+    const unsigned long first = Kor_SessionLogWatcher::FindWatcher();
+    end_watcher(first);
+    const auto next = [] { return Kor_SessionLogWatcher::FindWatcher(); };
+    ASSERT_TRUE(comes_true([&] { return next() != 0 && next() != first; }));
+    come_back.give();
+    const auto lines = [&] { return lines_of(left.directory().text("hangs.log")); };
+    ASSERT_TRUE(comes_true([&] { return left.directory().text("hangs.log").find("back after") != std::string::npos; }));
+    EXPECT_EQ(lines().size(), 2u);
+    EXPECT_EQ(left.dumps(), 1u);
+    EXPECT_EQ(left.files("hang-", ".xml").size(), 1u);
+    end.give();
+    EXPECT_EQ(host.wait(PATIENCE_MS).exit_code, 0u);
+    EXPECT_TRUE(nobody_is_watched());
+}
+
 TEST(Heartbeats, ThatPromiseMoreThanBeforeAreWaitedForAtOnce)
 {
     for (const char* const before : {"0", "1800000"})
