@@ -34,15 +34,21 @@ endif()
 set(CMAKE_C_VISIBILITY_PRESET hidden)
 set(CMAKE_CXX_VISIBILITY_PRESET hidden)
 
-# lumlog_add_symbols(TARGET): for debuggers, in the last form in which LLDB 14 finds the names of sources. These are as seen
-# from the tree's root, whoever builds it and where.
+# lumlog_add_symbols(TARGET): for debuggers, with Clang for a PDB, else in the last form in which LLDB 14 finds the names of
+# sources. These are as seen from the tree's root, whoever builds it and where.
 function(lumlog_add_symbols target)
     file(RELATIVE_PATH way_back ${PROJECT_BINARY_DIR} ${PROJECT_SOURCE_DIR})
     target_compile_options(
         ${target}
-        PRIVATE -gdwarf-4 -ffile-prefix-map=${PROJECT_SOURCE_DIR}/=./ -ffile-prefix-map=${way_back}=./
+        PRIVATE -g $<IF:$<CXX_COMPILER_ID:Clang>,-gcodeview,-gdwarf-4> -ffile-prefix-map=${PROJECT_SOURCE_DIR}/=./
+                -ffile-prefix-map=${way_back}=./
                 -ffile-prefix-map=${PROJECT_BINARY_DIR}=.)
     foreach(prefix IN LISTS CMAKE_PREFIX_PATH)
         target_compile_options(${target} PRIVATE -ffile-prefix-map=${prefix}/=./dependencies/)
     endforeach()
+endfunction()
+
+# lumlog_make_pdb(TARGET): a PDB beside what Clang and LLD link, which names it without its folder.
+function(lumlog_make_pdb target)
+    target_link_options(${target} PRIVATE -Wl,--pdb= -Wl,-Xlink=-pdbaltpath:%_PDB%)
 endfunction()

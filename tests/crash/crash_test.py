@@ -188,7 +188,7 @@ def names_of(stack):
 
 
 def expect_stack(host, functions, crashed):
-    """Of the thread that crashed, from the top and without the library's handlers, whose names are in no file here. One is
+    """Of the thread that crashed, from the top and without the library's handlers, whose names are not in all builds in a file. One is
     that which did it, and the host's. Returns the stacks."""
     stacks = read_stacks(host, host.program.parent, *SYSTEM_DLLS)
     expect("thread on top", stacks["threads"][0]["id"], stacks["exception"]["thread"])
@@ -485,9 +485,13 @@ def names_of_a_thread_from_a_pdb(host):
 
 
 def names_of_a_pure_virtual_call_from_a_pdb(host):
-    """Behind functions of the library and of the C++ runtime, which have no symbols."""
+    """Behind functions of the library, which has a PDB of its own, and of the C++ runtime, which has no symbols."""
     host.run("pure-call", 0xe0000002)
-    expect_stack(host, [], "Unfinished::call")
+    stacks = expect_stack(host, [], "Unfinished::call")
+    sources = {pathlib.PurePosixPath(frame["file"]).name for frame in stacks["threads"][0]["frames"]
+               if frame["module"] == "LUMlog.dll" and frame["function"] and frame["file"]}
+    expect("the library's source that ends the process", sources & {"Kor_CrashHandlers.cpp"}, {"Kor_CrashHandlers.cpp"})
+    expect("what the library lacks", [lack for lack in stacks["missing"] if lack["module"] == "LUMlog.dll"], [])
 
 
 def an_ordinary_end_and_the_next_process(host):

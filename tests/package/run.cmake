@@ -61,6 +61,14 @@ expect(symbols "${places}" " main\t[^\n]*main\\.cpp:[0-9]+")
 expect(consumer "${printed}" "linked with LUMlog; a package has 10000 message codes")
 expect(consumer "${printed}" "<statentry type='Album' count='3'>")
 
+# A PDB is installed, and the DLL names it wherever it lies.
+if(WITH_PDB)
+    file(STRINGS ${prefix}/lib/debug/LUMlog.pdb magic LIMIT_COUNT 1)
+    expect(PDB "${magic}" "^Microsoft C/C\\+\\+ MSF 7\\.00")
+    file(STRINGS ${prefix}/bin/LUMlog.dll link REGEX "LUMlog\\.pdb")
+    expect("the DLL's PDB" ";${link};" ";[^/\\\\]*LUMlog\\.pdb;")
+endif()
+
 # expect_refusal(NAME SENTENCE LINE...): a project that begins with these lines does not find the package, and is told why.
 function(expect_refusal name sentence)
     set(source ${WORK_DIR}/${name})
