@@ -77,13 +77,20 @@ final class Lines
     /** What a program of this folder says on standard error when it runs on a virtual machine of its own. */
     static List<String> complaintsOf(Class<?> program, int status, String... options)
     {
+        List<String> arguments = new ArrayList<>(Arrays.asList(options));
+        arguments.addAll(Arrays.asList("-cp", System.getProperty("java.class.path"), program.getName()));
+        return complaintsOf(arguments, status);
+    }
+
+    /** The same of a virtual machine that is told by its arguments what to run. */
+    static List<String> complaintsOf(List<String> arguments, int status)
+    {
         try
         {
             List<String> command = new ArrayList<>();
             command.add(new File(System.getProperty("java.home"), "bin/java").toString());
             command.addAll(Arrays.asList("-XX:+UseSerialGC", "-XX:TieredStopAtLevel=1"));
-            command.addAll(Arrays.asList(options));
-            command.addAll(Arrays.asList("-cp", System.getProperty("java.class.path"), program.getName()));
+            command.addAll(arguments);
             Path errors = Files.createTempFile("lumlog", ".err");
             errors.toFile().deleteOnExit();
             Process process = new ProcessBuilder(command).redirectError(errors.toFile()).start();

@@ -21,6 +21,11 @@ final class ThreadNames
         return name.isEmpty() && isVirtual(thread) ? "virtual-" + thread.getId() : name;
     }
 
+    static boolean isCurrentVirtual()
+    {
+        return isVirtual(Thread.currentThread());
+    }
+
     private static boolean isVirtual(Thread thread)
     {
         try

@@ -118,9 +118,20 @@ final class NativeBackend extends Backend
         }
     }
 
-    @Override
-    int write(int packageNumber, int level, String text)
+    /**
+     * The DLL keeps a name for each thread of the system's. Where several virtual ones take turns on such a one, a text
+     * without a place would be told under the name of whoever was there before.
+     */
+    private static String named(String text)
     {
+        boolean saysItself = text != null && text.indexOf('<') >= 0;
+        return saysItself || !ThreadNames.isCurrentVirtual() ? text : Places.located(null, text);
+    }
+
+    @Override
+    int write(int packageNumber, int level, String unnamed)
+    {
+        String text = named(unnamed);
         KoralClient client = m_hasClients ? KoralClient.current() : null;
         try
         {

@@ -150,7 +150,28 @@ final class NativeLibrary
             return found;
         File folder = folderOfJar();
         found = folder == null ? null : tryFile(code, new File(folder, file));
-        return found != null ? found : tryLoader(new Loader(code, null), "java.library.path");
+        return found != null ? found : tryLibraryPath(code, file);
+    }
+
+    /**
+     * Newer Javas warn of each try to load native code, whether it is there or not. Where no program has the DLL, as in
+     * unit tests on another system, nobody shall read of it.
+     */
+    private Class<?> tryLibraryPath(byte[] code, String file)
+    {
+        String where = "java.library.path";
+        if (file.endsWith(".dll") || isInFolders(System.getProperty(where, ""), file))
+            return tryLoader(new Loader(code, null), where);
+        m_tried.add("not in " + where);
+        return null;
+    }
+
+    private static boolean isInFolders(String folders, String file)
+    {
+        for (String folder : folders.split(File.pathSeparator))
+            if (new File(folder.isEmpty() ? "." : folder, file).isFile())
+                return true;
+        return false;
     }
 
     /** The property may name the DLL or its folder. */
@@ -176,7 +197,9 @@ final class NativeLibrary
         }
         catch (ReflectiveOperationException | LinkageError | RuntimeException failed)
         {
-            String message = String.valueOf(failed.getMessage());
+            // As where the runtime is told to refuse native code.
+            Throwable cause = failed instanceof ExceptionInInitializerError ? failed.getCause() : failed;
+            String message = String.valueOf(cause.getMessage());
             m_tried.add(message.startsWith("no " + LIBRARY) ? "not in " + where : where + ": " + message);
             return null;
         }

@@ -11,4 +11,10 @@ final class ThreadNames
     {
         return Thread.currentThread().getName();
     }
+
+    /** Whether the calling thread takes turns with others on a thread of the system's, as it may from Java 21 on. */
+    static boolean isCurrentVirtual()
+    {
+        return false;
+    }
 }
