@@ -239,19 +239,18 @@ void Watched::tell_recorder() noexcept
 
 bool Watched::heartbeat(std::string_view name, DWORD period_ms) noexcept
 {
-    WatchedProcess& to = told();
-    const bool is_hastened = core::hastens_next_look(to, name, period_ms);
-    bool is_told = false;
-    if (core::is_heartbeat(to, name))
-        is_told = core::tell_heartbeat(to, name, period_ms, win::watch_time());
-    else
+    core::WatchedHeartbeat* heartbeat = core::find_heartbeat(told(), name);
+    if (heartbeat == nullptr)
     {
         const win::OwnerLockGuard guard(heartbeats_lock);
-        is_told = guard.held() && core::tell_heartbeat(to, name, period_ms, win::watch_time());
+        if (guard.held())
+            heartbeat = core::add_heartbeat(told(), name);
     }
-    if (is_told && is_hastened)
+    if (heartbeat == nullptr)
+        return false;
+    if (core::tell_heartbeat(*heartbeat, period_ms, win::watch_time()))
         ::SetEvent(m_news.get());
-    return is_told;
+    return true;
 }
 
 // A minidump from outside ----------------------------------------------------------------------------------------------

@@ -25,20 +25,6 @@ std::string plain_text(const char (&from)[SIZE])
         text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < ' '; }, '?');
     return text;
 }
-
-/// "" when it does not fit, as two names must not become one.
-std::string_view fitting_name(std::string_view name) noexcept
-{
-    return name.size() < sizeof(WatchedHeartbeat::name) ? name : std::string_view();
-}
-
-const WatchedHeartbeat* find_heartbeat(const WatchedProcess& in, std::string_view name) noexcept
-{
-    for (const WatchedHeartbeat& beat : in.heartbeats)
-        if (beat.is_named.load(std::memory_order_acquire) != 0 && bounded(beat.name) == name)
-            return &beat;
-    return nullptr;
-}
 } // namespace
 
 bool is_watched_process(const WatchedProcess& from, std::size_t size, const ProcessIdentity& identity) noexcept
@@ -215,7 +201,7 @@ std::vector<LateHeartbeat> HeartbeatWatch::look(const WatchedProcess& from, Watc
         State& state = m_states[slot];
         if (beat.is_named.load(std::memory_order_acquire) == 0)
             continue;
-        const std::uint32_t period = beat.period_ms.load(std::memory_order_relaxed);
+        const std::uint32_t period = beat.period_ms.load(std::memory_order_acquire);
         const WatchTime last = beat.beat.load(std::memory_order_relaxed);
         const bool is_late = period != 0 && last < now && now - state.counted_from(last) > period &&
                              (!state.is_late || last == state.late_since);
@@ -244,7 +230,7 @@ WatchTime HeartbeatWatch::next_look(const WatchedProcess& from, WatchTime now) c
     for (std::uint32_t slot = 0; slot < MOST_HEARTBEATS; ++slot)
     {
         const WatchedHeartbeat& beat = from.heartbeats[slot];
-        const std::uint32_t period = beat.period_ms.load(std::memory_order_relaxed);
+        const std::uint32_t period = beat.period_ms.load(std::memory_order_acquire);
         if (beat.is_named.load(std::memory_order_acquire) == 0 || (period == 0 && !m_states[slot].is_late))
             continue;
         const State& state = m_states[slot];
@@ -263,36 +249,35 @@ std::uint32_t HeartbeatWatch::time_to_next_look(const WatchedProcess& from, Watc
     return static_cast<std::uint32_t>(std::min<WatchTime>(next - now, WAIT_FOR_EVER - 1)); // a promise may be as long
 }
 
-bool tell_heartbeat(WatchedProcess& to, std::string_view name, std::uint32_t period_ms, WatchTime now) noexcept
+WatchedHeartbeat* find_heartbeat(WatchedProcess& in, std::string_view name) noexcept
 {
-    name = fitting_name(name);
-    if (name.empty())
-        return false;
-    auto* beat = const_cast<WatchedHeartbeat*>(find_heartbeat(to, name));
-    if (beat == nullptr)
-    {
-        beat = std::find_if(
-            std::begin(to.heartbeats), std::end(to.heartbeats),
-            [](const WatchedHeartbeat& one) { return one.is_named.load(std::memory_order_relaxed) == 0; });
-        if (beat == std::end(to.heartbeats))
-            return false;
-        beat->name[name.copy(beat->name, name.size())] = '\0';
-    }
-    beat->beat.store(now, std::memory_order_relaxed);
-    beat->period_ms.store(period_ms, std::memory_order_relaxed);
-    beat->is_named.store(1, std::memory_order_release);
-    return true;
+    for (WatchedHeartbeat& heartbeat : in.heartbeats)
+        if (heartbeat.is_named.load(std::memory_order_acquire) != 0 && bounded(heartbeat.name) == name)
+            return &heartbeat;
+    return nullptr;
 }
 
-bool hastens_next_look(const WatchedProcess& from, std::string_view name, std::uint32_t period_ms) noexcept
+WatchedHeartbeat* add_heartbeat(WatchedProcess& to, std::string_view name) noexcept
 {
-    const WatchedHeartbeat* const beat = find_heartbeat(from, fitting_name(name));
-    const std::uint32_t before = beat == nullptr ? 0 : beat->period_ms.load(std::memory_order_relaxed);
+    if (WatchedHeartbeat* const found = find_heartbeat(to, name))
+        return found;
+    if (name.empty() || name.size() >= sizeof(WatchedHeartbeat::name))
+        return nullptr;
+    WatchedHeartbeat* const added = std::find_if(
+        std::begin(to.heartbeats), std::end(to.heartbeats),
+        [](const WatchedHeartbeat& one) { return one.is_named.load(std::memory_order_relaxed) == 0; });
+    if (added == std::end(to.heartbeats))
+        return nullptr;
+    added->name[name.copy(added->name, name.size())] = '\0';
+    added->is_named.store(1, std::memory_order_release);
+    return added;
+}
+
+bool tell_heartbeat(WatchedHeartbeat& to, std::uint32_t period_ms, WatchTime now) noexcept
+{
+    // In this order: who sees a first promise must not see it kept since the machine was started.
+    to.beat.store(now, std::memory_order_relaxed);
+    const std::uint32_t before = to.period_ms.exchange(period_ms, std::memory_order_acq_rel);
     return period_ms != 0 && (before == 0 || period_ms < before);
-}
-
-bool is_heartbeat(const WatchedProcess& from, std::string_view name) noexcept
-{
-    return find_heartbeat(from, fitting_name(name)) != nullptr;
 }
 } // namespace kor::core

@@ -109,15 +109,16 @@ private:
     WatchTime m_due = NEVER; // when to look next, as of the last look
 };
 
-/// Notes a beat. False when there are as many names already as there is room for, or without a name. For one thread at a
-/// time where the name is new.
-bool tell_heartbeat(WatchedProcess& to, std::string_view name, std::uint32_t period_ms, WatchTime now) noexcept;
+/// Null when there has been no beat of that name.
+WatchedHeartbeat* find_heartbeat(WatchedProcess& in, std::string_view name) noexcept;
 
-/// True when a beat of that name promises more than the one before: the watcher has to look earlier than it was going to.
-bool hastens_next_look(const WatchedProcess& from, std::string_view name, std::uint32_t period_ms) noexcept;
+/// Finds it too, and otherwise takes room for it, where it promises nothing yet. Null without a name or with one that does
+/// not fit, as two names must not become one, and when there are as many already as there is room for. For one thread at a
+/// time.
+WatchedHeartbeat* add_heartbeat(WatchedProcess& to, std::string_view name) noexcept;
 
-/// True when there has been a beat of that name.
-bool is_heartbeat(const WatchedProcess& from, std::string_view name) noexcept;
+/// Notes a beat. True when it promises more than the one before: the watcher has to look earlier than it was going to.
+bool tell_heartbeat(WatchedHeartbeat& to, std::uint32_t period_ms, WatchTime now) noexcept;
 } // namespace kor::core
 
 #endif // KOR_CORE_WATCH_READING_H

@@ -109,7 +109,7 @@ public:
             report(input);
             break;
         case 4:
-            tell_heartbeat(*m_told, input.text(), static_cast<std::uint32_t>(input.telling_number()), m_now);
+            beat(input);
             break;
         case 5:
             name_files(input);
@@ -204,6 +204,14 @@ private:
         event.info = wide();
         event.flags = static_cast<std::uint32_t>(input.telling_number());
         tell_event(*m_told, event, input.byte() % 3, input.telling_number(), input.telling_number());
+    }
+
+    void beat(Input& input)
+    {
+        const std::string name = input.text();
+        const auto period_ms = static_cast<std::uint32_t>(input.telling_number());
+        if (WatchedHeartbeat* const heartbeat = add_heartbeat(*m_told, name))
+            tell_heartbeat(*heartbeat, period_ms, m_now);
     }
 
     void name_files(Input& input)

@@ -50,6 +50,24 @@ void tell(WatchedProcess& process, const std::wstring& info, ReportList list = R
     kor::core::tell_event(process, make_event(L"Load", info), static_cast<std::uint32_t>(list), 10, 20);
 }
 
+/// What a beat of that name came to.
+enum class Told
+{
+    NOT,
+    AND_THAT_IS_ALL,
+    AND_THE_NEXT_LOOK_IS_HASTENED
+};
+
+Told beat(WatchedProcess& process, const std::string& name, std::uint32_t period_ms, kor::core::WatchTime now)
+{
+    kor::core::WatchedHeartbeat* const heartbeat = kor::core::add_heartbeat(process, name);
+    EXPECT_EQ(kor::core::find_heartbeat(process, name), heartbeat);
+    if (heartbeat == nullptr)
+        return Told::NOT;
+    return kor::core::tell_heartbeat(*heartbeat, period_ms, now) ? Told::AND_THE_NEXT_LOOK_IS_HASTENED
+                                                                 : Told::AND_THAT_IS_ALL;
+}
+
 TEST(WatchedMemory, IsKnownByAllThatItSaysOfItself)
 {
     const auto process = make_process();
@@ -223,7 +241,7 @@ TEST(WatchedHeartbeats, AreToldOnceWhenTheyAreLateAndOnceWhenTheyAreBack)
 {
     const auto process = make_process();
     HeartbeatWatch watch;
-    ASSERT_TRUE(kor::core::tell_heartbeat(*process, "gui", 100, 1000));
+    beat(*process, "gui", 100, 1000);
     EXPECT_TRUE(watch.look(*process, 1100).empty());
     EXPECT_EQ(watch.next_look(*process, 1050), 1101u);
     const auto late = watch.look(*process, 1101);
@@ -233,7 +251,7 @@ TEST(WatchedHeartbeats, AreToldOnceWhenTheyAreLateAndOnceWhenTheyAreBack)
     EXPECT_FALSE(late[0].is_back);
     EXPECT_TRUE(watch.look(*process, 5000).empty());
     EXPECT_EQ(watch.next_look(*process, 5000), 5500u);
-    ASSERT_TRUE(kor::core::tell_heartbeat(*process, "gui", 100, 6000));
+    beat(*process, "gui", 100, 6000);
     const auto back = watch.look(*process, 6500); // late again, but first of all it was back
     ASSERT_EQ(back.size(), 1u);
     EXPECT_TRUE(back[0].is_back);
@@ -246,8 +264,8 @@ TEST(WatchedHeartbeats, ThatPromiseNothingAreNeverLate)
     const auto process = make_process();
     HeartbeatWatch watch;
     EXPECT_EQ(watch.next_look(*process, 0), HeartbeatWatch::NEVER);
-    kor::core::tell_heartbeat(*process, "gui", 100, 1000);
-    kor::core::tell_heartbeat(*process, "gui", 0, 1000);
+    beat(*process, "gui", 100, 1000);
+    beat(*process, "gui", 0, 1000);
     EXPECT_TRUE(watch.look(*process, 1'000'000).empty());
     EXPECT_EQ(watch.next_look(*process, 1'000'000), HeartbeatWatch::NEVER);
 }
@@ -256,9 +274,9 @@ TEST(WatchedHeartbeats, ThatAreTakenBackWhileTheyAreLateAreBack)
 {
     const auto process = make_process();
     HeartbeatWatch watch;
-    kor::core::tell_heartbeat(*process, "gui", 100, 1000);
+    beat(*process, "gui", 100, 1000);
     ASSERT_EQ(watch.look(*process, 2000).size(), 1u);
-    kor::core::tell_heartbeat(*process, "gui", 0, 3000);
+    beat(*process, "gui", 0, 3000);
     const auto back = watch.look(*process, 3500);
     ASSERT_EQ(back.size(), 1u);
     EXPECT_TRUE(back[0].is_back);
@@ -269,8 +287,8 @@ TEST(WatchedHeartbeats, ThatAreLateAlreadyAreNotToldAgainByTheNextWatcher)
 {
     const auto process = make_process();
     HeartbeatWatch first;
-    kor::core::tell_heartbeat(*process, "reader", 10'000, 1000);
-    kor::core::tell_heartbeat(*process, "gui", 100, 1000);
+    beat(*process, "reader", 10'000, 1000);
+    beat(*process, "gui", 100, 1000);
     ASSERT_EQ(first.look(*process, 2000).size(), 1u);
     process->late_heartbeats = first.late();
     EXPECT_EQ(process->late_heartbeats, 2u);
@@ -278,7 +296,7 @@ TEST(WatchedHeartbeats, ThatAreLateAlreadyAreNotToldAgainByTheNextWatcher)
     HeartbeatWatch next;
     next.take_over(*process);
     EXPECT_TRUE(next.look(*process, 3000).empty());
-    kor::core::tell_heartbeat(*process, "gui", 60'000, 3200);
+    beat(*process, "gui", 60'000, 3200);
     const auto back = next.look(*process, 3500);
     ASSERT_EQ(back.size(), 1u);
     EXPECT_TRUE(back[0].is_back);
@@ -291,7 +309,7 @@ TEST(WatchedHeartbeats, FromTheFutureAreBackNow)
 {
     const auto process = make_process();
     HeartbeatWatch watch;
-    kor::core::tell_heartbeat(*process, "gui", 100, 1000);
+    beat(*process, "gui", 100, 1000);
     ASSERT_EQ(watch.look(*process, 2000).size(), 1u);
     process->heartbeats[0].beat = ~std::uint64_t{0}; // written over
     const auto back = watch.look(*process, 2500);
@@ -304,7 +322,7 @@ TEST(WatchedHeartbeats, AreNotWaitedForInACrash)
 {
     const auto process = make_process();
     HeartbeatWatch watch;
-    kor::core::tell_heartbeat(*process, "gui", 100, 1000);
+    beat(*process, "gui", 100, 1000);
     process->steps = kor::core::WATCH_LINE;
     process->step_time = 1050;
     EXPECT_TRUE(watch.look(*process, 1200).empty());
@@ -317,7 +335,7 @@ TEST(WatchedHeartbeats, AreWaitedForWhileTheHostWritesReportsOfItsSession)
 {
     const auto process = make_process();
     HeartbeatWatch watch;
-    kor::core::tell_heartbeat(*process, "gui", 100, 1000);
+    beat(*process, "gui", 100, 1000);
     process->steps = kor::core::WATCH_REPORT;
     process->step_time = 1050;
     EXPECT_EQ(watch.look(*process, 1200).size(), 1u);
@@ -327,7 +345,7 @@ TEST(WatchedHeartbeats, ThatWereLateBeforeACrashAreNotBackInIt)
 {
     const auto process = make_process();
     HeartbeatWatch watch;
-    kor::core::tell_heartbeat(*process, "gui", 100, 1000);
+    beat(*process, "gui", 100, 1000);
     ASSERT_EQ(watch.look(*process, 1200).size(), 1u);
     process->steps = kor::core::WATCH_LINE;
     process->step_time = 1300;
@@ -338,7 +356,7 @@ TEST(WatchedHeartbeats, HaveTheirTimeAgainWhenNobodyCouldLook)
 {
     const auto process = make_process();
     HeartbeatWatch watch;
-    kor::core::tell_heartbeat(*process, "gui", 100, 1000);
+    beat(*process, "gui", 100, 1000);
     ASSERT_TRUE(watch.look(*process, 1000).empty()); // to be looked at again at 1101
     EXPECT_TRUE(watch.look(*process, 1602).empty()); // 501 ms after that
     EXPECT_EQ(watch.next_look(*process, 1602), 1703u);
@@ -346,7 +364,7 @@ TEST(WatchedHeartbeats, HaveTheirTimeAgainWhenNobodyCouldLook)
     const auto late = watch.look(*process, 3000); // and once only, however late the look is
     ASSERT_EQ(late.size(), 1u);
     EXPECT_EQ(late[0].silence, 2000u);
-    kor::core::tell_heartbeat(*process, "gui", 100, 4000);
+    beat(*process, "gui", 100, 4000);
     ASSERT_EQ(watch.look(*process, 4050).size(), 1u); // back
     EXPECT_EQ(watch.look(*process, 4600).size(), 1u); // 499 ms after the time is none
 }
@@ -356,38 +374,44 @@ TEST(WatchedHeartbeats, AreWaitedForAsLongAsTheSystemCan)
     const auto process = make_process();
     const HeartbeatWatch watch;
     EXPECT_EQ(watch.time_to_next_look(*process, 1000), HeartbeatWatch::WAIT_FOR_EVER);
-    kor::core::tell_heartbeat(*process, "gui", 0xFFFFFFFF, 1000);
+    beat(*process, "gui", 0xFFFFFFFF, 1000);
     EXPECT_EQ(watch.time_to_next_look(*process, 1000), 0xFFFFFFFEu); // and not 0
     EXPECT_EQ(watch.time_to_next_look(*process, 1001), 0xFFFFFFFEu); // and not for ever
-    kor::core::tell_heartbeat(*process, "gui", 100, 1000);
+    beat(*process, "gui", 100, 1000);
     EXPECT_EQ(watch.time_to_next_look(*process, 1050), 51u);
 }
 
 TEST(WatchedHeartbeats, HastenTheNextLookWhenTheyPromiseMore)
 {
     const auto process = make_process();
-    EXPECT_FALSE(kor::core::hastens_next_look(*process, "gui", 0));
-    EXPECT_TRUE(kor::core::hastens_next_look(*process, "gui", 100));
-    kor::core::tell_heartbeat(*process, "gui", 100, 1000);
-    EXPECT_FALSE(kor::core::hastens_next_look(*process, "gui", 100));
-    EXPECT_FALSE(kor::core::hastens_next_look(*process, "gui", 200));
-    EXPECT_FALSE(kor::core::hastens_next_look(*process, "gui", 0));
-    EXPECT_TRUE(kor::core::hastens_next_look(*process, "gui", 99));
-    kor::core::tell_heartbeat(*process, "gui", 0, 1000);
-    EXPECT_TRUE(kor::core::hastens_next_look(*process, "gui", 200));
+    EXPECT_EQ(beat(*process, "gui", 0, 1000), Told::AND_THAT_IS_ALL);
+    EXPECT_EQ(beat(*process, "gui", 100, 1000), Told::AND_THE_NEXT_LOOK_IS_HASTENED);
+    EXPECT_EQ(beat(*process, "gui", 100, 1000), Told::AND_THAT_IS_ALL);
+    EXPECT_EQ(beat(*process, "gui", 200, 1000), Told::AND_THAT_IS_ALL);
+    EXPECT_EQ(beat(*process, "gui", 199, 1000), Told::AND_THE_NEXT_LOOK_IS_HASTENED);
+    EXPECT_EQ(beat(*process, "gui", 0, 1000), Told::AND_THAT_IS_ALL);
+    EXPECT_EQ(beat(*process, "gui", 3'600'000, 1000), Told::AND_THE_NEXT_LOOK_IS_HASTENED);
+}
+
+TEST(WatchedHeartbeats, PromiseNothingBeforeTheFirstBeat)
+{
+    const auto process = make_process();
+    HeartbeatWatch watch;
+    ASSERT_NE(kor::core::add_heartbeat(*process, "gui"), nullptr);
+    EXPECT_TRUE(watch.look(*process, 1'000'000).empty());
+    EXPECT_EQ(watch.next_look(*process, 1'000'000), HeartbeatWatch::NEVER);
 }
 
 TEST(WatchedHeartbeats, HaveNamesThatFitAndRoomForSixteen)
 {
     const auto process = make_process();
-    EXPECT_FALSE(kor::core::tell_heartbeat(*process, "", 100, 0));
-    EXPECT_FALSE(kor::core::tell_heartbeat(*process, std::string(48, 'x'), 100, 0));
-    EXPECT_FALSE(kor::core::is_heartbeat(*process, "x"));
+    EXPECT_EQ(beat(*process, "", 100, 0), Told::NOT);
+    EXPECT_EQ(beat(*process, std::string(48, 'x'), 100, 0), Told::NOT);
     for (int i = 0; i < 16; ++i)
-        EXPECT_TRUE(kor::core::tell_heartbeat(*process, std::string(47, static_cast<char>('a' + i)), 100, 0));
-    EXPECT_FALSE(kor::core::tell_heartbeat(*process, "one more", 100, 0));
-    EXPECT_TRUE(kor::core::tell_heartbeat(*process, std::string(47, 'a'), 50, 0));
-    EXPECT_TRUE(kor::core::is_heartbeat(*process, std::string(47, 'p')));
+        EXPECT_NE(beat(*process, std::string(47, static_cast<char>('a' + i)), 100, 0), Told::NOT);
+    EXPECT_EQ(beat(*process, "one more", 100, 0), Told::NOT);
+    EXPECT_NE(beat(*process, std::string(47, 'a'), 50, 0), Told::NOT);
+    EXPECT_NE(kor::core::find_heartbeat(*process, std::string(47, 'p')), nullptr);
 }
 
 // Whatever is there ------------------------------------------------------------------------------------------------
