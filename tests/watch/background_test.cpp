@@ -103,14 +103,9 @@ namespace
 TEST(WatchedFromTheBackground, AnEndThatNoHandlerSeesIsToldOnceTheWatcherIsThere)
 {
     const Leavings left;
-    const Signal end("watch_background_end");
-    ChildOptions options = left.directory().for_child();
-    options.arguments = {"watch_background_end"};
-    Child host("is_watched_from_the_background", options);
-    host.ensure_begun();
+    const HostToEnd host(left.directory(), "is_watched_from_the_background");
     ASSERT_TRUE(comes_true(&is_watched));
-    end.give();
-    EXPECT_EQ(host.wait(PATIENCE_MS).exit_code, ENDED);
+    EXPECT_EQ(host.end(), ENDED);
     ASSERT_TRUE(nobody_is_watched());
     EXPECT_EQ(left.crashes(), 1u);
     EXPECT_EQ(left.reports(), 1u);
@@ -134,19 +129,14 @@ TEST(WatchedFromTheBackground, ACrashBeforeIsAsWithout)
 TEST(WatchedFromTheBackground, ThatThereIsNoWatcherStandsInTheLog)
 {
     const Leavings left;
-    const Signal end("watch_background_end");
-    ChildOptions options = left.directory().for_child();
-    options.arguments = {"watch_background_end"};
-    Child host("has_no_watcher_to_start", options);
-    host.ensure_begun();
+    const HostToEnd host(left.directory(), "has_no_watcher_to_start");
     EXPECT_TRUE(comes_true(
         [&]
         {
             return left.directory().text().find("This process is not watched: LUMlogWatch.exe, which is to be beside "
                                                 "LUMlog.dll or the program, does not start.") != std::string::npos;
         }));
-    end.give();
-    EXPECT_EQ(host.wait(PATIENCE_MS).exit_code, ENDED);
+    EXPECT_EQ(host.end(), ENDED);
     EXPECT_TRUE(nobody_is_watched());
 }
 

@@ -15,14 +15,19 @@ using ::testing::HasSubstr;
 
 constexpr unsigned long NOT_WATCHED = 40; // exit codes
 constexpr char GUI[] = "gui \xC3\xA4";    // in UTF-8
+
+bool begin_watched()
+{
+    KorGLog.Open("test.log", "viewer");
+    return Kor_CrashHandlers::Install() && Kor_SessionLogHost::startWatcher();
+}
 } // namespace
 
 KOR_CHILD(hangs_and_comes_back)
 {
     const Signal come_back(args[0]);
     const Signal end(args[1]);
-    KorGLog.Open("test.log", "viewer");
-    if (!Kor_CrashHandlers::Install() || !Kor_SessionLogHost::startWatcher())
+    if (!begin_watched())
         return NOT_WATCHED;
     Kor_SessionLogHost::heartbeat(GUI, 200);
     Kor_SessionLogHost::heartbeat("reader", 200);
@@ -36,8 +41,7 @@ KOR_CHILD(promises_more)
 {
     const auto before = static_cast<unsigned>(std::stoul(args[0]));
     const Signal end(args[1]);
-    KorGLog.Open("test.log", "viewer");
-    if (!Kor_CrashHandlers::Install() || !Kor_SessionLogHost::startWatcher())
+    if (!begin_watched())
         return NOT_WATCHED;
     Kor_SessionLogHost::heartbeat(GUI, 3'600'000);
     Kor_SessionLogHost::heartbeat(GUI, before);
@@ -57,8 +61,7 @@ KOR_CHILD(promises_and_crashes)
             ::SleepEx(1'500, FALSE);
             return EXCEPTION_CONTINUE_SEARCH;
         });
-    KorGLog.Open("test.log", "viewer");
-    if (!Kor_CrashHandlers::Install() || !Kor_SessionLogHost::startWatcher())
+    if (!begin_watched())
         return NOT_WATCHED;
     Kor_SessionLogHost::heartbeat(GUI, 1'000);
     ::RaiseException(EXCEPTION_ACCESS_VIOLATION, EXCEPTION_NONCONTINUABLE, 0, nullptr);
@@ -67,18 +70,20 @@ KOR_CHILD(promises_and_crashes)
 
 namespace
 {
+/// False when there was no whole report of a hang in time.
+bool tells_of_hang(const Leavings& left)
+{
+    return comes_true([&] { return left.report("hang-").find("</lumariscontext>") != std::string::npos; });
+}
+
 TEST(Heartbeats, ThatDoNotComeAreToldOnceAndAgainWhenTheyAreBack)
 {
     const Leavings left;
     const Signal come_back("watch_come_back");
-    const Signal end("watch_hang_end");
-    ChildOptions options = left.directory().for_child();
-    options.arguments = {"watch_come_back", "watch_hang_end"};
-    Child host("hangs_and_comes_back", options);
-    host.ensure_begun();
+    const HostToEnd host(left.directory(), "hangs_and_comes_back", {"watch_come_back"});
 
     const auto lines = [&] { return lines_of(left.directory().text("hangs.log")); };
-    ASSERT_TRUE(comes_true([&] { return left.report("hang-").find("</lumariscontext>") != std::string::npos; }));
+    ASSERT_TRUE(tells_of_hang(left));
     ASSERT_EQ(lines().size(), 1u);
     EXPECT_THAT(lines()[0], HasSubstr("Hanging Process Details: "));
     EXPECT_THAT(lines()[0], HasSubstr('[' + std::to_string(host.pid()) + "] Heartbeat: " + GUI + ", silent for "));
@@ -89,8 +94,7 @@ TEST(Heartbeats, ThatDoNotComeAreToldOnceAndAgainWhenTheyAreBack)
     come_back.give();
     ASSERT_TRUE(comes_true([&] { return lines().size() == 2; }));
     EXPECT_THAT(lines()[1], HasSubstr(std::string("] Heartbeat: ") + GUI + ", back after "));
-    end.give();
-    EXPECT_EQ(host.wait(PATIENCE_MS).exit_code, 0u);
+    EXPECT_EQ(host.end(), 0u);
     ASSERT_TRUE(nobody_is_watched());
     EXPECT_EQ(lines().size(), 2u);
     EXPECT_EQ(left.dumps(), 1u);
@@ -109,12 +113,8 @@ TEST(Heartbeats, ThatDoNotComeAreToldOnceThoughAnotherWatcherTakesOver)
 {
     const Leavings left;
     const Signal come_back("watch_come_back");
-    const Signal end("watch_hang_end");
-    ChildOptions options = left.directory().for_child();
-    options.arguments = {"watch_come_back", "watch_hang_end"};
-    Child host("hangs_and_comes_back", options);
-    host.ensure_begun();
-    ASSERT_TRUE(comes_true([&] { return left.report("hang-").find("</lumariscontext>") != std::string::npos; }));
+    const HostToEnd host(left.directory(), "hangs_and_comes_back", {"watch_come_back"});
+    ASSERT_TRUE(tells_of_hang(left));
 
     const unsigned long first = Kor_SessionLogWatcher::FindWatcher();
     end_watcher(first);
@@ -126,8 +126,7 @@ TEST(Heartbeats, ThatDoNotComeAreToldOnceThoughAnotherWatcherTakesOver)
     EXPECT_EQ(lines().size(), 2u);
     EXPECT_EQ(left.dumps(), 1u);
     EXPECT_EQ(left.files("hang-", ".xml").size(), 1u);
-    end.give();
-    EXPECT_EQ(host.wait(PATIENCE_MS).exit_code, 0u);
+    EXPECT_EQ(host.end(), 0u);
     EXPECT_TRUE(nobody_is_watched());
 }
 
@@ -136,15 +135,9 @@ TEST(Heartbeats, ThatPromiseMoreThanBeforeAreWaitedForAtOnce)
     for (const char* const before : {"0", "1800000"})
     {
         const Leavings left;
-        const Signal end(std::string("watch_more_end_") + before);
-        ChildOptions options = left.directory().for_child();
-        options.arguments = {before, std::string("watch_more_end_") + before};
-        Child host("promises_more", options);
-        host.ensure_begun();
-        EXPECT_TRUE(comes_true([&] { return left.report("hang-").find("</lumariscontext>") != std::string::npos; }))
-            << before;
-        end.give();
-        EXPECT_EQ(host.wait(PATIENCE_MS).exit_code, 0u);
+        const HostToEnd host(left.directory(), "promises_more", {before}, std::string("promises_after_") + before);
+        EXPECT_TRUE(tells_of_hang(left)) << before;
+        EXPECT_EQ(host.end(), 0u);
         ASSERT_TRUE(nobody_is_watched());
     }
 }

@@ -139,39 +139,60 @@ private:
     void* m_view;
 };
 
-/// A watched host that has done some work and waits to be ended. One of each name at a time. Its body is in ends_test.cpp.
-class WaitingHost
+/// A host that ends when it is told to, by the event that its last argument names. One of each name at a time.
+class HostToEnd
 {
 public:
-    explicit WaitingHost(const LogDirectory& directory, const std::string& name = "host")
-        : m_ready("watch_ready_" + name), m_end("watch_end_" + name),
-          m_process("waits_watched", options(directory, name))
+    HostToEnd(
+        const LogDirectory& directory, const std::string& body, std::vector<std::string> arguments = {},
+        const std::string& name = "host")
+        : m_end("watch_end_" + name), m_process(body, options(directory, std::move(arguments), "watch_end_" + name))
     {
         m_process.ensure_begun();
     }
 
-    /// False when it was not to be had.
-    bool is_watched() const { return m_ready.wait(); }
     unsigned long pid() const noexcept { return m_process.pid(); }
     void kill() const noexcept { m_process.kill(); }
-    /// Returns the exit code, 0.
-    unsigned long end_orderly() const
+    /// Returns the exit code.
+    unsigned long end() const
     {
         m_end.give();
         return m_process.wait(PATIENCE_MS).exit_code;
     }
 
 private:
-    static ChildOptions options(const LogDirectory& directory, const std::string& name)
+    static ChildOptions
+    options(const LogDirectory& directory, std::vector<std::string> arguments, const std::string& end)
     {
         ChildOptions options = directory.for_child();
-        options.arguments = {"watch_ready_" + name, "watch_end_" + name};
+        options.arguments = std::move(arguments);
+        options.arguments.push_back(end);
         return options;
     }
 
-    Signal m_ready;
     Signal m_end;
     Child m_process;
+};
+
+/// A watched host that has done some work and waits to be ended. Its body is in ends_test.cpp.
+class WaitingHost
+{
+public:
+    explicit WaitingHost(const LogDirectory& directory, const std::string& name = "host")
+        : m_ready("watch_ready_" + name), m_host(directory, "waits_watched", {"watch_ready_" + name}, name)
+    {
+    }
+
+    /// False when it was not to be had.
+    bool is_watched() const { return m_ready.wait(); }
+    unsigned long pid() const noexcept { return m_host.pid(); }
+    void kill() const noexcept { m_host.kill(); }
+    /// Returns the exit code, 0.
+    unsigned long end_orderly() const { return m_host.end(); }
+
+private:
+    Signal m_ready;
+    HostToEnd m_host;
 };
 
 /// Ends a process as a user does who loses patience.
