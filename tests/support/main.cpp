@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "child.h"
+#include "own_memory.h"
 
 namespace
 {
@@ -32,6 +33,8 @@ int main(int argc, char** argv)
 {
     // No dialog may ever block a run that nobody watches.
     ::SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX | SEM_NOOPENFILEERRORBOX);
+
+    read_own_memory_directly();
 
     const std::size_t option_length = sizeof CHILD_OPTION - 1;
     if (argc > 1 && std::strncmp(argv[1], CHILD_OPTION, option_length) == 0)
