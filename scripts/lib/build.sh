@@ -17,6 +17,8 @@ configure_preset()
         *-package) ;; # nothing of it is run while it is built
         *)
             ensure_wine_prefix "$tree/wine"
+            ensure_wine_prefix "$tree/wine-watch"
+            ensure_wine_prefix "$tree/wine-page"
             # Also for scripts that run no test: else each would configure the tree anew after the other.
             java_path=$(windows_jdk_path)
             [ "$preset" != mingw-release ] || libcxx=$(libcxx_path)
