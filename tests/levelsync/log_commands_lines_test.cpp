@@ -71,6 +71,20 @@ TEST_F(LevelSyncLines, AreMergedByTimeOverAllFilesByteForByte)
     EXPECT_THAT(text_of(result.err), HasSubstr("4 lines of archive.log (1), viewer.log (2) and z.txt (1), "));
 }
 
+TEST_F(LevelSyncLines, ThatACrashHasLeftOnceMoreAreThereOnce)
+{
+    const std::string opened = line({at("01.000"), "opened"});
+    const std::string read = line({at("01.000"), "read page 13", "DEBUG   "});
+    const std::string closed = line({at("02.000"), "closed"});
+    write("viewer.log", opened + closed);
+    write("lastlines-viewer-2026-11-21-080002.log", opened + read + closed);
+    write("archive.log", line({at("01.500"), "page sizes are known", "NOTICE  ", 330, "archive", 36}));
+    EXPECT_EQ(texts(""), "opened|read page 13|page sizes are known|closed");
+    EXPECT_THAT(
+        m_site.run("lines --package 320").err, HasSubstr("3 lines of lastlines-viewer-2026-11-21-080002.log (3), "));
+    EXPECT_EQ(texts("--last 2"), "page sizes are known|closed");
+}
+
 TEST_F(LevelSyncLines, MessagesOfSeveralLinesAndStackTracesStayWhole)
 {
     write(

@@ -1,6 +1,7 @@
 #include "log_files.h"
 
 #include <algorithm>
+#include <string_view>
 #include <utility>
 
 #include "core/calendar.h"
@@ -205,6 +206,12 @@ bool is_other_kind(const std::wstring& path)
         if (ending == other)
             return true;
     return false;
+}
+
+bool holds_last_lines(const LogFile& log)
+{
+    constexpr std::string_view BEGIN = "lastlines-"; // as the library names them
+    return lower_case(log.name()).compare(0, BEGIN.size(), BEGIN) == 0;
 }
 
 FoundLogs find_logs(const std::wstring& folder)

@@ -74,6 +74,9 @@ std::vector<std::wstring> files_of(const std::wstring& folder);
 /// may hold open while it is replaced.
 bool is_other_kind(const std::wstring& path);
 
+/// True for the file that a crash has left of the last lines which the process kept in memory.
+bool holds_last_lines(const LogFile& log);
+
 /// The zone that the logs were written in: this machine's with its rules, unless the logs come from elsewhere.
 std::unique_ptr<kor::core::LogZone> zone_of(const LogFiles& logs);
 

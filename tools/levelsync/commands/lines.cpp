@@ -11,6 +11,7 @@
 #include "Kor_Package.h"
 #include "command.h"
 #include "core/log_filter.h"
+#include "core/repeated_lines.h"
 #include "failure.h"
 #include "live_lines.h"
 #include "log_files.h"
@@ -113,7 +114,7 @@ public:
         if (m_process)
         {
             LiveLines lines(*m_process);
-            print(tool, filter, lines, {"process " + std::to_string(*m_process)});
+            print(tool, filter, lines, {"process " + std::to_string(*m_process)}, {false});
             return DONE;
         }
         const FoundLogs found = find_logs(tool.folder.path);
@@ -124,20 +125,26 @@ public:
                 "There are no logs in " + shown(utf8(tool.folder.path)) + '.',
                 "LevelSync ps shows where the running processes log to; --dir FOLDER names another folder.");
         Names names;
+        std::vector<bool> are_last_lines;
         for (const auto& log : found.logs)
+        {
             names.push_back(log->name());
+            are_last_lines.push_back(holds_last_lines(*log));
+        }
         MergedLogs all(found.logs, filter.since);
-        print(tool, filter, all, names);
+        print(tool, filter, all, names, are_last_lines);
         return DONE;
     }
 
 private:
     using Names = std::vector<std::string>; // of the logs that the records are from
 
-    /// all: gives the records, as MergedLogs does.
+    /// all: gives the records, as MergedLogs does. are_last_lines: as RepeatedLines has it.
     template <class Records>
-    void print(Tool& tool, const LogFilter& filter, Records& all, const Names& names)
+    void print(
+        Tool& tool, const LogFilter& filter, Records& all, const Names& names, const std::vector<bool>& are_last_lines)
     {
+        kor::core::RepeatedLines repeated(are_last_lines);
         std::vector<std::size_t> printed(names.size());
         kor::core::LogSelection selection(filter, KOR_PACKAGE_PERFMON);
         Seen seen;
@@ -145,7 +152,8 @@ private:
         while (all.next(record))
         {
             seen.add(record);
-            if (!selection.wants(record))
+            const bool has_been = repeated.has_been(record);
+            if (!selection.wants(record) || has_been)
                 continue;
             printed[record.source] += record.begins ? 1 : 0;
             m_first = m_has_first ? m_first : record.time;
