@@ -96,26 +96,35 @@ stage_headers()
         "$(dependency_prefix libzip)/include"
 }
 
+# From nothing each time, so that two runs do the same.
+fuzz_target()
+{
+    local name=$1 corpus=$project_dir/tests/fuzz/corpus/$1 work status=0
+    work=$(mktemp -d "$fuzz_tree/run-XXXXXX")
+    local inputs=("$work")
+    [ ! -d "$corpus" ] || inputs+=("$corpus")
+    timeout 600 "$fuzz_tree/bin/fuzz_$name" -runs=20000 -seed=1 -max_len=4096 -timeout=20 -rss_limit_mb=2048 \
+        "-artifact_prefix=$fuzz_tree/found-$name-" "${inputs[@]}" || status=$?
+    rm -rf "$work"
+    return "$status"
+}
+
 stage_native-fuzz()
 {
-    local tree=$build_dir/native-fuzz target name work corpus inputs
+    local target name names=()
+    fuzz_tree=$build_dir/native-fuzz
     if ! configure_preset native-fuzz || ! build_preset native-fuzz; then
         failures+=("native-fuzz: the build")
         return
     fi
-    for target in "$tree"/bin/fuzz_*; do
-        [ -x "$target" ] || continue
+    for target in "$fuzz_tree"/bin/fuzz_*; do
         name=${target##*/fuzz_}
-        [ -f "$project_dir/tests/fuzz/$name.cpp" ] || continue # built before its source went
-        # From nothing each time, so that two runs do the same.
-        work=$(mktemp -d "$tree/run-XXXXXX")
-        inputs=("$work")
-        corpus=$project_dir/tests/fuzz/corpus/$name
-        [ ! -d "$corpus" ] || inputs+=("$corpus")
-        record "native-fuzz: $name" run_logged "Fuzzing $name" "fuzz-$name" \
-            timeout 600 "$target" -runs=20000 -seed=1 -max_len=4096 -timeout=20 -rss_limit_mb=2048 \
-            "-artifact_prefix=$tree/found-$name-" "${inputs[@]}"
-        rm -rf "$work"
+        # Not one that was built before its source went.
+        [ ! -x "$target" ] || [ ! -f "$project_dir/tests/fuzz/$name.cpp" ] || names+=("$name")
+    done
+    run_logged "Fuzzing" fuzz run_side_by_side "$(nproc)" "$fuzz_tree" fuzz_target "${names[@]}"
+    for name in "${names[@]}"; do
+        record "native-fuzz: $name" run_logged "Fuzzed: $name" "fuzz-$name" said_of "$fuzz_tree" "$name"
     done
 }
 

@@ -69,3 +69,30 @@ run_logged()
     fi
     return "$status"
 }
+
+# run_side_by_side COUNT DIR COMMAND NAME...: COMMAND with each of the names, so many at a time. What each says is in DIR/said,
+# and its name in DIR/passed when it passed. A shell of its own: it waits for all that it has begun.
+run_side_by_side()
+(
+    count=$1 dir=$2 command=$3
+    shift 3
+    rm -rf "$dir/said" "$dir/passed"
+    mkdir -p "$dir/said" "$dir/passed"
+    running=0
+    for name; do
+        if [ "$running" -ge "$count" ]; then
+            wait -n || true
+        else
+            running=$((running + 1))
+        fi
+        { "$command" "$name" >"$dir/said/$name" 2>&1 && : >"$dir/passed/$name"; } &
+    done
+    wait
+)
+
+# said_of DIR NAME: shows what it said there, and is true when it passed.
+said_of()
+{
+    cat "$1/said/$2"
+    [ -e "$1/passed/$2" ]
+}

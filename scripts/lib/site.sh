@@ -27,29 +27,16 @@ site_case()
         "$etcd_program" "$site_dir/work/$1" "$project_dir/scripts/lib/wine-run.sh" "$build_dir/mingw-release/wine" "$1"
 }
 
-# run_site_cases NAME...: several at a time, as they wait most of the time. What each says is in site_dir/said, and its
-# name in site_dir/passed when it passed. A shell of its own: it waits for all that it has begun.
+# run_site_cases NAME...: several at a time, as they wait most of the time.
 run_site_cases()
-(
-    rm -rf "$site_dir/said" "$site_dir/passed"
-    mkdir -p "$site_dir/said" "$site_dir/passed"
-    running=0
-    for case; do
-        if [ "$running" -gt "$(nproc)" ]; then
-            wait -n || true
-        else
-            running=$((running + 1))
-        fi
-        { site_case "$case" >"$site_dir/said/$case" 2>&1 && : >"$site_dir/passed/$case"; } &
-    done
-    wait
-)
+{
+    run_side_by_side $(($(nproc) + 1)) "$site_dir" site_case "$@"
+}
 
 # site_result NAME: of a case that has been run beside others; one that failed there is tried alone.
 site_result()
 {
-    cat "$site_dir/said/$1"
-    [ -e "$site_dir/passed/$1" ] || { echo "Alone:" && site_case "$1"; }
+    said_of "$site_dir" "$1" || { echo "Alone:" && site_case "$1"; }
 }
 
 site_soak_case()
