@@ -28,10 +28,14 @@ fi
 [ "$1" != --prepare ] || exit 0
 # A server that stays for a minute after the last program: starting one, with the services that
 # come with it, takes over two seconds. Where one runs already, this fails and changes nothing.
-if wineserver -p60 2>/dev/null; then
-    # The services start with the first program and keep its output open; its reader would wait.
-    wine cmd.exe /c exit </dev/null >/dev/null 2>&1 || true
+# One program at a time: the services start with the first that runs and keep its output open,
+# whose reader would wait for as long as the server stays. So that is one without any.
+exec 9>"$WINEPREFIX.server"
+flock 9
+if wineserver -p60 2>/dev/null 9>&-; then
+    wine cmd.exe /c exit </dev/null >/dev/null 2>&1 9>&- || true
 fi
+exec 9>&-
 for argument in "$@"; do
     if [ "$argument" = --gtest_list_tests ]; then
         # CMake reads the list line by line and would keep the carriage returns. A build ends where there is none, and Wine
