@@ -119,8 +119,9 @@ stage_native-fuzz()
     fi
     for target in "$fuzz_tree"/bin/fuzz_*; do
         name=${target##*/fuzz_}
-        # Not one that was built before its source went.
-        [ ! -x "$target" ] || [ ! -f "$project_dir/tests/fuzz/$name.cpp" ] || names+=("$name")
+        if [ -x "$target" ] && [ -f "$project_dir/tests/fuzz/$name.cpp" ]; then # else built before its source went
+            names+=("$name")
+        fi
     done
     run_logged "Fuzzing" fuzz run_side_by_side "$(nproc)" "$fuzz_tree" fuzz_target "${names[@]}"
     for name in "${names[@]}"; do

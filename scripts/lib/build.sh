@@ -10,15 +10,16 @@ export CCACHE_SLOPPINESS=pch_defines,time_macros,include_file_mtime,include_file
 # CMake by itself when a list of sources changed.
 configure_preset()
 {
-    local preset=$1 tree=$build_dir/$1 prefix_path=$dependency_path java_path='' libcxx='' wanted
+    local preset=$1 tree=$build_dir/$1 prefix_path=$dependency_path java_path='' libcxx='' wanted wine
     case $preset in
         native-*) prefix_path= ;; # what it needs are packages of this machine
         *-bench) ensure_wine_prefix "$tree/wine" ;;
         *-package) ;; # nothing of it is run while it is built
         *)
-            ensure_wine_prefix "$tree/wine"
-            ensure_wine_prefix "$tree/wine-watch"
-            ensure_wine_prefix "$tree/wine-page"
+            # With those that tests/ has by lumlog_use_wine_of_its_own.
+            for wine in wine wine-watch wine-page; do
+                ensure_wine_prefix "$tree/$wine"
+            done
             # Also for scripts that run no test: else each would configure the tree anew after the other.
             java_path=$(windows_jdk_path)
             [ "$preset" != mingw-release ] || libcxx=$(libcxx_path)

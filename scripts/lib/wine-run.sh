@@ -28,10 +28,10 @@ fi
 [ "$1" != --prepare ] || exit 0
 # A server that stays for a minute after the last program: starting one, with the services that
 # come with it, takes over two seconds. Where one runs already, this fails and changes nothing.
-# One program at a time: the services start with the first that runs and keep its output open,
-# whose reader would wait for as long as the server stays. So that is one without any.
+# The services start with the first program that runs and keep its output open, whose reader would
+# wait for as long as the server stays. So one without any goes first, and who comes meanwhile waits.
 exec 9>"$WINEPREFIX.server"
-flock 9
+flock --wait 60 9 || true
 if wineserver -p60 2>/dev/null 9>&-; then
     wine cmd.exe /c exit </dev/null >/dev/null 2>&1 9>&- || true
 fi

@@ -23,7 +23,7 @@ public:
     /// are_last_lines: of each source of the records, whether it holds the last lines of a process.
     explicit RepeatedLines(std::vector<bool> are_last_lines);
 
-    /// For each record in turn, in the order of the merge. True when it has come from the other place before.
+    /// For each record that is to be shown, in the order of the merge. True when it has come from the other place before.
     bool has_been(const LogRecord& record);
 
 private:

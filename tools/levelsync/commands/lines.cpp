@@ -152,8 +152,7 @@ private:
         while (all.next(record))
         {
             seen.add(record);
-            const bool has_been = repeated.has_been(record);
-            if (!selection.wants(record) || has_been)
+            if (!selection.wants(record) || repeated.has_been(record))
                 continue;
             printed[record.source] += record.begins ? 1 : 0;
             m_first = m_has_first ? m_first : record.time;

@@ -124,8 +124,9 @@ final class NativeBackend extends Backend
      */
     private static String named(String text)
     {
-        boolean saysItself = text != null && text.indexOf('<') >= 0;
-        return saysItself || !ThreadNames.isCurrentVirtual() ? text : Places.located(null, text);
+        if (!ThreadNames.isCurrentVirtual() || (text != null && text.indexOf('<') >= 0))
+            return text;
+        return Places.located(null, text);
     }
 
     @Override
